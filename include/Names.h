@@ -1,7 +1,8 @@
 #pragma once
 
 /// The bus names and object paths of the services on the session bus, as all of them agree on.
-namespace Names {
+namespace Names
+{
 
 constexpr char PhoneService[] = "com.quillmark.kova.phonemanager";
 /// Also the origin of the service's log lines and the client name that it gives to the device's libraries.

@@ -1,0 +1,256 @@
+#include "Gsm.h"
+
+#include "Connections.h"
+#include "GsmProxy.h"
+#include "QtCompat.h"
+#include "common_qdbus.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusServiceWatcher>
+
+namespace
+{
+
+constexpr int ShortTimeoutMs = 3000;     ///< for what the daemon answers at once
+constexpr int CallTimeoutMs = 15000;     ///< for what the network has a part in
+constexpr int SmsTimeoutMs = 20000;      ///< for handing a message to the network
+constexpr int PowerOffTimeoutMs = 60000; ///< a modem leaves the network before it powers down
+
+}
+
+Gsm& Gsm::Instance()
+{
+    static Gsm instance;
+    return instance;
+}
+
+Gsm::Gsm()
+    : valid(false),
+      ready(false),
+      modemStatus(ModemStatusOff),
+      signalQuality(0),
+      gsmdWatcher(nullptr),
+      gsmProxy(nullptr)
+{
+    try {
+        LOG(LogProgress, "Creating Gsm service manager");
+
+        QDBusConnection bus = QDBusConnection::sessionBus();
+        gsmdWatcher = new QDBusServiceWatcher(
+            Names::GsmService, bus,
+            QDBusServiceWatcher::WatchForRegistration | QDBusServiceWatcher::WatchForUnregistration, this);
+        if (!ConnectAll(gsmdWatcher, this,
+                        {{SIGNAL(serviceRegistered(QString)), SLOT(OnGsmdRegistered(QString))},
+                         {SIGNAL(serviceUnregistered(QString)), SLOT(OnGsmdUnregistered(QString))}})) {
+            LOG(LogError, "FATAL: impossible to create Gsmd dbus watcher");
+            throw QtConcurrent::Exception();
+        }
+
+        if (bus.interface()->isServiceRegistered(Names::GsmService))
+            OnGsmdRegistered();
+
+        LOG(LogProgress, "Gsm service manager created");
+        valid = true;
+    } catch (...) {
+        LOG(LogProgress, "FATAL: Gsm service manager creation error");
+    }
+}
+
+Gsm::~Gsm()
+{
+    delete gsmdWatcher;
+    DestroyGsmProxy();
+}
+
+bool Gsm::GetModemStatus(int& status) const
+{
+    status = modemStatus;
+    return true;
+}
+
+bool Gsm::GetSignalQuality(unsigned int& quality) const
+{
+    quality = signalQuality;
+    return true;
+}
+
+// The daemon's presence
+
+void Gsm::OnGsmdRegistered(QString)
+{
+    LOG(LogProgress, "Gsmd registered to DBus");
+    InstanceGsmProxy();
+}
+
+void Gsm::OnGsmdUnregistered(QString)
+{
+    LOG(LogWarning, "Gsmd unregistered from DBus");
+    DestroyGsmProxy();
+}
+
+void Gsm::InstanceGsmProxy()
+{
+    if (gsmProxy)
+        return;
+
+    LOG(LogProgress, "Creating gsm proxy");
+    gsmProxy = new GsmProxy(Names::GsmService, Names::GsmObject, QDBusConnection::sessionBus());
+
+    if (gsmProxy->isValid() &&
+        ConnectAll(gsmProxy, this,
+                   {{SIGNAL(ModemPowered()), SLOT(OnGsmModemPowered())},
+                    {SIGNAL(ModemRegistered()), SLOT(OnGsmModemRegistered())},
+                    {SIGNAL(SignalQuality(uchar)), SLOT(OnGsmSignalQuality(uchar))},
+                    {SIGNAL(ModemOff()), SLOT(OnGsmModemOff())},
+                    {SIGNAL(CallIncoming(QVariantMap)), SLOT(OnGsmCallIncoming(QVariantMap))},
+                    {SIGNAL(CallAnswered(QVariantMap)), SLOT(OnGsmCallAnswered(QVariantMap))},
+                    {SIGNAL(CallTerminated(QVariantMap)), SLOT(OnGsmCallTerminated(QVariantMap))},
+                    {SIGNAL(CallRejected(QVariantMap)), SLOT(OnGsmCallRejected(QVariantMap))},
+                    {SIGNAL(MessageReceived(QString, QVariantMap)), SLOT(OnGsmSmsRecevice(QString, QVariantMap))}})) {
+        ready = true;
+        LOG(LogProgress, "Gsmd attached");
+        Q_EMIT Ready();
+    } else {
+        // The useless proxy stays until the daemon's name goes: a second try on the same daemon would end no better.
+        LOG(LogError, "Error creating gsm proxy");
+    }
+}
+
+void Gsm::DestroyGsmProxy()
+{
+    if (!gsmProxy)
+        return;
+
+    LOG(LogWarning, "Destroying gsm proxy");
+    delete gsmProxy;
+    gsmProxy = nullptr;
+    ready = false;
+
+    LOG(LogWarning, "Gsmd detached");
+    Q_EMIT Failed();
+}
+
+// The daemon's signals
+
+void Gsm::OnGsmModemPowered()
+{
+    modemStatus = ModemStatusOn;
+    Q_EMIT ModemOn();
+}
+
+void Gsm::OnGsmModemRegistered()
+{
+    modemStatus = ModemStatusRegistered;
+    Q_EMIT ModemRegistered();
+}
+
+void Gsm::OnGsmModemOff()
+{
+    modemStatus = ModemStatusOff;
+    Q_EMIT ModemOff();
+}
+
+void Gsm::OnGsmSignalQuality(uchar quality)
+{
+    signalQuality = quality;
+    Q_EMIT SignalQuality(quality);
+}
+
+void Gsm::OnGsmCallIncoming(QVariantMap CallInfo)
+{
+    Q_EMIT CallIncoming(CallInfo);
+}
+
+void Gsm::OnGsmCallAnswered(QVariantMap CallInfo)
+{
+    Q_EMIT CallAnswered(CallInfo);
+}
+
+void Gsm::OnGsmCallTerminated(QVariantMap)
+{
+    Q_EMIT CallTerminated();
+}
+
+void Gsm::OnGsmCallRejected(QVariantMap)
+{
+    Q_EMIT CallRejected();
+}
+
+void Gsm::OnGsmSmsRecevice(QString Text, QVariantMap Info)
+{
+    Q_EMIT MessageReceived(Text, Info);
+}
+
+// Commands
+
+template <typename Issue>
+bool Gsm::Command(const char* method, const QByteArray& request, int timeoutMs, Issue issue,
+                  const std::source_location& where)
+{
+    if (!ready) {
+        // Readers of the log look for this line under the sound manager's path.
+        LogAt(where, LogError, Names::SoundManagerObject, "Gsm is not ready");
+        return false;
+    }
+
+    gsmProxy->setTimeout(timeoutMs);
+    const bool success = FinishCall(QStringLiteral("Gsmd->") + method, issue());
+    LogAt(where, success ? LogRequest : LogWarning, Names::PhoneObject, "Gsmd->%s request %s", request.constData(),
+          success ? "success" : "failed");
+    return success;
+}
+
+bool Gsm::PingRegistration()
+{
+    return Command("PingRegistration", "PingRegistration()", ShortTimeoutMs,
+                   [this] { return QDBusReply<int>(gsmProxy->PingRegistration()); });
+}
+
+bool Gsm::IsSimPresent(bool& present)
+{
+    return Command("IsSimPresent", "IsSimPresent()", ShortTimeoutMs, [&] { return gsmProxy->IsSimPresent(present); });
+}
+
+bool Gsm::Answer()
+{
+    return Command("CallAnswer", "CallAnswer()", CallTimeoutMs, [this] { return gsmProxy->CallAnswer(); });
+}
+
+bool Gsm::HangupAll()
+{
+    return Command("CallHangupAll", "CallHangupAll()", CallTimeoutMs, [this] { return gsmProxy->CallHangupAll(); });
+}
+
+bool Gsm::Hangup()
+{
+    return Command("CallHangup", "CallHangup()", CallTimeoutMs, [this] { return gsmProxy->CallHangup(); });
+}
+
+bool Gsm::SetGprsApn(const QString& apn, const QString& username, const QString& password)
+{
+    const QByteArray arguments = apn.toLocal8Bit() + ',' + username.toLocal8Bit() + ',' + password.toLocal8Bit();
+    return Command("GprsSetApn", "GprsSetApn(" + arguments + ')', ShortTimeoutMs,
+                   [&] { return gsmProxy->GprsSetApn(apn, username, password); });
+}
+
+bool Gsm::Call(const QString& number)
+{
+    return Command("Call", "Call(" + number.toLocal8Bit() + ')', CallTimeoutMs, [&] { return gsmProxy->Call(number); });
+}
+
+bool Gsm::SendSms(const QString& recipient, const QString& text)
+{
+    return Command("SendSms", "SendSms()", SmsTimeoutMs, [&] { return gsmProxy->SendSms(recipient, text); });
+}
+
+bool Gsm::SetEnabled(bool enable)
+{
+    const std::source_location where = std::source_location::current();
+    const QByteArray request = "ModemSetEnabled(" + QByteArray::number(enable) + ')';
+    return Command("ModemSetEnabled", request, enable ? ShortTimeoutMs : PowerOffTimeoutMs, [&] {
+        const QDBusPendingReply<int> reply = gsmProxy->ModemSetEnabled(enable);
+        LogAt(where, LogProgress, Names::PhoneObject, "Gsmd->%s requested", request.constData());
+        return reply;
+    });
+}

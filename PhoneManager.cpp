@@ -1,0 +1,815 @@
+#include "PhoneManager.h"
+
+#include "AudioInCtlProxy.h"
+#include "AudioOutCtlProxy.h"
+#include "Connections.h"
+#include "Gsm.h"
+#include "GsmPowerController.h"
+#include "QtCompat.h"
+#include "SmsOutController.h"
+#include "common_qdbus.h"
+
+#include <Configuration.h>
+#include <Contacts.h>
+#include <QDBusConnection>
+#include <QMutexLocker>
+#include <QNetworkInterface>
+#include <SoundManagerProxy.h>
+
+#include <unistd.h>
+
+namespace
+{
+
+constexpr int PowerToRegisteredTimeoutMs = 180000;
+constexpr int SignalQualityPingMs = 300000;
+constexpr int SignalQualityTimeoutMs = 600000;
+constexpr int PppPresenceCheckMs = 600000;
+constexpr int SimCheckDelayMs = 20000; ///< what a modem needs after power-on to read its SIM card
+
+constexpr int OutgoingCallTimeoutS = 30;
+constexpr int SecondHangupDelayMs = 1000;
+constexpr int CallLoopStartDelayMs = 2000;
+constexpr unsigned int AnswerDelayS = 3;
+
+constexpr char PppInterface[] = "ppp0";
+constexpr char CallerNumberKey[] = "LineIdentification";
+constexpr char GsmVoiceStream[] = "gsmvoice";
+
+// The audio path of a call.
+constexpr uint CallOutputType = 2;
+constexpr uchar AMPS_MASK_AUX = 2;
+constexpr int INPUT_SOURCE_GSM_EAR_AUX = 3; ///< outgoing calls
+constexpr int INPUT_SOURCE_GSM_EAR_MIC = 3; ///< incoming calls
+constexpr int SoundManagerCallTimeoutMs = 5000;
+constexpr int SoundManagerMaskTimeoutMs = 2500;
+constexpr int AudioControlTimeoutMs = 3000;
+
+// The settings that decide whether the modem is wanted.
+constexpr char PhoneSection[] = "PHONE";
+constexpr char PhoneEnabledKey[] = "enabled";
+constexpr char DataSection[] = "DEVICES_SETUP";
+constexpr char GprsEnabledKey[] = "gprs-enabled";
+constexpr char SettingOn[] = "1";
+constexpr char SettingOff[] = "0";
+
+/// Reads a setting afresh: other programs change it too. What cannot be read counts as off.
+bool ReadSetting(const char* section, const char* key,
+                 const std::source_location& where = std::source_location::current())
+{
+    const Configuration configuration(Names::PhoneObject);
+    if (!configuration.IsValid()) {
+        LogAt(where, LogError, Names::PhoneObject, "Can't read %s config (invalid Configuration proxy)", section);
+        return false;
+    }
+
+    bool ok = false;
+    const QString value = configuration.ReadConfigValue(section, key, SettingOff, &ok, true);
+    return ok && value == QLatin1String(SettingOn);
+}
+
+template <typename Proxy>
+struct AudioService;
+
+template <>
+struct AudioService<SoundManagerProxy> {
+    static constexpr const char* name = Names::SoundManagerService;
+    static constexpr const char* object = Names::SoundManagerObject;
+};
+
+template <>
+struct AudioService<AudioOutCtlProxy> {
+    static constexpr const char* name = Names::AudioOutCtlService;
+    static constexpr const char* object = Names::AudioOutCtlObject;
+};
+
+template <>
+struct AudioService<AudioInCtlProxy> {
+    static constexpr const char* name = Names::AudioInCtlService;
+    static constexpr const char* object = Names::AudioInCtlObject;
+};
+
+/// A client of one audio service, made on the stack for one operation. Users check isValid(); what makes it invalid has
+/// been logged.
+template <typename Proxy>
+class AudioClient : public Proxy
+{
+public:
+    explicit AudioClient(int timeoutMs, const std::source_location& where = std::source_location::current())
+        : Proxy(AudioService<Proxy>::name, AudioService<Proxy>::object, QDBusConnection::sessionBus(), nullptr)
+    {
+        this->setTimeout(timeoutMs);
+        if (!this->isValid())
+            LogAt(where, LogWarning, Names::PhoneObject, "Can't create %s", Proxy::staticMetaObject.className());
+    }
+};
+
+/// Waits for an audio service's answer and logs a failure.
+/// @param label the request in the trace.
+/// @param request the request in the failure line.
+bool FinishRequest(const char* label, const QByteArray& request, const QDBusPendingReply<int>& reply,
+                   const std::source_location& where = std::source_location::current())
+{
+    const bool success = FinishCall(label, reply);
+    if (!success)
+        LogAt(where, LogWarning, Names::PhoneObject, "Failed to request %s", request.constData());
+    return success;
+}
+
+/// Puts the audio input on the GSM path.
+/// @param sourceName the source's name in the failure line.
+bool SelectInput(int source, const char* sourceName,
+                 const std::source_location& where = std::source_location::current())
+{
+    AudioClient<AudioInCtlProxy> audioInCtl(AudioControlTimeoutMs, where);
+    return audioInCtl.isValid() &&
+           FinishRequest("audioInCtl->SetInputSource", QByteArray("audioInCtl->SetInputSource(") + sourceName + ')',
+                         audioInCtl.SetInputSource(source), where);
+}
+
+/// Only contacts that may call in are answered, and only on an exact match: no number is normalised.
+bool IsAuthorised(const QString& number, const std::source_location& where = std::source_location::current())
+{
+    const kova_provider::Contacts contacts(Names::PhoneObject);
+    if (!contacts.IsLoaded()) {
+        LogAt(where, LogError, Names::PhoneObject, "Error loading contacts");
+        return false;
+    }
+
+    const QList<kova_provider::Contact> callers = contacts.getContacts(kova_provider::ContactFilterMayCallIn);
+    return std::any_of(callers.begin(), callers.end(),
+                       [&](const kova_provider::Contact& caller) { return caller.phoneNumber == number; });
+}
+
+}
+
+// Assembly
+
+PhoneManager::PhoneManager() : KovaFeatureBase(Names::PhoneObject)
+{
+    try {
+        LOG(LogProgress, "Retrieving Gsm service");
+        Gsm& gsm = Gsm::Instance();
+        if (!gsm.IsValid() ||
+            !ConnectAll(&gsm, this,
+                        {{SIGNAL(Ready()), SLOT(OnGsmReady())},
+                         {SIGNAL(Failed()), SLOT(OnGsmFailed())},
+                         {SIGNAL(ModemOn()), SLOT(OnGsmModemOn())},
+                         {SIGNAL(ModemRegistered()), SLOT(OnGsmModemRegistered())},
+                         {SIGNAL(ModemOff()), SLOT(OnGsmModemOff())},
+                         {SIGNAL(SignalQuality(uint)), SLOT(OnGsmSignalQuality(uint))},
+                         {SIGNAL(MessageReceived(QString, QVariantMap)), SLOT(OnGsmSmsReceived(QString, QVariantMap))},
+                         {SIGNAL(CallIncoming(QVariantMap)), SLOT(OnGsmCallIncoming(QVariantMap))},
+                         {SIGNAL(CallAnswered(QVariantMap)), SLOT(OnGsmCallAnswered(QVariantMap))},
+                         {SIGNAL(CallRejected()), SLOT(OnGsmCallRejected())},
+                         {SIGNAL(CallTerminated()), SLOT(OnGsmCallTerminated())}})) {
+            LOG(LogError, "FATAL: error connecting Gsm service");
+            throw QtConcurrent::Exception();
+        }
+        LOG(LogProgress, "Gsm service connected");
+
+        if (gsm.IsReady())
+            OnGsmReady();
+        else
+            LOG(LogWarning, "UNEXPECTED: Gsm service not ready. Will wait for it.");
+
+        const struct {
+            QTimer& timer;
+            const char* name;
+            int intervalMs;
+            const char* slot;
+        } timers[] = {
+            {gsmPowerToRegisteredTimer, "gsmPowerToRegisteredTimer", PowerToRegisteredTimeoutMs,
+             SLOT(OnGsmPowerToRegisteredTimeout())},
+            {gsmSignalQualityPingTimer, "gsmSignalQualityPingTimer", SignalQualityPingMs,
+             SLOT(OnGsmSignalQualityPingTimeout())},
+            {gsmSignalQualityNotReceivedTimer, "gsmSignalQualityNotReceivedTimer", SignalQualityTimeoutMs,
+             SLOT(OnGsmSignalQualityTimeout())},
+            {gsmPPPPresenceTimer, "gsmPPPPresenceTimer", PppPresenceCheckMs, SLOT(OnGsmPPPPresenceTimeout())},
+            {pendingOutgoingCallTimer, "pendingOutgoingCallTimer", OutgoingCallTimeoutS * 1000,
+             SLOT(OnGsmCallTimeout())},
+        };
+        for (const auto& [timer, name, intervalMs, slot] : timers) {
+            // A coarse timer may fire a twentieth early, on a modem that is about to register.
+            timer.setTimerType(Qt::PreciseTimer);
+            timer.setInterval(intervalMs);
+            if (!connect(&timer, SIGNAL(timeout()), this, slot)) {
+                LOG(LogError, "FATAL: error connecting %s", name);
+                throw QtConcurrent::Exception();
+            }
+            LOG(LogProgress, "%s connected", name);
+        }
+
+        if (!connect(&SmsOutController::Instance(), SIGNAL(SmsSent(Sms, bool)), SLOT(OnSmsSent(Sms, bool)))) {
+            LOG(LogError, "FATAL: error connecting SmsOutController");
+            throw QtConcurrent::Exception();
+        }
+        LOG(LogProgress, "SmsOutController connected");
+
+        // Queued, so that a failed call is torn down before the next one begins.
+        if (!connect(this, SIGNAL(VoiceCallPrematureFail()), SLOT(OnGsmCallRejected()), Qt::QueuedConnection) ||
+            !connect(this, SIGNAL(StartCallLoop(QStringList)), SLOT(StartCallLoopSlot(QStringList)),
+                     Qt::QueuedConnection)) {
+            LOG(LogError, "FATAL: error connecting PhoneManager");
+            throw QtConcurrent::Exception();
+        }
+        LOG(LogProgress, "PhoneManger auto-connected");
+
+        initialized = true;
+    } catch (...) {
+        LOG(LogProgress, "FATAL: PhoneManager creation error");
+    }
+}
+
+// Power policy
+
+bool PhoneManager::GetPhoneEnabledConfig()
+{
+    return ReadSetting(PhoneSection, PhoneEnabledKey);
+}
+
+bool PhoneManager::GetDataGprsEnabledConfig()
+{
+    return ReadSetting(DataSection, GprsEnabledKey);
+}
+
+void PhoneManager::SetPhoneEnabledConfig(bool enabled)
+{
+    Configuration configuration(Names::PhoneObject);
+    if (!configuration.IsValid()) {
+        LOG(LogError, "Can't save PHONE config (invalid Configuration proxy)");
+        return;
+    }
+
+    const char* value = enabled ? SettingOn : SettingOff;
+    // Whether the store took it shows at the next read, which is what the power decision goes by.
+    configuration.WriteConfigValue(PhoneSection, PhoneEnabledKey, value, false);
+    LOG(LogProgress, "PHONE config succesfully saved (enabled=%s)", value);
+}
+
+int PhoneManager::PhoneUsers()
+{
+    const bool phone = GetPhoneEnabledConfig();
+    const bool gprs = GetDataGprsEnabledConfig();
+    LOG(LogProgress, "phoneEnabled %d, gprsEnabled %d (forcedOff %d)", phone, gprs, forcedOff);
+    return phone + gprs;
+}
+
+bool PhoneManager::EvaluatePhonePower()
+{
+    GsmPowerController& power = GsmPowerController::Instance();
+    const int users = PhoneUsers();
+
+    if (forcedOff && power.Status() != GsmPowerStatusForcedOff) {
+        LOG(LogWarning, "EvaluatePhonePower() forced OFF");
+        return power.ForceOff(true);
+    }
+
+    LOG(LogWarning, "EvaluatePhonePower() users %d, sim check try %d, sim status %d", users, simCheckTry, simStatus);
+
+    bool result;
+    if (users < 1) {
+        result = power.RequestOff();
+    } else {
+        const bool wasOff = power.Status() == GsmPowerStatusUnknown || power.Status() == GsmPowerStatusOff;
+        result = power.RequestOn();
+        if (simStatus == SimStatusUnchecked)
+            simStatus = SimStatusChecking;
+        // Also after a refused power-on: the watchdog's power cycle is what tries again.
+        if (wasOff)
+            gsmPowerToRegisteredTimer.start();
+    }
+
+    if (!forcedOff && power.Status() == GsmPowerStatusForcedOff) {
+        LOG(LogWarning, "EvaluatePhonePower() Remove forced OFF");
+        return power.ForceOff(false);
+    }
+    return result;
+}
+
+int PhoneManager::PhoneSetEnabled(bool Enabled)
+{
+    SetPhoneEnabledConfig(Enabled);
+    simCheckTry = 0;
+    LOG(LogProgress, "New PhoneEnabled %d", Enabled);
+    return EvaluatePhonePower() ? StatusSuccess : StatusPowerFailed;
+}
+
+int PhoneManager::ForcePhoneOff(bool Off)
+{
+    forcedOff = Off;
+    simCheckTry = 0;
+    LOG(LogWarning, "New ForcePhoneOff state %d", Off);
+    return EvaluatePhonePower() ? StatusSuccess : StatusPowerFailed;
+}
+
+// Modem life. A power cycle is always the same: RequestOff() now, and the power-on comes from the decision that is made
+// when the modem reports that it is off.
+
+void PhoneManager::OnGsmReady()
+{
+    LOG(LogProgress, "Gsm service becomes READY");
+    gsmPowerToRegisteredTimer.stop();
+    // A daemon that comes up knows nothing of the modem's state: start over from off.
+    GsmPowerController::Instance().ResetOff();
+    simStatus = SimStatusUnchecked;
+    simCheckTry = 0;
+    EvaluatePhonePower();
+}
+
+void PhoneManager::OnGsmFailed()
+{
+    LOG(LogWarning, "Gsmd service becomes FAILED");
+    if (!AnyCallInProgress())
+        return;
+
+    LOG(LogWarning, "Hangup after failure");
+    AbandonCalls();
+}
+
+void PhoneManager::OnGsmModemOn()
+{
+    LOG(LogWarning, "Gsm modem POWERED");
+    Q_EMIT PhoneStatus(ModemStatusOn);
+    if (simStatus == SimStatusChecking)
+        QTimer::singleShot(SimCheckDelayMs, Qt::PreciseTimer, this, SLOT(OnSimCheckContinue()));
+    else
+        LOG(LogWarning, "Modem POWERED but not checking sim since already %d", simStatus);
+}
+
+void PhoneManager::OnSimCheckContinue()
+{
+    if (simStatus != SimStatusChecking) {
+        LOG(LogWarning, "OnSimCheckContinue() but not checking sim since already %d", simStatus);
+        return;
+    }
+
+    Gsm& gsm = Gsm::Instance();
+    bool present = false;
+    if (gsm.IsSimPresent(present)) {
+        simStatus = present ? SimStatusPresent : SimStatusAbsent;
+        LOG(LogWarning, "Now Sim is %d (try %d)", present, simCheckTry);
+        Q_EMIT SimPresent(present);
+        if (present) {
+            int modemStatus = ModemStatusOff;
+            if (gsm.GetModemStatus(modemStatus) && modemStatus == ModemStatusRegistered) {
+                LOG(LogProgress, "..So finally Modem is registered");
+                OnGsmModemRegistered();
+            }
+            return;
+        }
+    } else {
+        LOG(LogWarning, "Sim check failed (error reply) on try %d", simCheckTry);
+    }
+
+    // Without end, as long as somebody wants the modem: a card may be put in at any time.
+    LOG(LogWarning, "Rebooting the modem..");
+    ++simCheckTry;
+    simStatus = SimStatusUnchecked;
+    GsmPowerController::Instance().RequestOff();
+}
+
+void PhoneManager::OnGsmModemRegistered()
+{
+    LOG(LogProgress, "Gsm modem REGISTERED");
+    if (simStatus != SimStatusPresent) {
+        LOG(LogWarning, "But SIM still not validated (%d)..", simStatus);
+        return;
+    }
+
+    LOG(LogWarning, "PHONE_STATUS_REGISTERED and SIM present");
+    gsmPowerToRegisteredTimer.stop();
+    Q_EMIT PhoneStatus(ModemStatusRegistered);
+    gsmSignalQualityNotReceivedTimer.start();
+    gsmSignalQualityPingTimer.start();
+    if (GetDataGprsEnabledConfig())
+        gsmPPPPresenceTimer.start();
+}
+
+void PhoneManager::OnGsmModemOff()
+{
+    LOG(LogWarning, "Gsm modem OFF");
+    if (AnyCallInProgress())
+        AbandonCalls();
+
+    Q_EMIT PhoneStatus(ModemStatusOff);
+    // gsmPPPPresenceTimer runs on: a data link that is not back when it fires costs one more power cycle.
+    gsmPowerToRegisteredTimer.stop();
+    gsmSignalQualityNotReceivedTimer.stop();
+    gsmSignalQualityPingTimer.stop();
+
+    GsmPowerController& power = GsmPowerController::Instance();
+    if (power.Status() == GsmPowerStatusOn) // it went off without being asked
+        power.ResetOff();
+    EvaluatePhonePower();
+}
+
+void PhoneManager::OnGsmSignalQuality(uint sq)
+{
+    LOG(LogProgress, "Gsm signal: %u", sq);
+    gsmSignalQualityNotReceivedTimer.stop();
+    gsmSignalQualityPingTimer.stop();
+    if (simStatus == SimStatusPresent) {
+        gsmSignalQualityNotReceivedTimer.start();
+        gsmSignalQualityPingTimer.start();
+    }
+}
+
+void PhoneManager::OnGsmSignalQualityPingTimeout()
+{
+    LOG(LogProgress, "Didn't received a Signal Quality 3 mins.. Ping modem");
+    Gsm::Instance().PingRegistration();
+}
+
+void PhoneManager::OnGsmSignalQualityTimeout()
+{
+    LOG(LogWarning, "Signal Quality not received in 10 mins.. Power Cycle the modem");
+    gsmSignalQualityPingTimer.stop();
+    GsmPowerController::Instance().RequestOff();
+}
+
+void PhoneManager::OnGsmPowerToRegisteredTimeout()
+{
+    LOG(LogWarning, "Timeout receiving REGISTERED status. Power Cycle the modem");
+    GsmPowerController::Instance().RequestOff();
+}
+
+void PhoneManager::OnGsmPPPPresenceTimeout()
+{
+    const QNetworkInterface link = QNetworkInterface::interfaceFromName(PppInterface);
+    if (link.isValid() && link.flags().testFlag(QNetworkInterface::IsUp))
+        return;
+
+    LOG(LogWarning, "PPP Is not up after 10 minutes. Power Cycle the modem");
+    gsmPPPPresenceTimer.stop();
+    GsmPowerController::Instance().RequestOff();
+}
+
+int PhoneManager::GetStatus(uint& PhoneStatus, uint& SimStatus, uint& Rssi, uint& Users, bool& Forced)
+{
+    const Gsm& gsm = Gsm::Instance();
+    int result = StatusSuccess;
+
+    int modemStatus = ModemStatusOff;
+    if (gsm.GetModemStatus(modemStatus)) {
+        PhoneStatus = modemStatus;
+    } else {
+        LOG(LogError, "Error retrieving Gsm Status");
+        result = StatusUnreadable;
+    }
+
+    SimStatus = simStatus;
+    Rssi = 0;
+    if (PhoneStatus == ModemStatusRegistered && !gsm.GetSignalQuality(Rssi)) {
+        LOG(LogError, "Error retrieving Gsm Rssi");
+        result = StatusUnreadable;
+    }
+
+    Users = GetPhoneEnabledConfig();
+    Forced = GsmPowerController::Instance().Status() == GsmPowerStatusForcedOff;
+    return result;
+}
+
+int PhoneManager::SetApn(const QString& Apn, const QString& Username, const QString& Password)
+{
+    LOG(LogWarning, "SetApn(%s)", Apn.toLocal8Bit().constData());
+    EvaluatePhonePower();
+    if (simStatus != SimStatusPresent) {
+        LOG(LogWarning, "Sim is not present (or still not checked): command refused");
+        return StatusNoSim;
+    }
+    return Gsm::Instance().SetGprsApn(Apn, Username, Password) ? StatusSuccess : StatusApnNotSet;
+}
+
+// SMS
+
+int PhoneManager::QueueSms(const QString& PhoneNumber, const QString& Message, uint&)
+{
+    if (simStatus != SimStatusPresent) {
+        LOG(LogWarning, "Sim is not present (or still not checked): command refused");
+        return StatusNoSim;
+    }
+
+    const uint id = SmsOutController::Instance().SmsSend(PhoneNumber, Message);
+    if (id == 0) {
+        LOG(LogError, "Error queuing sms (SmsSend)");
+        return StatusSmsNotQueued;
+    }
+    LOG(LogProgress, "Sms id=%d QUEUED", id);
+    return StatusSuccess;
+}
+
+void PhoneManager::OnSmsSent(const Sms& sms, bool sent)
+{
+    LOG(LogProgress, "Sms id=%d %s", sms.id, sent ? "SENT" : "DISCARDED");
+    Q_EMIT SmsSent(sms.id, sent);
+}
+
+void PhoneManager::OnGsmSmsReceived(const QString& Text, const QVariantMap& Info)
+{
+    LOG(LogProgress, "Sms RECEIVED");
+    Q_EMIT SmsReceived(Text, Info);
+}
+
+// Outgoing call
+
+int PhoneManager::VoiceCallMake(const QString& PhoneNumber)
+{
+    Gsm& gsm = Gsm::Instance();
+
+    LOG(LogWarning, "Gsm phone call MAKE");
+    if (simStatus != SimStatusPresent) {
+        LOG(LogWarning, "Sim is not present (or still not checked): can't make a call");
+        return StatusNoSim;
+    }
+    int modemStatus = ModemStatusOff;
+    if (!gsm.GetModemStatus(modemStatus) || modemStatus != ModemStatusRegistered) {
+        LOG(LogWarning, "Gsm is not powered ON: can't make a call");
+        return StatusNotRegistered;
+    }
+    if (outgoingCallInProgress) {
+        LOG(LogWarning, "Already an outgoing call in progress!");
+        return StatusCallFailed;
+    }
+
+    // From here on nothing is undone on a failure: the teardown does that, and clears the flag.
+    outgoingCallInProgress = true;
+    if (!gsm.Call(PhoneNumber)) {
+        LOG(LogError, "Error making call (Call)");
+        return StatusCallFailed;
+    }
+    LOG(LogWarning, "Call succesfully started");
+    LOG(LogWarning, "Waiting reply in %d seconds...", OutgoingCallTimeoutS);
+    pendingOutgoingCallTimer.start();
+
+    const bool audible = RouteOutput() && SelectInput(INPUT_SOURCE_GSM_EAR_AUX, "INPUT_SOURCE_GSM_EAR_AUX") &&
+                         StartGsmVoice(std::source_location::current());
+    return audible ? StatusSuccess : StatusCallFailed;
+}
+
+void PhoneManager::OnGsmCallAnswered(const QVariantMap&)
+{
+    if (incomingCallInProgress) // our own answer
+        return;
+
+    pendingOutgoingCallTimer.stop();
+    SetCallLoopInProgress(false);
+    LOG(LogWarning, "Gsm phone call ANSWERED by receiver");
+    Q_EMIT VoiceCall(VoiceCallAnswered);
+    LOG(LogProgress, "EMERGENCY GSM CALL SUCCESFULLY STARTED");
+}
+
+void PhoneManager::OnGsmCallTimeout()
+{
+    // The timer runs on and tries again until the call has ended.
+    LOG(LogWarning, "Gsm phone outgoing call TIMEOUT");
+    if (!Gsm::Instance().Hangup())
+        LOG(LogError, "Can't hungup outgoing call");
+}
+
+void PhoneManager::HangupSlot()
+{
+    Gsm::Instance().HangupAll();
+}
+
+// Emergency call loop
+
+int PhoneManager::VoiceCallLoopMake(const QStringList& PhoneNumbersList)
+{
+    if (callLoopInProgress) {
+        LOG(LogError, "Call loop already in progress!");
+        return StatusCallFailed;
+    }
+    if (incomingCallInProgress) {
+        LOG(LogWarning, "Hanging up incoming call to start new emergency call");
+        Gsm::Instance().HangupAll();
+        QTimer::singleShot(SecondHangupDelayMs, Qt::PreciseTimer, this, SLOT(HangupSlot()));
+    }
+    callLoopNumbers = PhoneNumbersList;
+    QTimer::singleShot(CallLoopStartDelayMs, Qt::PreciseTimer, this, SLOT(StartCallLoopSlot()));
+    return StatusSuccess;
+}
+
+void PhoneManager::StartCallLoopSlot(const QStringList& PhoneNumbersList)
+{
+    RunCallLoop(PhoneNumbersList, std::source_location::current());
+}
+
+void PhoneManager::StartCallLoopSlot()
+{
+    RunCallLoop(callLoopNumbers, std::source_location::current());
+}
+
+void PhoneManager::RunCallLoop(const QStringList& numbers, const std::source_location& where)
+{
+    LogAt(where, LogTrace, Names::PhoneObject, "Gsm phone start call loop");
+    {
+        const QMutexLocker lock(&callLoopMutex);
+        callLoopNumbers = numbers;
+        callLoopIndex = 0;
+        callLoopInProgress = !callLoopNumbers.isEmpty();
+    }
+    if (callLoopNumbers.isEmpty()) {
+        LogAt(where, LogProgress, Names::PhoneObject, "Contact Loop is over!");
+        return;
+    }
+
+    const QString number = callLoopNumbers.at(callLoopIndex);
+    if (VoiceCallMake(number) != StatusSuccess) {
+        Q_EMIT VoiceCallPrematureFail();
+        LogAt(where, LogWarning, Names::PhoneObject, "Impossible to start the Voice Call Loop with %s",
+              number.toLocal8Bit().constData());
+    } else {
+        LogAt(where, LogWarning, Names::PhoneObject, "Succesfully started Voice Call Loop with %s",
+              number.toLocal8Bit().constData());
+    }
+}
+
+void PhoneManager::OnGsmCallRejected()
+{
+    LOG(LogProgress, "Call Rejected");
+    bool callNext = false;
+    {
+        const QMutexLocker lock(&callLoopMutex);
+        if (callLoopInProgress) {
+            ++callLoopIndex;
+            callNext = callLoopIndex < callLoopNumbers.size();
+            callLoopInProgress = callNext;
+            if (callNext)
+                LOG(LogProgress, "Contact Loop index: %d", callLoopIndex);
+        }
+    }
+
+    OnGsmCallTerminated();
+    if (!callNext) {
+        LOG(LogProgress, "Contact Loop is over!");
+        return;
+    }
+
+    LOG(LogProgress, "Starting new call...");
+    if (VoiceCallMake(callLoopNumbers.at(callLoopIndex)) != StatusSuccess)
+        Q_EMIT VoiceCallPrematureFail();
+}
+
+// Incoming call
+
+void PhoneManager::OnGsmCallIncoming(const QVariantMap& CallInfo)
+{
+    Gsm& gsm = Gsm::Instance();
+
+    LOG(LogWarning, "Gsm phone call INCOMING");
+    Q_EMIT VoiceCall(VoiceCallIncoming);
+    incomingCallInProgress = true;
+
+    const QString number = CallInfo.value(CallerNumberKey).toString();
+    LOG(LogProgress, "LineIdentification: %s", number.toLocal8Bit().constData());
+
+    if (!IsAuthorised(number)) {
+        LOG(LogWarning, "Call from unauthorized user (%s): won't answer", number.toLocal8Bit().constData());
+        if (!gsm.Hangup())
+            LOG(LogError, "Can't hungup outgoing call");
+        LOG(LogProgress, "GSM STREAM SUCCESFULLY STARTED");
+        return;
+    }
+
+    if (!StartGsmVoice(std::source_location::current()) || !RouteOutput() ||
+        !SelectInput(INPUT_SOURCE_GSM_EAR_MIC, "INPUT_SOURCE_GSM_EAR_MIC"))
+        return;
+
+    sleep(AnswerDelayS);
+    LOG(LogTrace, "Waiting 3 s before answering call...");
+    if (!gsm.Answer()) {
+        LOG(LogWarning, "Can't answer incoming call");
+        OnGsmCallTerminated();
+        return;
+    }
+    LOG(LogProgress, "GSM STREAM SUCCESFULLY STARTED");
+}
+
+// Teardown
+
+void PhoneManager::OnGsmCallTerminated()
+{
+    LOG(LogWarning, "Gsm phone call TERMINATED");
+    Q_EMIT VoiceCall(VoiceCallTerminated);
+    pendingOutgoingCallTimer.stop();
+
+    {
+        AudioClient<SoundManagerProxy> soundManager(SoundManagerCallTimeoutMs);
+        if (!soundManager.isValid())
+            return; // the call flags stay until the modem goes off or the daemon fails
+
+        const bool stopped =
+            FinishCall("SoundManager->StopPlay(gsmvoice)", soundManager.StopPlay(GsmVoiceStream, QString()));
+        DefaultAmpliMaskRestore();
+        OutputTypeRestore();
+        if (!stopped)
+            LOG(LogWarning, "Failed to request SoundManager->StopPlay(gsmvoice)");
+    }
+
+    outgoingCallInProgress = false;
+    if (incomingCallInProgress) {
+        incomingCallInProgress = false;
+        LOG(LogProgress, "GSM STREAM SUCCESFULLY STOPPED");
+    } else {
+        LOG(LogProgress, "EMERGENCY GSM CALL SUCCESFULLY STOPPED");
+    }
+}
+
+bool PhoneManager::AnyCallInProgress()
+{
+    const QMutexLocker lock(&callLoopMutex);
+    return incomingCallInProgress || outgoingCallInProgress || callLoopInProgress;
+}
+
+void PhoneManager::SetCallLoopInProgress(bool inProgress)
+{
+    const QMutexLocker lock(&callLoopMutex);
+    callLoopInProgress = inProgress;
+}
+
+/// The modem or its daemon is gone, and every call with it.
+void PhoneManager::AbandonCalls()
+{
+    SetCallLoopInProgress(false);
+    incomingCallInProgress = false;
+    outgoingCallInProgress = false;
+    OnGsmCallTerminated();
+}
+
+// Audio
+
+/// Keeps the output type in use and switches to that of a call.
+bool PhoneManager::RouteOutput()
+{
+    return OutputTypeSave() && OutputTypeSet(CallOutputType);
+}
+
+/// Keeps the amplifier mask in use, switches to that of a call and starts the call's voice stream.
+bool PhoneManager::StartGsmVoice(const std::source_location& where)
+{
+    AudioClient<SoundManagerProxy> soundManager(SoundManagerCallTimeoutMs, where);
+    const auto request = [&](const char* label, const QDBusPendingReply<int>& reply) {
+        return FinishRequest(label, label, reply, where);
+    };
+    return soundManager.isValid() && DefaultAmpliMaskSave() &&
+           request("SoundManager->SetAmplifiersDefault(AMPS_MASK_AUX)",
+                   soundManager.SetAmplifiersDefault(AMPS_MASK_AUX)) &&
+           request("SoundManager->PlayGsmVoice", soundManager.PlayGsmVoice());
+}
+
+bool PhoneManager::DefaultAmpliMaskSave()
+{
+    AudioClient<SoundManagerProxy> soundManager(SoundManagerMaskTimeoutMs);
+    if (!soundManager.isValid())
+        return false;
+
+    if (FinishCall("SoundManager->GetAmplifiersDefault()", soundManager.GetAmplifiersDefault(savedDefaultAmpliMask)))
+        return true;
+    LOG(LogWarning, "Failed to request SoundManager->GetAmplifiersDefault()");
+    return false;
+}
+
+bool PhoneManager::DefaultAmpliMaskRestore()
+{
+    AudioClient<SoundManagerProxy> soundManager(SoundManagerMaskTimeoutMs);
+    return soundManager.isValid() &&
+           FinishRequest("SoundManager->SetAmplifiersDefault()",
+                         "SoundManager->SetAmplifiersDefault(" + QByteArray::number(savedDefaultAmpliMask) + ')',
+                         soundManager.SetAmplifiersDefault(savedDefaultAmpliMask));
+}
+
+bool PhoneManager::OutputTypeSave()
+{
+    AudioClient<AudioOutCtlProxy> audioOutCtl(AudioControlTimeoutMs);
+    if (!audioOutCtl.isValid())
+        return false;
+
+    if (Succeeded(audioOutCtl.GetOutputType(savedOutputType))) {
+        LOG(LogProgress, "[OutputType] Successfully saved OutputType=%d", savedOutputType);
+        return true;
+    }
+    LOG(LogWarning, "Can't read current OutputType");
+    return false;
+}
+
+/// Always true, whatever came of it: a call without its output type is better than none.
+bool PhoneManager::OutputTypeSet(uint outputType)
+{
+    AudioClient<AudioOutCtlProxy> audioOutCtl(AudioControlTimeoutMs);
+    if (audioOutCtl.isValid() && FinishRequest("audioOutCtl->SetOutputType",
+                                               "audioOutCtl->SetOutputType(" + QByteArray::number(outputType) + ')',
+                                               audioOutCtl.SetOutputType(outputType)))
+        LOG(LogProgress, "[OutputType] Successfully set OutputType=%d", outputType);
+    return true;
+}
+
+bool PhoneManager::OutputTypeRestore()
+{
+    const bool restored = OutputTypeSet(savedOutputType);
+    if (restored)
+        LOG(LogProgress, "[OutputType] Successfully restored OutputType=%d", savedOutputType);
+    else
+        LOG(LogWarning, "Failed to restore OutputType=%d", savedOutputType);
+    return restored;
+}

@@ -1,0 +1,118 @@
+#pragma once
+
+#include "PhoneCodes.h"
+#include "Sms.h"
+
+#include <KovaFeatureBase.h>
+#include <QMutex>
+#include <QString>
+#include <QStringList>
+#include <QTimer>
+#include <QVariantMap>
+
+#include <source_location>
+
+/// The phone feature: all its state, and what it does on requests from the bus, on the modem's reports and on its
+/// timers. Made once, used from the main thread only. Slots block that thread while the device's services answer.
+class PhoneManager : public KovaFeatureBase
+{
+    Q_OBJECT
+
+public:
+    /// Never throws for what it fails to set up; IsInitialized() then stays false.
+    PhoneManager();
+
+    bool IsInitialized() const { return initialized; }
+
+    // The device's life-cycle events mean nothing to the phone: it hears of suspend and shutdown through ForcePhoneOff.
+    void OnStart() override {}
+    void OnStop() override {}
+    void OnSuspend() override {}
+    void OnResume() override {}
+
+Q_SIGNALS:
+    /// The number being called cannot be; the loop goes on with the next. Internal.
+    void VoiceCallPrematureFail();
+    void PhoneStatus(uint Status);
+    void SimPresent(bool Present);
+    void SmsReceived(QString Text, QVariantMap Info);
+    void SmsSent(uint Identifier, bool Status);
+    void VoiceCall(uint Status);
+    /// Starts a call loop from the event loop. Internal.
+    void StartCallLoop(QStringList PhoneNumbersList);
+
+public Q_SLOTS:
+    void OnGsmReady();
+    void OnGsmFailed();
+    void OnGsmModemOn();
+    void OnGsmModemRegistered();
+    void OnGsmModemOff();
+    void OnGsmCallIncoming(const QVariantMap& CallInfo);
+    void OnGsmCallAnswered(const QVariantMap& CallInfo);
+    void OnGsmCallTimeout();
+    void OnGsmCallTerminated();
+    void OnGsmCallRejected();
+    void OnGsmSignalQuality(uint sq);
+    void OnGsmSmsReceived(const QString& Text, const QVariantMap& Info);
+    void OnSmsSent(const Sms& sms, bool sent);
+    void OnSimCheckContinue();
+    void OnGsmPowerToRegisteredTimeout();
+    void OnGsmSignalQualityTimeout();
+    void OnGsmSignalQualityPingTimeout();
+    void OnGsmPPPPresenceTimeout();
+    void StartCallLoopSlot(const QStringList& PhoneNumbersList);
+    void StartCallLoopSlot();
+    void HangupSlot();
+
+    // The exported methods; each returns a StatusCode.
+
+    int PhoneSetEnabled(bool Enabled);
+    int ForcePhoneOff(bool Off);
+    int GetStatus(uint& PhoneStatus, uint& SimStatus, uint& Rssi, uint& Users, bool& Forced);
+    /// Never writes Identifier: the message's identifier is in the log and in SmsSent.
+    int QueueSms(const QString& PhoneNumber, const QString& Message, uint& Identifier);
+    int SetApn(const QString& Apn, const QString& Username, const QString& Password);
+    int VoiceCallMake(const QString& PhoneNumber);
+    int VoiceCallLoopMake(const QStringList& PhoneNumbersList);
+
+private:
+    // Power policy
+    bool GetPhoneEnabledConfig();
+    bool GetDataGprsEnabledConfig();
+    void SetPhoneEnabledConfig(bool enabled);
+    int PhoneUsers();
+    bool EvaluatePhonePower();
+
+    // Calls
+    bool AnyCallInProgress();
+    void AbandonCalls();
+    void SetCallLoopInProgress(bool inProgress);
+    void RunCallLoop(const QStringList& numbers, const std::source_location& where);
+
+    // Audio
+    bool RouteOutput();
+    bool StartGsmVoice(const std::source_location& where);
+    bool DefaultAmpliMaskSave();
+    bool DefaultAmpliMaskRestore();
+    bool OutputTypeSave();
+    bool OutputTypeRestore();
+    bool OutputTypeSet(uint outputType);
+
+    bool initialized = false;
+    bool forcedOff = false;
+    int simStatus = SimStatusUnchecked;
+    int simCheckTry = 0; ///< SIM checks that ended with a reboot of the modem; only logged
+    QTimer gsmPowerToRegisteredTimer;
+    QTimer gsmSignalQualityNotReceivedTimer;
+    QTimer gsmSignalQualityPingTimer;
+    QTimer gsmPPPPresenceTimer;
+    bool incomingCallInProgress = false;
+    bool outgoingCallInProgress = false;
+    bool callLoopInProgress = false; ///< guarded by callLoopMutex
+    QMutex callLoopMutex;
+    QTimer pendingOutgoingCallTimer;
+    quint8 savedDefaultAmpliMask = 0;
+    quint32 savedOutputType = 0;
+    int callLoopIndex = 0; ///< position in callLoopNumbers of the number being called
+    QStringList callLoopNumbers;
+};

@@ -1,0 +1,80 @@
+#include "SmsOutController.h"
+
+#include "Gsm.h"
+#include "Log.h"
+#include "QtCompat.h"
+
+#include <QTimer>
+
+// Readers of the log look for the queue's lines under the sound manager's path.
+#define LOG_SMS(level, ...) LOG_FROM(Names::SoundManagerObject, level, __VA_ARGS__)
+
+namespace
+{
+
+constexpr int ProcessingDelayMs = 1000;
+
+}
+
+SmsOutController& SmsOutController::Instance()
+{
+    static SmsOutController instance;
+    return instance;
+}
+
+SmsOutController::SmsOutController() : lastSmsId(0)
+{
+    Gsm& gsm = Gsm::Instance();
+    if (!gsm.IsValid() || !connect(&gsm, SIGNAL(ModemRegistered()), SLOT(OnGsmModemRegistered()))) {
+        LOG_SMS(LogError, "FATAL: error connecting Gsm service");
+        throw QtConcurrent::Exception();
+    }
+    LOG_SMS(LogProgress, "Gsm service connected");
+}
+
+uint SmsOutController::SmsSend(const QString& phoneNumber, const QString& message)
+{
+    ++lastSmsId;
+    smsQueue.append(Sms(lastSmsId, phoneNumber, message));
+    ScheduleProcessing();
+    return lastSmsId;
+}
+
+void SmsOutController::ScheduleProcessing()
+{
+    QTimer::singleShot(ProcessingDelayMs, this, SLOT(ProcessSmsQueue()));
+}
+
+void SmsOutController::ProcessSmsQueue()
+{
+    LOG_SMS(LogProgress, "Process sms queue: %d messages present", static_cast<int>(smsQueue.size()));
+    if (smsQueue.isEmpty())
+        return;
+
+    int modemStatus = ModemStatusOff;
+    if (!Gsm::Instance().GetModemStatus(modemStatus)) {
+        LOG_SMS(LogWarning, "Can't obtain gsm status");
+        return;
+    }
+
+    switch (modemStatus) {
+    case ModemStatusRegistered: {
+        // Out of the queue before it is sent: a message whose sending fails is dropped, never sent twice.
+        const Sms sms = smsQueue.takeFirst();
+        Q_EMIT SmsSent(sms, Gsm::Instance().SendSms(sms.phoneNumber, sms.message));
+        if (!smsQueue.isEmpty())
+            ScheduleProcessing();
+        break;
+    }
+    case ModemStatusOn:
+        LOG_SMS(LogRequest, "Gsm is ON: sms queue will be processed when gsm becomes REGISTERED");
+        break;
+    default: LOG_SMS(LogWarning, "Unexpected: the Gsm is OFF (please dig for bug)"); break;
+    }
+}
+
+void SmsOutController::OnGsmModemRegistered()
+{
+    if (!smsQueue.isEmpty())
+        ProcessSmsQueue();
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "Log.h"
+
+#include <QDBusError>
+#include <QDBusPendingReply>
+#include <QDBusReply>
+#include <QString>
+
+/// Traces the raw result of a synchronous remote call, whose first out argument is a status (0 is success).
+/// @param origin object path that the line is attributed to.
+/// @param name the call, as peer->method.
+inline void PRINT_DBUS_RESULT(const char* origin, const QString& name, const QDBusReply<int>& reply)
+{
+    const QByteArray call = name.toLocal8Bit();
+
+    if (!reply.isValid())
+        LOG_FROM(origin, LogWarning, "Dbus %s sync call: valid=false, value=nd", call.constData());
+    else
+        LOG_FROM(origin, reply.value() == 0 ? LogTrace : LogWarning, "Dbus %s sync call: valid=true, value=%d",
+                 call.constData(), reply.value());
+}
+
+/// Traces the raw result of an asynchronous remote call. An answer without error is only a trace, whatever its status:
+/// the caller's own line tells the failure.
+inline void PRINT_DBUS_RESULT(const char* origin, const QString& name, const QDBusPendingReply<int>& reply)
+{
+    const QByteArray call = name.toLocal8Bit();
+
+    if (!reply.isFinished()) {
+        LOG_FROM(origin, LogWarning, "Dbus %s async call: finished=false", call.constData());
+    } else if (reply.isValid() && !reply.isError()) {
+        LOG_FROM(origin, LogTrace, "Dbus %s async call: finished=true, valid=true, error=false, value=%d",
+                 call.constData(), reply.value());
+    } else {
+        const QString error = reply.isError() ? reply.error().message() : QStringLiteral("nd");
+        const QString value = reply.isValid() ? QString::number(reply.value(), 10) : QStringLiteral("nd");
+        LOG_FROM(origin, LogWarning, "Dbus %s async call: finished=true, valid=%s, error=%s (%s), value=%s",
+                 call.constData(), reply.isValid() ? "true" : "false", reply.isError() ? "true" : "false",
+                 error.toLocal8Bit().constData(), value.toLocal8Bit().constData());
+    }
+}
+
+/// Status with which every method of the device's services reports success.
+constexpr int RemoteSuccess = 0;
+
+/// Tells whether an answer came in time, without error and with the status of success.
+inline bool Succeeded(const QDBusReply<int>& reply)
+{
+    return reply.isValid() && reply.value() == RemoteSuccess;
+}
+
+inline bool Succeeded(const QDBusPendingReply<int>& reply)
+{
+    return reply.isFinished() && reply.isValid() && !reply.isError() && reply.value() == RemoteSuccess;
+}
+
+/// Traces a synchronous call's answer and tells whether the call succeeded.
+inline bool FinishCall(const QString& name, const QDBusReply<int>& reply)
+{
+    PRINT_DBUS_RESULT(Names::PhoneObject, name, reply);
+    return Succeeded(reply);
+}
+
+/// Waits for an asynchronous call's answer, at most for the timeout that its proxy had, traces it and tells whether the
+/// call succeeded.
+inline bool FinishCall(const QString& name, QDBusPendingReply<int> reply)
+{
+    reply.waitForFinished();
+    PRINT_DBUS_RESULT(Names::PhoneObject, name, reply);
+    return Succeeded(reply);
+}
