@@ -275,7 +275,7 @@ bool PhoneManager::EvaluatePhonePower()
         result = power.RequestOn();
         if (simStatus == SimStatusUnchecked)
             simStatus = SimStatusChecking;
-        // Also after a refused power-on: the watchdog's power cycle is what tries again.
+        // Also after a failed power-on: a daemon that only answers late may power the modem all the same.
         if (wasOff)
             gsmPowerToRegisteredTimer.start();
     }
