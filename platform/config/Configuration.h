@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QMap>
 #include <QString>
 
 /// Client of the device's configuration store: sections of keys with text values in an INI file, KOVA_CONFIG_FILE or
@@ -19,9 +20,16 @@ public:
     QString ReadConfigValue(const QString& section, const QString& key, const QString& defaultValue, bool* ok,
                             bool fresh) const;
 
-    /// Writes one value and keeps all others. The file is replaced as a whole: after a power cut it holds the old or the
-    /// new state. The folder is made when it is missing.
+    /// Writes one value and keeps all others. The file is replaced as a whole: after a power cut it holds the old or
+    /// the new state. The folder is made when it is missing.
     /// @param mayDefer lets the store put off the way to the disk; without it the value is there when the call returns.
     /// @return false, and nothing is changed, when the file is not valid or cannot be written.
     bool WriteConfigValue(const QString& section, const QString& key, const QString& value, bool mayDefer);
+
+private:
+    bool Load() const;
+
+    QString path;
+    mutable QMap<QString, QString> values; ///< by section/key
+    mutable bool valid;
 };

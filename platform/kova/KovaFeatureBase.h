@@ -15,8 +15,8 @@ public:
     /// True when the object path is well-formed by the D-Bus rules for object paths.
     bool IsValid() const;
 
-    /// The device starts, stops, suspends or resumes the feature. A feature that needs nothing there overrides them with
-    /// empty bodies.
+    /// The device starts, stops, suspends or resumes the feature. A feature that needs nothing there overrides them
+    /// with empty bodies.
     virtual void OnStart();
     virtual void OnStop();
     virtual void OnSuspend();

@@ -15,4 +15,8 @@ public:
     /// @param text the message; a null pointer is written as an empty text.
     /// @param origin the object path that the message comes from.
     void EmitLogString(unsigned int level, const char* text, const char* origin);
+
+private:
+    unsigned int highestLevel;
+    bool toJournal;
 };

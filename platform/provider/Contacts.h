@@ -3,7 +3,8 @@
 #include <QList>
 #include <QString>
 
-namespace kova_provider {
+namespace kova_provider
+{
 
 /// One contact and what it may do. Each flag is one bit of the database's flags column, in this order from bit 0.
 struct Contact {
@@ -34,18 +35,19 @@ enum ContactFilter : unsigned int {
 class Contacts
 {
 public:
-    /// Opens the database and looks for its table.
+    /// Reads the database.
     /// @param clientName who asks; the object path of a service.
     explicit Contacts(const char* clientName);
-    ~Contacts();
-    Contacts(const Contacts&) = delete;
-    Contacts& operator=(const Contacts&) = delete;
 
-    /// False when the database is missing, damaged, locked or has no contacts table.
+    /// False when the database is missing, damaged, locked for longer than a second, or has no contacts table.
     bool IsLoaded() const;
 
     /// The contacts that have every flag of the filter, in the order of their ids; empty when not loaded.
     QList<Contact> getContacts(ContactFilter filter) const;
+
+private:
+    QList<Contact> contacts;
+    bool loaded;
 };
 
 }

@@ -1,0 +1,140 @@
+#include "LogInterface.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr unsigned int DefaultLevel = 5;
+
+unsigned int LevelFromEnvironment()
+{
+    const char* value = std::getenv("KOVA_LOG_LEVEL");
+    if (!value || *value < '0' || *value > '9')
+        return DefaultLevel;
+    char* end = nullptr;
+    const unsigned long level = std::strtoul(value, &end, 10);
+    return *end == '\0' && level <= UINT_MAX ? static_cast<unsigned int>(level) : DefaultLevel;
+}
+
+/// JOURNAL_STREAM names the device and inode of the journal's stream; it is inherited by programs whose standard error
+/// goes elsewhere.
+bool StandardErrorIsJournal()
+{
+    const char* stream = std::getenv("JOURNAL_STREAM");
+    unsigned long long device = 0;
+    unsigned long long inode = 0;
+    struct stat status = {};
+    return stream && std::sscanf(stream, "%llu:%llu", &device, &inode) == 2 && fstat(STDERR_FILENO, &status) == 0 &&
+           status.st_dev == device && status.st_ino == inode;
+}
+
+/// The journal's priority prefix (sd-daemon(3)).
+const char* JournalPriority(unsigned int level)
+{
+    switch (level) {
+    case 1: return "<3>";
+    case 2: return "<4>";
+    case 9: return "<7>";
+    default: return "<6>";
+    }
+}
+
+/// Length of the well-formed UTF-8 character that the text begins with (The Unicode Standard, table 3-7), 0 if none.
+std::size_t CharacterLength(std::string_view text)
+{
+    const auto byte = [&](std::size_t index) {
+        return index < text.size() ? static_cast<unsigned char>(text[index]) : 0U;
+    };
+    const auto within = [&](std::size_t index, unsigned int low, unsigned int high) {
+        return byte(index) >= low && byte(index) <= high;
+    };
+    const auto trail = [&](std::size_t index) { return within(index, 0x80, 0xbf); };
+
+    const unsigned int lead = byte(0);
+    if (lead < 0x80)
+        return 1;
+    if (lead >= 0xc2 && lead <= 0xdf)
+        return trail(1) ? 2 : 0;
+    if (lead >= 0xe0 && lead <= 0xef)
+        return within(1, lead == 0xe0 ? 0xa0 : 0x80, lead == 0xed ? 0x9f : 0xbf) && trail(2) ? 3 : 0;
+    if (lead >= 0xf0 && lead <= 0xf4)
+        return within(1, lead == 0xf0 ? 0x90 : 0x80, lead == 0xf4 ? 0x8f : 0xbf) && trail(2) && trail(3) ? 4 : 0;
+    return 0;
+}
+
+/// C0 controls and DEL, and the C1 controls in their UTF-8 form.
+bool IsControl(std::string_view character)
+{
+    const auto first = static_cast<unsigned char>(character[0]);
+    return first < 0x20 || first == 0x7f || (first == 0xc2 && static_cast<unsigned char>(character[1]) < 0xa0);
+}
+
+void AppendVisible(std::string& line, const char* text)
+{
+    static constexpr char digits[] = "0123456789abcdef";
+
+    std::string_view rest = text ? text : "";
+    while (!rest.empty()) {
+        const std::size_t length = CharacterLength(rest);
+        const std::string_view character = rest.substr(0, length > 0 ? length : 1);
+        if (length > 0 && !IsControl(character)) {
+            line += character;
+        } else {
+            for (const char c : character) {
+                const auto byte = static_cast<unsigned char>(c);
+                line += {'\\', 'x', digits[byte >> 4], digits[byte & 0xf]};
+            }
+        }
+        rest.remove_prefix(character.size());
+    }
+}
+
+/// Local time with milliseconds.
+void AppendTime(std::string& line)
+{
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local = {};
+    localtime_r(&now.tv_sec, &local);
+
+    char text[sizeof "-2147483648-12-31T23:59:59.999 "];
+    std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &local);
+    length += std::snprintf(text + length, sizeof text - length, ".%03ld ", now.tv_nsec / 1000000);
+    line.append(text, length);
+}
+
+}
+
+LogInterface::LogInterface(const QString&) : highestLevel(LevelFromEnvironment()), toJournal(StandardErrorIsJournal())
+{
+}
+
+void LogInterface::EmitLogString(unsigned int level, const char* text, const char* origin)
+{
+    if (level > highestLevel)
+        return;
+
+    std::string line;
+    if (toJournal)
+        line += JournalPriority(level);
+    else
+        AppendTime(line);
+    line += 'L' + std::to_string(level) + ' ';
+    AppendVisible(line, origin);
+    line += ' ';
+    AppendVisible(line, text);
+    line += '\n';
+
+    // One write a line: lines of several threads and processes do not mix.
+    while (write(STDERR_FILENO, line.data(), line.size()) < 0 && errno == EINTR) {
+    }
+}
