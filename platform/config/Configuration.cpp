@@ -110,7 +110,7 @@ bool Configuration::WriteConfigValue(const QString& section, const QString& key,
 
     QByteArray text;
     if (!ReadFile(target.filePath(), text) || !ParseOnce(text, values) ||
-        !IniText::SetValue(text, ValueName(section, key), value))
+        !IniText::SetValue(text, ValueName(section, key), value, folder))
         return false;
 
     QSaveFile file(target.filePath());

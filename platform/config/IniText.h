@@ -13,7 +13,8 @@ namespace IniText
 bool Parse(const QByteArray& text, QMap<QString, QString>& values);
 
 /// Sets one value in the text and keeps all others.
+/// @param folder where a passing copy of the text can be written.
 /// @return false, with the text unchanged, when it cannot be done.
-bool SetValue(QByteArray& text, const QString& name, const QString& value);
+bool SetValue(QByteArray& text, const QString& name, const QString& value, const QString& folder);
 
 }
