@@ -1,0 +1,99 @@
+#include "Interface.h"
+
+#include <QFile>
+#include <QXmlStreamReader>
+
+Interface::Interface(const QString& name) : name(name)
+{
+    QFile file(QStringLiteral(":/dbus/%1.xml").arg(name));
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("No description of %s", qPrintable(name));
+    const QString text = QString::fromUtf8(file.readAll());
+    element = text.mid(text.indexOf(QLatin1String("  <interface ")));
+    element.truncate(element.indexOf(QLatin1String("</node>")));
+
+    QXmlStreamReader reader(text);
+    QString member;
+    bool isSignal = false;
+    while (!reader.atEnd()) {
+        if (reader.readNext() != QXmlStreamReader::StartElement)
+            continue;
+        const QXmlStreamAttributes attributes = reader.attributes();
+        if (reader.name() == QLatin1String("method") || reader.name() == QLatin1String("signal")) {
+            member = attributes.value(QStringLiteral("name")).toString();
+            isSignal = reader.name() == QLatin1String("signal");
+            if (isSignal)
+                signalTypes.insert(member, {});
+            else
+                methods.insert(member, {});
+        } else if (reader.name() == QLatin1String("arg")) {
+            const QString type = attributes.value(QStringLiteral("type")).toString();
+            if (isSignal)
+                signalTypes[member].append(type);
+            else if (attributes.value(QStringLiteral("direction")) == QLatin1String("in"))
+                methods[member].in.append(type);
+            else
+                methods[member].out.append(type);
+        }
+    }
+    if (reader.hasError())
+        qFatal("Description of %s: %s", qPrintable(name), qPrintable(reader.errorString()));
+}
+
+QVariant ToBusType(const QVariant& value, const QString& type)
+{
+    bool ok = true;
+    QVariant result;
+    if (type == QLatin1String("b")) {
+        const QString text = value.toString();
+        ok = text == QLatin1String("true") || text == QLatin1String("false");
+        result = value.toBool();
+    } else if (type == QLatin1String("y")) {
+        const uint number = value.toUInt(&ok);
+        ok = ok && number <= UCHAR_MAX;
+        result = QVariant::fromValue(static_cast<uchar>(number));
+    } else if (type == QLatin1String("i")) {
+        result = value.toInt(&ok);
+    } else if (type == QLatin1String("u")) {
+        result = value.toUInt(&ok);
+    } else if (type == QLatin1String("d")) {
+        result = value.toDouble(&ok);
+    } else if (type == QLatin1String("s")) {
+        result = value.toString();
+    } else if (type == QLatin1String("as")) {
+        result = value.toStringList();
+    } else if (type == QLatin1String("a{sv}")) {
+        result = value.toMap();
+    } else {
+        ok = false;
+    }
+    return ok ? result : QVariant();
+}
+
+QString Show(const QVariant& value)
+{
+    const int type = value.userType();
+    if (type == QMetaType::QVariantMap) {
+        QStringList entries;
+        const QVariantMap map = value.toMap();
+        for (auto entry = map.begin(); entry != map.end(); ++entry)
+            entries.append(entry.key() + QLatin1Char('=') + Show(entry.value()));
+        return QLatin1Char('{') + entries.join(QStringLiteral(", ")) + QLatin1Char('}');
+    }
+    if (type != QMetaType::QString)
+        return value.toString();
+
+    QString text;
+    const QString raw = value.toString();
+    for (const QChar c : raw)
+        text += c.isPrint() ? QString(c) : QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
+    return QLatin1Char('"') + text + QLatin1Char('"');
+}
+
+QString Show(const QVariantList& values)
+{
+    QStringList texts;
+    for (const QVariant& value : values)
+        texts.append(Show(value));
+    return QLatin1Char('(') + texts.join(QStringLiteral(", ")) + QLatin1Char(')');
+}

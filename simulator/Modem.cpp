@@ -1,0 +1,260 @@
+#include "Modem.h"
+
+#include <QDateTime>
+
+namespace
+{
+
+constexpr int Refused = 1; ///< the status of what the modem cannot do now
+constexpr char ModemPath[] = "/com/quillmark/kova/gsmmanager/modem0";
+
+Answer Status(bool done)
+{
+    return {done ? 0 : Refused};
+}
+
+}
+
+Modem::Modem(BusService& daemon, const DeviceTimes& times) : daemon(daemon), times(times)
+{
+    for (QTimer* timer : {&transition, &farEndTimer})
+        timer->setSingleShot(true);
+    connect(&transition, &QTimer::timeout, this, &Modem::OnTransition);
+    connect(&signalTimer, &QTimer::timeout, this, &Modem::ReportSignal);
+    connect(&farEndTimer, &QTimer::timeout, this,
+            [this] { farEnds.value(callNumber, FarEndAnswers) == FarEndRejects ? FarEndReject() : FarEndAnswer(); });
+    HandleRequests();
+}
+
+void Modem::HandleRequests()
+{
+    daemon.Handle("ModemSetEnabled", [this](const QVariantList& arguments) {
+        SetEnabled(arguments.at(0).toBool());
+        return Answer();
+    });
+    daemon.Handle("ModemGetStatus", [this](const QVariantList&) {
+        return Answer{0, {power == Registered ? 2 : power == On ? 1 : 0}};
+    });
+    daemon.Handle("IsSimPresent", [this](const QVariantList&) { return Answer{0, {simInserted}}; });
+    daemon.Handle("PingRegistration", [this](const QVariantList&) { return Status(power == Registered); });
+    daemon.Handle("SignalStrength", [this](const QVariantList&) {
+        return Answer{power == Registered ? 0 : Refused, {signalQuality}};
+    });
+    daemon.Handle("GprsSetApn", [this](const QVariantList&) { return Status(power == On || power == Registered); });
+    daemon.Handle("Call", [this](const QVariantList& arguments) { return Status(Dial(arguments.at(0).toString())); });
+    daemon.Handle("CallAnswer", [this](const QVariantList&) {
+        if (call != Ringing)
+            return Status(false);
+        call = Active;
+        daemon.Send("CallAnswered", CallInfo());
+        return Status(true);
+    });
+    daemon.Handle("CallHangup", [this](const QVariantList&) {
+        const bool hadCall = call != NoCall;
+        EndCall("CallTerminated");
+        return Status(hadCall);
+    });
+    daemon.Handle("CallHangupAll", [this](const QVariantList&) {
+        EndCall("CallTerminated");
+        return Status(true);
+    });
+    daemon.Handle("SendSms", [this](const QVariantList&) {
+        smsSent += power == Registered;
+        return Status(power == Registered);
+    });
+}
+
+// Power and registration
+
+void Modem::SetEnabled(bool enable)
+{
+    if (enable && (power == Off || power == PoweringDown))
+        SetPower(PoweringUp);
+    else if (!enable && power != Off)
+        SetPower(PoweringDown);
+}
+
+void Modem::SetPower(Power next)
+{
+    power = next;
+    transition.stop();
+    if (power != Registered)
+        signalTimer.stop();
+
+    switch (power) {
+    case Off:
+        EndCall(nullptr);
+        daemon.Send("ModemOff");
+        break;
+    case PoweringUp: transition.start(times.powerUp); break;
+    case On:
+        if (!announced) {
+            announced = true;
+            daemon.Send("ModemAdded", {ModemPath});
+        }
+        daemon.Send("ModemPowered");
+        FollowNetwork();
+        break;
+    case Registered:
+        daemon.Send("ModemRegistered");
+        signalTimer.start(times.signalInterval);
+        ReportSignal();
+        break;
+    case PoweringDown: transition.start(times.powerDown); break;
+    }
+}
+
+void Modem::OnTransition()
+{
+    switch (power) {
+    case PoweringUp: SetPower(On); break;
+    case On: SetPower(Registered); break;
+    case PoweringDown: SetPower(Off); break;
+    case Off:
+    case Registered: break;
+    }
+}
+
+/// A powered modem registers while there are a card and a network, and falls back to searching without.
+void Modem::FollowNetwork()
+{
+    const bool canRegister = simInserted && networkFound;
+    if (power == On && canRegister && !transition.isActive())
+        transition.start(times.registration);
+    else if (power == On && !canRegister)
+        transition.stop();
+    else if (power == Registered && !canRegister) {
+        EndCall("CallTerminated");
+        SetPower(On);
+    }
+}
+
+void Modem::ReportSignal()
+{
+    if (power == Registered && !silent)
+        daemon.Send("SignalQuality", {signalQuality});
+}
+
+void Modem::SetSim(bool inserted)
+{
+    simInserted = inserted;
+    FollowNetwork();
+}
+
+void Modem::SetNetwork(bool found)
+{
+    networkFound = found;
+    FollowNetwork();
+}
+
+void Modem::SetSilent(bool silent)
+{
+    this->silent = silent;
+    ReportSignal();
+}
+
+void Modem::SetSignalQuality(uchar quality)
+{
+    signalQuality = quality;
+    ReportSignal();
+}
+
+void Modem::Drop()
+{
+    if (power != Off)
+        SetPower(Off);
+}
+
+// Calls and messages
+
+QVariantList Modem::CallInfo() const
+{
+    return {QVariantMap{{"LineIdentification", callNumber}}};
+}
+
+bool Modem::Dial(const QString& number)
+{
+    const FarEnd farEnd = farEnds.value(number, FarEndAnswers);
+    if (power != Registered || call != NoCall || farEnd == FarEndUnreachable)
+        return false;
+    call = Dialling;
+    callNumber = number;
+    if (farEnd != FarEndDoesNotAnswer)
+        farEndTimer.start(times.answer);
+    return true;
+}
+
+/// @param signal how the daemon tells of it; a modem that loses its power tells nothing.
+void Modem::EndCall(const char* signal)
+{
+    if (call == NoCall)
+        return;
+    farEndTimer.stop();
+    call = NoCall;
+    if (signal)
+        daemon.Send(signal, CallInfo());
+}
+
+void Modem::SetFarEnd(const QString& number, FarEnd behaviour)
+{
+    farEnds.insert(number, behaviour);
+}
+
+QString Modem::Ring(const QString& number)
+{
+    if (power != Registered)
+        return QStringLiteral("the modem is not registered");
+    if (call != NoCall)
+        return QStringLiteral("a call is in progress");
+    call = Ringing;
+    callNumber = number;
+    daemon.Send("CallIncoming", CallInfo());
+    return {};
+}
+
+QString Modem::FarEndAnswer()
+{
+    if (call != Dialling)
+        return QStringLiteral("no call is being dialled");
+    farEndTimer.stop();
+    call = Active;
+    daemon.Send("CallAnswered", CallInfo());
+    return {};
+}
+
+QString Modem::FarEndReject()
+{
+    if (call != Dialling)
+        return QStringLiteral("no call is being dialled");
+    EndCall("CallRejected");
+    return {};
+}
+
+QString Modem::FarEndHangup()
+{
+    if (call == NoCall)
+        return QStringLiteral("there is no call");
+    EndCall("CallTerminated");
+    return {};
+}
+
+void Modem::DeliverSms(const QString& number, const QString& text)
+{
+    daemon.Send(
+        "MessageReceived",
+        {text, QVariantMap{{"Sender", number}, {"SentTime", QDateTime::currentDateTime().toString(Qt::ISODate)}}});
+}
+
+QVariantMap Modem::State() const
+{
+    static constexpr const char* powerNames[] = {"off", "powering up", "on", "registered", "powering down"};
+    static constexpr const char* callNames[] = {"none", "dialling", "ringing", "active"};
+    return {{"modem", powerNames[power]},
+            {"sim", simInserted ? "in" : "out"},
+            {"network", networkFound ? "found" : "lost"},
+            {"signal", signalQuality},
+            {"reports", silent ? "silent" : "normal"},
+            {"call", callNames[call]},
+            {"number", call == NoCall ? QString() : callNumber},
+            {"sms-sent", smsSent}};
+}
