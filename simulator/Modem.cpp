@@ -5,12 +5,12 @@
 namespace
 {
 
-constexpr int Refused = 1; ///< the status of what the modem cannot do now
+constexpr int StatusRefused = 1; ///< what the modem cannot do now
 constexpr char ModemPath[] = "/com/quillmark/kova/gsmmanager/modem0";
 
 Answer Status(bool done)
 {
-    return {done ? 0 : Refused};
+    return {done ? 0 : StatusRefused};
 }
 
 }
@@ -38,7 +38,7 @@ void Modem::HandleRequests()
     daemon.Handle("IsSimPresent", [this](const QVariantList&) { return Answer{0, {simInserted}}; });
     daemon.Handle("PingRegistration", [this](const QVariantList&) { return Status(power == Registered); });
     daemon.Handle("SignalStrength", [this](const QVariantList&) {
-        return Answer{power == Registered ? 0 : Refused, {signalQuality}};
+        return Answer{power == Registered ? 0 : StatusRefused, {signalQuality}};
     });
     daemon.Handle("GprsSetApn", [this](const QVariantList&) { return Status(power == On || power == Registered); });
     daemon.Handle("Call", [this](const QVariantList& arguments) { return Status(Dial(arguments.at(0).toString())); });

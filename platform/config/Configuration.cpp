@@ -45,7 +45,7 @@ bool ParseOnce(const QByteArray& text, QMap<QString, QString>& values)
     static QMap<QString, QString> lastValues;
     static bool lastParsed = true;
 
-    const QMutexLocker<QMutex> lock(&mutex);
+    const QMutexLocker lock(&mutex);
     if (text != lastText) {
         lastParsed = IniText::Parse(text, lastValues);
         lastText = text;
