@@ -5,6 +5,7 @@
 #include "Connections.h"
 #include "Gsm.h"
 #include "GsmPowerController.h"
+#include "LinkState.h"
 #include "QtCompat.h"
 #include "SmsOutController.h"
 #include "common_qdbus.h"
@@ -13,7 +14,6 @@
 #include <Contacts.h>
 #include <QDBusConnection>
 #include <QMutexLocker>
-#include <QNetworkInterface>
 #include <SoundManagerProxy.h>
 
 #include <unistd.h>
@@ -436,8 +436,7 @@ void PhoneManager::OnGsmPowerToRegisteredTimeout()
 
 void PhoneManager::OnGsmPPPPresenceTimeout()
 {
-    const QNetworkInterface link = QNetworkInterface::interfaceFromName(PppInterface);
-    if (link.isValid() && link.flags().testFlag(QNetworkInterface::IsUp))
+    if (IsLinkUp(PppInterface))
         return;
 
     LOG(LogWarning, "PPP Is not up after 10 minutes. Power Cycle the modem");
