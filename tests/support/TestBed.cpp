@@ -1,0 +1,334 @@
+#include "TestBed.h"
+
+#include "ControlNames.h"
+#include "Interface.h"
+#include "Names.h"
+#include "SimulatorProxy.h"
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusPendingReply>
+#include <QDBusReply>
+#include <QFile>
+#include <QRegularExpression>
+#include <QSaveFile>
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QTest>
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+
+namespace
+{
+
+constexpr int LimitMs = 30000; ///< for what is certain to come, on however busy a machine
+constexpr int SimCheckMs = 20000;
+
+constexpr char Faketime[] = KOVA_FAKETIME;
+
+/// Quick enough for a test; one report of the signal quality, right after registration.
+const QStringList quickDevice = {"--power-up", "20", "--register",        "20",     "--power-down", "20",
+                                 "--answer",   "20", "--signal-interval", "9999999"};
+
+bool WaitFor(const std::function<bool()>& condition)
+{
+    return QTest::qWaitFor(condition, LimitMs);
+}
+
+SimulatorProxy Simulator()
+{
+    return {ControlNames::Service, ControlNames::Object, QDBusConnection::sessionBus()};
+}
+
+bool OnBus(const char* name)
+{
+    return QDBusConnection::sessionBus().interface()->isServiceRegistered(QLatin1String(name));
+}
+
+int Count(const QStringList& list, const QString& text)
+{
+    return static_cast<int>(
+        std::count_if(list.begin(), list.end(), [&](const QString& entry) { return entry.contains(text); }));
+}
+
+}
+
+TestBed::TestBed() : phone(Names::PhoneService, Names::PhoneObject, QDBusConnection::sessionBus())
+{
+    phone.setTimeout(INT_MAX);
+    device.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    connect(&service, &QProcess::readyReadStandardError, this, &TestBed::ReadLog);
+
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    bus.connect(QString(), Names::PhoneObject, phone.interface(), QString(), this, SLOT(OnPhoneSignal(QDBusMessage)));
+    bus.connect(QString(), ControlNames::Object, SimulatorProxy::staticInterfaceName(), QStringLiteral("Event"), this,
+                SLOT(OnDeviceEvent(QString)));
+}
+
+TestBed::~TestBed()
+{
+    End(service);
+    End(device);
+    ReadLog();
+    if (!unreadable.isEmpty())
+        QTest::qFail("The service wrote what is no log line", __FILE__, __LINE__);
+    if (!QTest::currentTestFailed())
+        return;
+
+    std::printf("What happened:\n  %s\nThe service's log:\n", qPrintable(events.join(QStringLiteral("\n  "))));
+    for (const LogLine& line : std::as_const(log))
+        std::printf("  %d %s [%s:%d] %s\n", line.level, qPrintable(line.origin), qPrintable(line.file), line.line,
+                    qPrintable(line.message));
+    std::printf("%s\n", qPrintable(unreadable.join(QLatin1Char('\n'))));
+    std::fflush(stdout);
+}
+
+void TestBed::End(QProcess& program)
+{
+    program.terminate();
+    if (program.state() != QProcess::NotRunning && !program.waitForFinished(LimitMs)) {
+        program.kill();
+        program.waitForFinished();
+    }
+}
+
+// Settings and contacts
+
+void TestBed::WriteSettings(const QByteArray& text)
+{
+    QFile file(SettingsPath());
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size())
+        qFatal("Can't write %s", qPrintable(file.fileName()));
+}
+
+QByteArray TestBed::Settings() const
+{
+    QFile file(SettingsPath());
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void TestBed::WriteContacts(const QMap<QString, int>& contacts)
+{
+    const QString connection = QStringLiteral("contacts");
+    {
+        QSqlDatabase database = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), connection);
+        database.setDatabaseName(ContactsPath());
+        QSqlQuery query(database.open() ? database : QSqlDatabase());
+        bool done = query.exec(QStringLiteral("CREATE TABLE contacts (id INTEGER PRIMARY KEY, name TEXT NOT NULL, "
+                                              "phone_number TEXT NOT NULL, flags INTEGER NOT NULL)"));
+        for (auto contact = contacts.begin(); contact != contacts.end(); ++contact) {
+            done &= query.prepare(
+                QStringLiteral("INSERT INTO contacts (name, phone_number, flags) VALUES ('somebody', ?, ?)"));
+            query.addBindValue(contact.key());
+            query.addBindValue(contact.value());
+            done &= query.exec();
+        }
+        if (!done)
+            qFatal("Can't make %s", qPrintable(ContactsPath()));
+    }
+    QSqlDatabase::removeDatabase(connection);
+}
+
+// The two programs
+
+bool TestBed::StartDevice(const QStringList& options)
+{
+    device.start(QStringLiteral(KOVA_BUILD_DIR "/kova-simulator"),
+                 QStringList{QStringLiteral("--quiet")} + quickDevice + options);
+    return WaitFor([] { return OnBus(ControlNames::Service); });
+}
+
+void TestBed::LaunchService(const QMap<QString, QString>& changes)
+{
+    if (!QFile::exists(Faketime))
+        qFatal("libfaketime is not installed, or was not when the build was configured");
+
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("KOVA_CONFIG_FILE", SettingsPath());
+    environment.insert("KOVA_CONTACTS_DB", ContactsPath());
+    environment.insert("KOVA_LOG_LEVEL", "9");
+    environment.insert("LD_PRELOAD", Faketime);
+    environment.insert("FAKETIME_TIMESTAMP_FILE", folder.filePath("clock"));
+    environment.insert("FAKETIME_NO_CACHE", "1");
+    // The preloaded library comes before the sanitizer's.
+    environment.insert("ASAN_OPTIONS", environment.value("ASAN_OPTIONS") + ":verify_asan_link_order=0");
+    for (auto change = changes.begin(); change != changes.end(); ++change)
+        change->isEmpty() ? environment.remove(change.key()) : environment.insert(change.key(), *change);
+
+    SetClock();
+    service.setProcessEnvironment(environment);
+    service.start(QStringLiteral(KOVA_BUILD_DIR "/phonemanager"), QStringList());
+}
+
+bool TestBed::StartService()
+{
+    LaunchService();
+    return WaitForLog(QStringLiteral("Phone Manager running"));
+}
+
+int TestBed::AwaitEnd()
+{
+    if (service.state() != QProcess::NotRunning && !service.waitForFinished(LimitMs))
+        return -2;
+    ReadLog();
+    return service.exitStatus() == QProcess::CrashExit ? -1 : service.exitCode();
+}
+
+int TestBed::StopService(int signal)
+{
+    ::kill(static_cast<pid_t>(service.processId()), signal);
+    return AwaitEnd();
+}
+
+bool TestBed::BringUp()
+{
+    if (!QFile::exists(SettingsPath()))
+        WriteSettings("[PHONE]\nenabled=1\n");
+    if (!StartDevice() || !StartService() || !PassSimCheck() || !WaitForLog(QStringLiteral("Gsm signal: 71")))
+        return false;
+    Settle();
+    ForgetRecords();
+    return true;
+}
+
+bool TestBed::PassSimCheck()
+{
+    if (!WaitForLog(QStringLiteral("Gsm modem REGISTERED")))
+        return false;
+    PassTime(SimCheckMs);
+    return WaitForEvent(QStringLiteral("phone PhoneStatus(2)"));
+}
+
+// Steering
+
+bool TestBed::Command(const QString& line)
+{
+    const QDBusPendingReply<int, QString> reply = Simulator().Command(line);
+    const bool done = !reply.isError() && reply.argumentAt<0>() == 0;
+    if (!done)
+        qWarning("%s: %s", qPrintable(line),
+                 qPrintable(reply.isError() ? reply.error().message() : reply.argumentAt<1>()));
+    return done;
+}
+
+bool TestBed::Commands(const QStringList& lines)
+{
+    return std::all_of(lines.begin(), lines.end(), [this](const QString& line) { return Command(line); });
+}
+
+QVariantMap TestBed::DeviceState()
+{
+    return Simulator().State().value();
+}
+
+void TestBed::SetClock()
+{
+    QSaveFile file(folder.filePath("clock"));
+    if (!file.open(QIODevice::WriteOnly) || file.write("+" + QByteArray::number(clockMs / 1000.0, 'f', 3)) < 0 ||
+        !file.commit())
+        qFatal("Can't set the service's clock");
+}
+
+void TestBed::PassTime(int ms)
+{
+    Settle(); // timers that are about to start have to start before
+    clockMs += ms;
+    SetClock();
+    Settle();
+}
+
+bool TestBed::PassTimeout(int ms, const QString& text)
+{
+    clockMs += ms;
+    SetClock();
+    // The service sleeps until something comes: wake it. Its timer may start only after the first wakening.
+    return WaitFor([&] {
+        if (Count(LogTexts(9), text) > 0)
+            return true;
+        phone.GetStatus();
+        return false;
+    });
+}
+
+void TestBed::Settle()
+{
+    // The service answers from its event loop, that is after what it was about. A timer that is due when the first
+    // request wakes it has been handled before it takes the second.
+    for (int i = 0; i < 2; ++i)
+        phone.GetStatus().waitForFinished();
+    QCoreApplication::processEvents();
+    ReadLog();
+}
+
+// Records
+
+void TestBed::ReadLog()
+{
+    static const QRegularExpression pattern(
+        QStringLiteral(R"(^\S+ L(\d) (\S+) \[([^]:]+):(\d+)\] (.+?\)(?: const)?): (.*)$)"));
+
+    unfinishedLine += service.readAllStandardError();
+    for (qsizetype end; (end = unfinishedLine.indexOf('\n')) >= 0; unfinishedLine.remove(0, end + 1)) {
+        const QString text = QString::fromUtf8(unfinishedLine.constData(), static_cast<int>(end));
+        const QRegularExpressionMatch match = pattern.match(text);
+        if (match.hasMatch())
+            log.append({match.captured(1).toInt(), match.captured(2), match.captured(3), match.captured(4).toInt(),
+                        match.captured(5), match.captured(6)});
+        else
+            unreadable.append(text);
+    }
+}
+
+QStringList TestBed::LogTexts(int highestLevel) const
+{
+    QStringList texts;
+    for (const LogLine& line : log) {
+        if (line.level <= highestLevel)
+            texts.append(QStringLiteral("%1 %2").arg(line.level).arg(line.message));
+    }
+    return texts;
+}
+
+bool TestBed::WaitForLog(const QString& text, int times)
+{
+    return WaitFor([&] { return Count(LogTexts(9), text) >= times; });
+}
+
+bool TestBed::WaitForEvent(const QString& text, int times)
+{
+    return WaitFor([&] { return Count(events, text) >= times; });
+}
+
+void TestBed::ForgetRecords()
+{
+    log.clear();
+    events.clear();
+}
+
+QStringList TestBed::Events(const QString& filter) const
+{
+    QStringList chosen;
+    std::copy_if(events.begin(), events.end(), std::back_inserter(chosen),
+                 [&](const QString& event) { return event.startsWith(filter); });
+    return chosen;
+}
+
+QString TestBed::MissingInOrder(const QStringList& list, const QStringList& wanted)
+{
+    auto from = list.begin();
+    for (const QString& text : wanted) {
+        from = std::find(from, list.end(), text);
+        if (from == list.end())
+            return text;
+        ++from;
+    }
+    return {};
+}
+
+void TestBed::OnPhoneSignal(const QDBusMessage& message)
+{
+    events.append(QStringLiteral("phone ") + message.member() + Show(message.arguments()));
+}
