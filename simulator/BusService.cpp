@@ -39,10 +39,12 @@ QString BusService::Join()
         return QStringLiteral("no session bus");
     onBus = true;
     ++visit;
-    if (bus.registerVirtualObject(objectPath, this) && bus.registerService(busName))
+    if (bus.registerVirtualObject(objectPath, this) && bus.registerService(busName)) {
+        Q_EMIT Joined();
         return {};
+    }
     Leave();
-    return QStringLiteral("the name %1 is taken").arg(busName);
+    return QStringLiteral("the name %1 is taken: a real service or another simulator is on this bus").arg(busName);
 }
 
 void BusService::Leave()
@@ -59,9 +61,9 @@ void BusService::Send(const QString& signal, const QVariantList& arguments)
     const QStringList types = interface.Signals().value(signal);
     Q_ASSERT(interface.Signals().contains(signal) && types.size() == arguments.size());
 
-    Q_EMIT Sent(shortName + QLatin1Char(' ') + signal + Show(arguments));
     if (!onBus)
         return;
+    Q_EMIT Sent(shortName + QLatin1Char(' ') + signal + Show(arguments));
     QDBusMessage message = QDBusMessage::createSignal(objectPath, interface.Name(), signal);
     for (int i = 0; i < types.size(); ++i)
         message << ToBusType(arguments.at(i), types.at(i));
@@ -71,6 +73,14 @@ void BusService::Send(const QString& signal, const QVariantList& arguments)
 QString BusService::introspect(const QString&) const
 {
     return interface.Element();
+}
+
+QStringList BusService::Faults() const
+{
+    QStringList texts;
+    for (auto fault = faults.begin(); fault != faults.end(); ++fault)
+        texts.append(fault.key() + QLatin1Char(' ') + fault->text);
+    return texts;
 }
 
 std::optional<Fault> BusService::TakeFault(const QString& method)
@@ -84,6 +94,20 @@ std::optional<Fault> BusService::TakeFault(const QString& method)
     return fault;
 }
 
+Answer BusService::Carry(const QDBusMessage& request, const std::optional<Fault>& fault)
+{
+    const bool refused = fault && fault->kind == Fault::Status;
+    // A method that delivers values changes nothing: its values stand beside a status of failure, too.
+    const bool delivers = interface.Methods().value(request.member()).out.size() > 1;
+
+    Answer answer;
+    if (!refused || delivers)
+        answer = handlers.value(request.member())(request.arguments());
+    if (refused)
+        answer.status = fault->number;
+    return answer;
+}
+
 void BusService::Reply(const QDBusMessage& reply)
 {
     if (onBus)
@@ -93,9 +117,15 @@ void BusService::Reply(const QDBusMessage& reply)
 bool BusService::handleMessage(const QDBusMessage& message, const QDBusConnection&)
 {
     const QString method = message.member();
-    if (message.type() != QDBusMessage::MethodCallMessage || !interface.Methods().contains(method) ||
-        (!message.interface().isEmpty() && message.interface() != interface.Name()))
+    const bool known = interface.Methods().contains(method);
+    const bool meant = message.interface() == interface.Name() || (message.interface().isEmpty() && known);
+    if (message.type() != QDBusMessage::MethodCallMessage || !meant)
         return false;
+    if (!known) {
+        Reply(message.createErrorReply(QDBusError::UnknownMethod,
+                                       QStringLiteral("%1 has no method %2").arg(interface.Name(), method)));
+        return true;
+    }
 
     const Interface::Method types = interface.Methods().value(method);
     if (message.signature() != types.in.join(QString())) {
@@ -113,15 +143,10 @@ bool BusService::handleMessage(const QDBusMessage& message, const QDBusConnectio
         return true;
     }
 
-    Answer answer;
-    if (fault && fault->kind == Fault::Status)
-        answer.status = fault->number;
-    else
-        answer = handlers.value(method)(message.arguments());
-
+    const Answer answer = Carry(message, fault);
     QVariantList values{answer.status};
     for (int i = 1; i < types.out.size(); ++i)
-        values.append(ToBusType(answer.values.value(i - 1, 0), types.out.at(i)));
+        values.append(ToBusType(answer.values.value(i - 1), types.out.at(i)));
     const QDBusMessage reply = message.createReply(values);
 
     if (fault && fault->kind == Fault::Delay) {

@@ -18,10 +18,11 @@ struct Answer {
 struct Fault {
     enum Kind { Status, Error, Silent, Delay };
 
-    Kind kind;
+    Kind kind = Silent;
     int number = 0;             ///< the status, or the delay in milliseconds
     QString error = {};         ///< the D-Bus error's name
     std::optional<int> times{}; ///< how many requests it hits; all when not set
+    QString text = {};          ///< as it was asked for
 };
 
 /// One of the device's services, on a bus connection of its own, so that it can leave the bus as a process that dies.
@@ -53,19 +54,22 @@ public:
 
     void SetFault(const QString& method, const Fault& fault) { faults.insert(method, fault); }
     void ClearFault(const QString& method) { faults.remove(method); }
+    QStringList Faults() const;
 
-    /// Sends a signal of the interface.
+    /// Sends a signal of the interface; nothing while the service is not on the bus.
     void Send(const QString& signal, const QVariantList& arguments = {});
 
     QString introspect(const QString& path) const override;
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override;
 
 Q_SIGNALS:
+    void Joined();
     void Asked(const QString& request);
     void Sent(const QString& signal);
 
 private:
     std::optional<Fault> TakeFault(const QString& method);
+    Answer Carry(const QDBusMessage& request, const std::optional<Fault>& fault);
     void Reply(const QDBusMessage& reply);
     QString ConnectionName() const { return QStringLiteral("simulator-") + shortName; }
 

@@ -1,195 +1,309 @@
 #include "Commands.h"
 
-#include <QProcess>
 #include <QRegularExpression>
 
+#include <algorithm>
 #include <climits>
+#include <type_traits>
 
 namespace
 {
 
+using Prepared = Commands::Prepared;
+
 constexpr int Unlimited = INT_MAX;
 
-Commands::Result Done(const QString& text = {})
+Prepared Refuse(const QString& problem)
 {
-    return {true, text};
+    return {{}, problem};
 }
 
-Commands::Result Refused(const QString& text)
+/// For what is always done, or answers an empty text or why it is refused.
+template <typename Action>
+Prepared Do(Action action)
 {
-    return {false, text};
+    return {[action] {
+                QString problem;
+                if constexpr (std::is_void_v<decltype(action())>)
+                    action();
+                else
+                    problem = action();
+                return Commands::Result{problem.isEmpty(), problem};
+            },
+            {}};
 }
 
-/// For what answers an empty text or why it was refused.
-Commands::Result Outcome(const QString& problem)
+/// For what answers a text to be shown.
+template <typename Action>
+Prepared Tell(Action action)
 {
-    return {problem.isEmpty(), problem};
+    return {[action] { return Commands::Result{true, action()}; }, {}};
+}
+
+/// For an argument that is one word out of a few, each of which means a value.
+template <typename Value, typename Action>
+Prepared Choose(const QString& word, const QMap<QString, Value>& values, Action action)
+{
+    if (!values.contains(word))
+        return Refuse(QStringLiteral("\"%1\" is none of: %2").arg(word, values.keys().join(QStringLiteral(", "))));
+    return Do([action, value = values.value(word)] { return action(value); });
+}
+
+std::optional<int> ReadNumber(const QString& word, int least)
+{
+    bool ok = false;
+    const int number = word.toInt(&ok);
+    return ok && number >= least ? std::optional(number) : std::nullopt;
 }
 
 /// The rule for error names on the bus: elements of letters, digits and underscores, joined by dots.
 bool IsErrorName(const QString& name)
 {
-    static const QRegularExpression pattern(QStringLiteral("^[A-Za-z_]\\w*(\\.[A-Za-z_]\\w*)+$"));
+    static const QRegularExpression pattern(QStringLiteral("^[A-Za-z_][A-Za-z0-9_]*(\\.[A-Za-z_][A-Za-z0-9_]*)+$"));
     return name.size() < 256 && pattern.match(name).hasMatch();
+}
+
+/// Reads "status N", "error NAME", "silent" or "delay MS", and "times N" after it.
+std::optional<Fault> ReadFault(QStringList words)
+{
+    Fault fault;
+    fault.text = words.join(QLatin1Char(' '));
+    if (words.size() > 2 && words.at(words.size() - 2) == QLatin1String("times")) {
+        fault.times = ReadNumber(words.last(), 1);
+        if (!fault.times)
+            return std::nullopt;
+        words = words.mid(0, words.size() - 2);
+    }
+
+    const QString kind = words.value(0);
+    const bool isDelay = kind == QLatin1String("delay");
+    if (kind == QLatin1String("silent") && words.size() == 1) {
+        fault.kind = Fault::Silent;
+        return fault;
+    }
+    if (words.size() != 2)
+        return std::nullopt;
+    if (kind == QLatin1String("error") && IsErrorName(words.at(1))) {
+        fault.kind = Fault::Error;
+        fault.error = words.at(1);
+        return fault;
+    }
+    const std::optional<int> number = ReadNumber(words.at(1), isDelay ? 0 : INT_MIN);
+    if (!number || !(isDelay || kind == QLatin1String("status")))
+        return std::nullopt;
+    fault.kind = isDelay ? Fault::Delay : Fault::Status;
+    fault.number = *number;
+    return fault;
 }
 
 QString ShowState(const QVariantMap& state)
 {
     QStringList lines;
     for (auto entry = state.begin(); entry != state.end(); ++entry)
-        lines.append(entry.key() + QStringLiteral(": ") + entry.value().toString());
+        lines.append(entry.key() + QStringLiteral(": ") + Show(entry.value()));
     return lines.join(QLatin1Char('\n'));
 }
 
+}
+
+std::optional<QStringList> SplitWords(const QString& line)
+{
+    QStringList words;
+    bool inWord = false;
+    bool quoted = false;
+    bool literal = false;
+    for (const QChar c : line) {
+        if (!literal && !quoted && c.isSpace()) {
+            inWord = false;
+            continue;
+        }
+        if (!inWord)
+            words.append(QString());
+        inWord = true;
+        if (!literal && c == QLatin1Char('"'))
+            quoted = !quoted;
+        else if (!literal && c == QLatin1Char('\\'))
+            literal = true;
+        else {
+            words.last().append(c);
+            literal = false;
+        }
+    }
+    return quoted || literal ? std::nullopt : std::optional(words);
 }
 
 Commands::Commands(Device& device) : device(device)
 {
     AddWorld();
     AddDevice();
-}
-
-void Commands::AddChoice(const QString& name, const QString& usage, int most, const Choices& choices)
-{
-    commands.insert(name,
-                    {usage, 1, most, [choices](const QStringList& arguments) {
-                         const auto choice = choices.find(arguments.at(0));
-                         if (choice == choices.end())
-                             return Refused(QStringLiteral("one of: ") + choices.keys().join(QStringLiteral(", ")));
-                         return Outcome((*choice)(arguments.mid(1)));
-                     }});
+    AddConsole();
 }
 
 void Commands::AddWorld()
 {
     Modem& modem = device.TheModem();
-    const auto always = [](auto action) {
-        return [action](const QStringList&) {
-            action();
-            return QString();
-        };
-    };
 
-    AddChoice("sim", "sim in|out", 1,
-              {{"in", always([&] { modem.SetSim(true); })}, {"out", always([&] { modem.SetSim(false); })}});
-    AddChoice("network", "network lost|found", 1,
-              {{"found", always([&] { modem.SetNetwork(true); })}, {"lost", always([&] { modem.SetNetwork(false); })}});
-    AddChoice("modem", "modem drop|silent|normal", 1,
-              {{"drop", always([&] { modem.Drop(); })},
-               {"silent", always([&] { modem.SetSilent(true); })},
-               {"normal", always([&] { modem.SetSilent(false); })}});
-    commands.insert("signal", {"signal VALUE", 1, 1, [&](const QStringList& arguments) {
-                                   const QVariant value = ToBusType(arguments.at(0), "y");
-                                   if (!value.isValid())
-                                       return Refused("VALUE is a number from 0 to 255");
-                                   modem.SetSignalQuality(value.value<uchar>());
-                                   return Done();
-                               }});
-    commands.insert("ring", {"ring NUMBER", 1, 1,
-                             [&](const QStringList& arguments) { return Outcome(modem.Ring(arguments.at(0))); }});
-    commands.insert("answer", {"answer", 0, 0, [&](const QStringList&) { return Outcome(modem.FarEndAnswer()); }});
-    commands.insert("reject", {"reject", 0, 0, [&](const QStringList&) { return Outcome(modem.FarEndReject()); }});
-    commands.insert("hangup", {"hangup", 0, 0, [&](const QStringList&) { return Outcome(modem.FarEndHangup()); }});
-    commands.insert("sms", {"sms NUMBER TEXT", 2, Unlimited, [&](const QStringList& arguments) {
-                                modem.DeliverSms(arguments.at(0), arguments.mid(1).join(QLatin1Char(' ')));
-                                return Done();
-                            }});
-    commands.insert("number",
-                    {"number NUMBER answer|reject|no-answer|unreachable", 2, 2, [&](const QStringList& arguments) {
-                         static const QMap<QString, Modem::FarEnd> behaviours = {
-                             {"answer", Modem::FarEndAnswers},
-                             {"reject", Modem::FarEndRejects},
-                             {"no-answer", Modem::FarEndDoesNotAnswer},
-                             {"unreachable", Modem::FarEndUnreachable}};
-                         if (!behaviours.contains(arguments.at(1)))
-                             return Refused(QStringLiteral("one of: ") + behaviours.keys().join(QStringLiteral(", ")));
-                         modem.SetFarEnd(arguments.at(0), behaviours.value(arguments.at(1)));
-                         return Done();
+    commands.append({"sim in|out", "insert the SIM card, or pull it out", 1, 1, [&modem](const QStringList& arguments) {
+                         return Choose<bool>(arguments.at(0), {{"in", true}, {"out", false}},
+                                             [&modem](bool in) { modem.SetSim(in); });
+                     }});
+    commands.append(
+        {"network lost|found", "take the network away, or bring it back", 1, 1, [&modem](const QStringList& arguments) {
+             return Choose<bool>(arguments.at(0), {{"found", true}, {"lost", false}},
+                                 [&modem](bool found) { modem.SetNetwork(found); });
+         }});
+    commands.append({"signal VALUE", "change the signal quality, 0 to 255, and report it", 1, 1,
+                     [&modem](const QStringList& arguments) {
+                         const QVariant value = ToBusType(arguments.at(0), "y");
+                         if (!value.isValid())
+                             return Refuse(QStringLiteral("VALUE is a number from 0 to 255"));
+                         return Do([&modem, value] { modem.SetSignalQuality(value.value<uchar>()); });
+                     }});
+    commands.append({"ring NUMBER", "a call comes in", 1, 1, [&modem](const QStringList& arguments) {
+                         return Do([&modem, number = arguments.at(0)] { return modem.Ring(number); });
+                     }});
+    commands.append({"answer", "the far end answers the call that is being dialled", 0, 0,
+                     [&modem](const QStringList&) { return Do([&modem] { return modem.FarEndAnswer(); }); }});
+    commands.append({"reject", "the far end rejects the call that is being dialled", 0, 0,
+                     [&modem](const QStringList&) { return Do([&modem] { return modem.FarEndReject(); }); }});
+    commands.append({"hangup", "the far end hangs up", 0, 0,
+                     [&modem](const QStringList&) { return Do([&modem] { return modem.FarEndHangup(); }); }});
+    commands.append({"number NUMBER answer|reject|no-answer|unreachable",
+                     "what calls to a number meet from now on; the others answer", 2, 2,
+                     [&modem](const QStringList& arguments) {
+                         return Choose<Modem::FarEnd>(
+                             arguments.at(1),
+                             {{"answer", Modem::FarEndAnswers},
+                              {"reject", Modem::FarEndRejects},
+                              {"no-answer", Modem::FarEndDoesNotAnswer},
+                              {"unreachable", Modem::FarEndUnreachable}},
+                             [&modem, number = arguments.at(0)](auto farEnd) { modem.SetFarEnd(number, farEnd); });
+                     }});
+    commands.append({"sms NUMBER TEXT...", "a message comes in", 2, Unlimited, [&modem](const QStringList& arguments) {
+                         return Do([&modem, number = arguments.at(0), text = arguments.mid(1).join(QLatin1Char(' '))] {
+                             return modem.DeliverSms(number, text);
+                         });
                      }});
 }
 
 void Commands::AddDevice()
 {
-    const auto withService = [this](auto action) {
-        return [this, action](const QStringList& arguments) {
-            BusService* service = device.Service(arguments.value(0, QStringLiteral("gsm")));
-            return service ? action(*service) : QStringLiteral("SERVICE is gsm, sound, audio-out or audio-in");
-        };
-    };
-    AddChoice("daemon", "daemon leave|return [SERVICE]", 2,
-              {{"leave", withService([](BusService& service) {
-                    service.Leave();
-                    return QString();
-                })},
-               {"return", withService([](BusService& service) { return service.Join(); })}});
-    commands.insert("fault", {"fault METHOD status N|error NAME|silent|delay MS|clear [times N]", 2, 5,
-                              [this](const QStringList& arguments) { return SetFault(arguments); }});
-    commands.insert("state", {"state", 0, 0, [this](const QStringList&) { return Done(ShowState(device.State())); }});
-    commands.insert("audio",
-                    {"audio", 0, 0, [this](const QStringList&) { return Done(ShowState(device.AudioState())); }});
-    commands.insert(
-        "log", {"log", 0, 0, [this](const QStringList&) { return Done(device.History().join(QLatin1Char('\n'))); }});
-    commands.insert("help", {"help", 0, 0, [this](const QStringList&) { return Done(Help()); }});
-    commands.insert("quit", {"quit", 0, 0, [this](const QStringList&) {
-                                 Q_EMIT Quit();
-                                 return Done();
-                             }});
+    Modem& modem = device.TheModem();
+
+    commands.append({"modem drop|silent|normal", "lose power by itself; stop the signal reports; report again", 1, 1,
+                     [&modem](const QStringList& arguments) {
+                         if (arguments.at(0) == QLatin1String("drop"))
+                             return Do([&modem] { return modem.Drop(); });
+                         return Choose<bool>(arguments.at(0), {{"drop", false}, {"silent", true}, {"normal", false}},
+                                             [&modem](bool silent) { modem.SetSilent(silent); });
+                     }});
+    commands.append({"daemon leave|return [gsm|sound|audio-out|audio-in]",
+                     "a service leaves the bus as if it died, or returns; gsm if none is named", 1, 2,
+                     [this](const QStringList& arguments) { return SteerDaemon(arguments); }});
+    commands.append({"fault METHOD status N|error NAME|silent|delay MS|clear [times N]",
+                     "what requests for a method meet, until cleared or N times; with a delay they are only answered late",
+                     2, 5, [this](const QStringList& arguments) { return SetFault(arguments); }});
 }
 
-Commands::Result Commands::SetFault(const QStringList& arguments)
+void Commands::AddConsole()
+{
+    const auto add = [this](const QString& usage, const QString& about, auto tell) {
+        commands.append({usage, about, 0, 0, [tell](const QStringList&) { return Tell(tell); }});
+    };
+
+    add("state", "show modem, SIM card, network, call, audio, services and faults",
+        [this] { return ShowState(device.State()); });
+    add("audio", "show the audio path, and what was asked of it in order", [this] {
+        QStringList lines{ShowState(device.AudioState())};
+        std::copy_if(device.History().begin(), device.History().end(), std::back_inserter(lines),
+                     [](const QString& request) { return !request.startsWith(QLatin1String("gsm ")); });
+        return lines.join(QLatin1Char('\n'));
+    });
+    commands.append(
+        {"log [clear]", "show what was asked of the device, in order, or forget it", 0, 1,
+         [this](const QStringList& arguments) {
+             if (arguments.isEmpty())
+                 return Tell([this] { return device.History().join(QLatin1Char('\n')); });
+             return Choose<bool>(arguments.at(0), {{"clear", true}}, [this](bool) { device.ClearHistory(); });
+         }});
+    add("help", "show this", [this] { return Help(); });
+    add("quit", "end the simulator", [this] {
+        Q_EMIT Quit();
+        return QString();
+    });
+}
+
+Commands::Prepared Commands::SteerDaemon(const QStringList& arguments) const
+{
+    BusService* service = device.Service(arguments.value(1, QStringLiteral("gsm")));
+    if (!service)
+        return Refuse(QStringLiteral("\"%1\" is none of: gsm, sound, audio-out, audio-in").arg(arguments.at(1)));
+    return Choose<bool>(arguments.at(0), {{"leave", true}, {"return", false}}, [service](bool leave) {
+        if (leave != service->IsOnBus())
+            return QStringLiteral("%1 is %2")
+                .arg(service->ShortName(), leave ? "not on the bus" : "on the bus already");
+        if (!leave)
+            return service->Join();
+        service->Leave();
+        return QString();
+    });
+}
+
+Commands::Prepared Commands::SetFault(const QStringList& arguments) const
 {
     const QString method = arguments.at(0);
     BusService* service = device.ServiceOf(method);
     if (!service)
-        return Refused(QStringLiteral("no service of the device has a method %1").arg(method));
+        return Refuse(QStringLiteral("no service of the device has a method %1").arg(method));
+    if (arguments.mid(1) == QStringList{QStringLiteral("clear")})
+        return Do([service, method] { service->ClearFault(method); });
 
-    const QString kind = arguments.at(1);
-    QStringList rest = arguments.mid(2);
-    std::optional<int> times;
-    if (rest.size() >= 2 && rest.at(rest.size() - 2) == QLatin1String("times")) {
-        bool ok = false;
-        times = rest.last().toInt(&ok);
-        if (!ok || *times < 1)
-            return Refused("times takes a number from 1");
-        rest = rest.mid(0, rest.size() - 2);
-    }
+    const std::optional<Fault> fault = ReadFault(arguments.mid(1));
+    if (!fault)
+        return Refuse(QStringLiteral("usage: ") + Find(QStringLiteral("fault"))->usage);
+    return Do([service, method, fault] { service->SetFault(method, *fault); });
+}
 
-    bool isNumber = false;
-    const int number = rest.value(0).toInt(&isNumber);
-    if (kind == QLatin1String("clear") && rest.isEmpty() && !times)
-        service->ClearFault(method);
-    else if (kind == QLatin1String("silent") && rest.isEmpty())
-        service->SetFault(method, {Fault::Silent, 0, {}, times});
-    else if (kind == QLatin1String("status") && rest.size() == 1 && isNumber)
-        service->SetFault(method, {Fault::Status, number, {}, times});
-    else if (kind == QLatin1String("delay") && rest.size() == 1 && isNumber && number >= 0)
-        service->SetFault(method, {Fault::Delay, number, {}, times});
-    else if (kind == QLatin1String("error") && rest.size() == 1 && IsErrorName(rest.at(0)))
-        service->SetFault(method, {Fault::Error, 0, rest.at(0), times});
-    else
-        return Refused(QStringLiteral("usage: ") + commands.value("fault").usage);
-    return Done();
+const Commands::Command* Commands::Find(const QString& name) const
+{
+    const auto found =
+        std::find_if(commands.begin(), commands.end(), [&](const Command& command) { return command.Name() == name; });
+    return found == commands.end() ? nullptr : &*found;
 }
 
 QString Commands::Help() const
 {
+    constexpr int UsageWidth = 22;
+
     QStringList lines;
-    for (const Command& command : commands)
-        lines.append(command.usage);
+    for (const Command& command : commands) {
+        if (command.usage.size() >= UsageWidth)
+            lines << command.usage << QString(UsageWidth, QLatin1Char(' ')) + command.about;
+        else
+            lines << command.usage.leftJustified(UsageWidth) + command.about;
+    }
     return lines.join(QLatin1Char('\n'));
 }
 
-Commands::Result Commands::Run(const QString& line)
+Commands::Prepared Commands::Prepare(const QString& line) const
 {
-    QStringList words = QProcess::splitCommand(line);
-    if (words.isEmpty())
-        return Done();
+    const std::optional<QStringList> words = SplitWords(line);
+    if (!words)
+        return Refuse(QStringLiteral("a quote or backslash is left open"));
+    if (words->isEmpty())
+        return Do([] {});
 
-    const QString name = words.takeFirst();
-    const auto command = commands.find(name);
-    if (command == commands.end())
-        return Refused(QStringLiteral("no command %1; try: help").arg(name));
-    if (words.size() < command->least || words.size() > command->most)
-        return Refused(QStringLiteral("usage: ") + command->usage);
-    return command->run(words);
+    const Command* command = Find(words->first());
+    if (!command)
+        return Refuse(QStringLiteral("no command \"%1\"; try: help").arg(words->first()));
+    const QStringList arguments = words->mid(1);
+    if (arguments.size() < command->least || arguments.size() > command->most)
+        return Refuse(QStringLiteral("usage: ") + command->usage);
+    return command->prepare(arguments);
+}
+
+Commands::Result Commands::Run(const QString& line) const
+{
+    const Prepared prepared = Prepare(line);
+    return prepared.run ? prepared.run() : Result{false, prepared.problem};
 }

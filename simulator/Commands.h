@@ -2,6 +2,10 @@
 
 #include "Device.h"
 
+/// Splits a line at blanks. Double quotes hold a word with blanks together, a backslash takes the next character as it
+/// is. @return nothing when a quote is not closed.
+std::optional<QStringList> SplitWords(const QString& line);
+
 /// The commands that steer the device, from console, bus and scenario alike.
 class Commands : public QObject
 {
@@ -13,30 +17,41 @@ public:
         QString text; ///< what came of it, or why it was refused
     };
 
+    /// A line that was read: what it does, or why it makes no sense.
+    struct Prepared {
+        std::function<Result()> run;
+        QString problem;
+    };
+
     explicit Commands(Device& device);
 
+    /// Reads one line and does nothing yet.
+    Prepared Prepare(const QString& line) const;
     /// Carries out one line. A line that is refused has changed nothing.
-    Result Run(const QString& line);
+    Result Run(const QString& line) const;
 
 Q_SIGNALS:
     void Quit();
 
 private:
     struct Command {
-        QString usage;
+        QString usage; ///< its first word is the command
+        QString about;
         int least; ///< arguments
         int most;
-        std::function<Result(const QStringList& arguments)> run;
+        std::function<Prepared(const QStringList& arguments)> prepare;
+
+        QString Name() const { return usage.section(QLatin1Char(' '), 0, 0); }
     };
 
-    /// For commands of one word out of a few.
-    using Choices = QMap<QString, std::function<QString(const QStringList& arguments)>>;
-    void AddChoice(const QString& name, const QString& usage, int most, const Choices& choices);
     void AddWorld();
     void AddDevice();
-    Result SetFault(const QStringList& arguments);
+    void AddConsole();
+    Prepared SteerDaemon(const QStringList& arguments) const;
+    Prepared SetFault(const QStringList& arguments) const;
+    const Command* Find(const QString& name) const;
     QString Help() const;
 
     Device& device;
-    QMap<QString, Command> commands;
+    QList<Command> commands;
 };

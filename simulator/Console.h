@@ -4,7 +4,8 @@
 
 #include <QSocketNotifier>
 
-/// Reads commands from standard input, one a line; the end of input does not end the device.
+/// Reads commands from standard input, one a line, with a prompt on a terminal. The end of input ends the device on a
+/// terminal only: a device that a script started without input lives on.
 class Console : public QObject
 {
     Q_OBJECT
@@ -12,12 +13,16 @@ class Console : public QObject
 public:
     explicit Console(Commands& commands);
 
+    /// Shows the prompt again, below what was printed meanwhile.
+    void Prompt() const;
+
 private:
     void OnReadable();
-    void Prompt() const;
+    void Take(const QByteArray& line);
 
     Commands& commands;
     QSocketNotifier readable;
-    QByteArray pending; ///< the beginning of a line whose end has not come
+    QByteArray pending;   ///< the beginning of a line whose end has not come
+    bool tooLong = false; ///< the pending line; its beginning is gone
     const bool onTerminal;
 };

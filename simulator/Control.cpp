@@ -15,8 +15,17 @@ QString Control::Join()
     if (!bus.isConnected())
         return QStringLiteral("no session bus");
     if (!bus.registerObject(ControlNames::Object, this) || !bus.registerService(ControlNames::Service))
-        return QStringLiteral("the name %1 is taken").arg(ControlNames::Service);
+        return QStringLiteral("the name %1 is taken: another simulator is on this bus").arg(ControlNames::Service);
+    // What the bus library tells its own process about the connection.
+    bus.connect(QString(), "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local", "Disconnected", this,
+                SLOT(OnBusLost()));
     return {};
+}
+
+/// Without its bus the device is of no use to anybody.
+void Control::OnBusLost()
+{
+    Q_EMIT commands.Quit();
 }
 
 int Control::Command(const QString& line, QString& answer)

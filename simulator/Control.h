@@ -21,6 +21,9 @@ public:
 Q_SIGNALS:
     void Event(const QString& text);
 
+private Q_SLOTS:
+    void OnBusLost();
+
 private:
     Device& device;
     Commands& commands;

@@ -2,6 +2,13 @@
 
 #include "Names.h"
 
+namespace
+{
+
+constexpr int HistorySize = 10000;
+
+}
+
 Device::Device(const DeviceTimes& times)
     : gsm("gsm", Names::GsmService, Names::GsmObject, "com.quillmark.kova.gsminterface"),
       sound("sound", Names::SoundManagerService, Names::SoundManagerObject, "com.quillmark.kova.soundinterface"),
@@ -14,6 +21,8 @@ Device::Device(const DeviceTimes& times)
     for (BusService* service : Services()) {
         service->CheckComplete();
         connect(service, &BusService::Asked, this, [this](const QString& request) {
+            if (history.size() == HistorySize)
+                history.removeFirst();
             history.append(request);
             Q_EMIT Event(QStringLiteral("-> ") + request);
         });
@@ -56,7 +65,11 @@ QVariantMap Device::State() const
     const QVariantMap audioState = audio.State();
     for (auto entry = audioState.begin(); entry != audioState.end(); ++entry)
         state.insert(entry.key(), entry.value());
-    for (const BusService* service : {&gsm, &sound, &audioOut, &audioIn})
+    QStringList faults;
+    for (const BusService* service : {&gsm, &sound, &audioOut, &audioIn}) {
         state.insert(QStringLiteral("daemon-") + service->ShortName(), service->IsOnBus());
+        faults.append(service->Faults());
+    }
+    state.insert(QStringLiteral("faults"), faults.join(QStringLiteral("; ")));
     return state;
 }

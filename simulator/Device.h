@@ -25,6 +25,7 @@ public:
     QVariantMap State() const;
     QVariantMap AudioState() const { return audio.State(); }
 
+    /// The last requests, oldest first; a long run keeps only so many.
     const QStringList& History() const { return history; }
     void ClearHistory() { history.clear(); }
 

@@ -1,5 +1,6 @@
 #include "Interface.h"
 
+#include <QDBusArgument>
 #include <QFile>
 #include <QXmlStreamReader>
 
@@ -73,6 +74,8 @@ QVariant ToBusType(const QVariant& value, const QString& type)
 QString Show(const QVariant& value)
 {
     const int type = value.userType();
+    if (type == qMetaTypeId<QDBusArgument>()) // the one container in what is received
+        return Show(qdbus_cast<QVariantMap>(value));
     if (type == QMetaType::QVariantMap) {
         QStringList entries;
         const QVariantMap map = value.toMap();
@@ -80,13 +83,17 @@ QString Show(const QVariant& value)
             entries.append(entry.key() + QLatin1Char('=') + Show(entry.value()));
         return QLatin1Char('{') + entries.join(QStringLiteral(", ")) + QLatin1Char('}');
     }
+    if (type == QMetaType::UChar) // would be a character otherwise
+        return QString::number(value.toUInt());
     if (type != QMetaType::QString)
         return value.toString();
 
     QString text;
-    const QString raw = value.toString();
-    for (const QChar c : raw)
-        text += c.isPrint() ? QString(c) : QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
+    for (const uint c : value.toString().toUcs4()) {
+        const char32_t character = c;
+        text += QChar::isPrint(c) ? QString::fromUcs4(&character, 1)
+                                  : QStringLiteral("\\x%1").arg(c, 2, 16, QLatin1Char('0'));
+    }
     return QLatin1Char('"') + text + QLatin1Char('"');
 }
 

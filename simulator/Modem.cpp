@@ -23,6 +23,7 @@ Modem::Modem(BusService& daemon, const DeviceTimes& times) : daemon(daemon), tim
     connect(&signalTimer, &QTimer::timeout, this, &Modem::ReportSignal);
     connect(&farEndTimer, &QTimer::timeout, this,
             [this] { farEnds.value(callNumber, FarEndAnswers) == FarEndRejects ? FarEndReject() : FarEndAnswer(); });
+    connect(&daemon, &BusService::Joined, this, [this] { this->daemon.Send("ModemAdded", {ModemPath}); });
     HandleRequests();
 }
 
@@ -40,7 +41,12 @@ void Modem::HandleRequests()
     daemon.Handle("SignalStrength", [this](const QVariantList&) {
         return Answer{power == Registered ? 0 : StatusRefused, {signalQuality}};
     });
-    daemon.Handle("GprsSetApn", [this](const QVariantList&) { return Status(power == On || power == Registered); });
+    daemon.Handle("GprsSetApn", [this](const QVariantList& arguments) {
+        if (power != On && power != Registered)
+            return Status(false);
+        apn = arguments.at(0).toString();
+        return Status(true);
+    });
     daemon.Handle("Call", [this](const QVariantList& arguments) { return Status(Dial(arguments.at(0).toString())); });
     daemon.Handle("CallAnswer", [this](const QVariantList&) {
         if (call != Ringing)
@@ -66,11 +72,12 @@ void Modem::HandleRequests()
 
 // Power and registration
 
+/// A modem that is told otherwise while it changes its power turns back at once, and reports only where it arrives.
 void Modem::SetEnabled(bool enable)
 {
     if (enable && (power == Off || power == PoweringDown))
         SetPower(PoweringUp);
-    else if (!enable && power != Off)
+    else if (!enable && power != Off && power != PoweringDown)
         SetPower(PoweringDown);
 }
 
@@ -88,10 +95,6 @@ void Modem::SetPower(Power next)
         break;
     case PoweringUp: transition.start(times.powerUp); break;
     case On:
-        if (!announced) {
-            announced = true;
-            daemon.Send("ModemAdded", {ModemPath});
-        }
         daemon.Send("ModemPowered");
         FollowNetwork();
         break;
@@ -100,7 +103,10 @@ void Modem::SetPower(Power next)
         signalTimer.start(times.signalInterval);
         ReportSignal();
         break;
-    case PoweringDown: transition.start(times.powerDown); break;
+    case PoweringDown:
+        EndCall("CallTerminated");
+        transition.start(times.powerDown);
+        break;
     }
 }
 
@@ -159,10 +165,12 @@ void Modem::SetSignalQuality(uchar quality)
     ReportSignal();
 }
 
-void Modem::Drop()
+QString Modem::Drop()
 {
-    if (power != Off)
-        SetPower(Off);
+    if (power == Off)
+        return QStringLiteral("the modem is off");
+    SetPower(Off);
+    return {};
 }
 
 // Calls and messages
@@ -200,10 +208,18 @@ void Modem::SetFarEnd(const QString& number, FarEnd behaviour)
     farEnds.insert(number, behaviour);
 }
 
+/// @return why the network cannot reach the phone, if so.
+QString Modem::WhyUnreachable() const
+{
+    if (!daemon.IsOnBus())
+        return QStringLiteral("the GSM daemon is not on the bus");
+    return power == Registered ? QString() : QStringLiteral("the modem is not registered");
+}
+
 QString Modem::Ring(const QString& number)
 {
-    if (power != Registered)
-        return QStringLiteral("the modem is not registered");
+    if (const QString problem = WhyUnreachable(); !problem.isEmpty())
+        return problem;
     if (call != NoCall)
         return QStringLiteral("a call is in progress");
     call = Ringing;
@@ -238,11 +254,14 @@ QString Modem::FarEndHangup()
     return {};
 }
 
-void Modem::DeliverSms(const QString& number, const QString& text)
+QString Modem::DeliverSms(const QString& number, const QString& text)
 {
+    if (const QString problem = WhyUnreachable(); !problem.isEmpty())
+        return problem;
     daemon.Send(
         "MessageReceived",
         {text, QVariantMap{{"Sender", number}, {"SentTime", QDateTime::currentDateTime().toString(Qt::ISODate)}}});
+    return {};
 }
 
 QVariantMap Modem::State() const
@@ -256,5 +275,6 @@ QVariantMap Modem::State() const
             {"reports", silent ? "silent" : "normal"},
             {"call", callNames[call]},
             {"number", call == NoCall ? QString() : callNumber},
+            {"apn", apn},
             {"sms-sent", smsSent}};
 }

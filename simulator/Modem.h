@@ -30,13 +30,13 @@ public:
     void SetNetwork(bool found);
     void SetSilent(bool silent);
     void SetSignalQuality(uchar quality);
-    void Drop();
     void SetFarEnd(const QString& number, FarEnd behaviour);
+    QString Drop();
     QString Ring(const QString& number);
     QString FarEndAnswer();
     QString FarEndReject();
     QString FarEndHangup();
-    void DeliverSms(const QString& number, const QString& text);
+    QString DeliverSms(const QString& number, const QString& text);
 
     QVariantMap State() const;
 
@@ -53,6 +53,7 @@ private:
     bool Dial(const QString& number);
     void EndCall(const char* signal);
     QVariantList CallInfo() const;
+    QString WhyUnreachable() const;
 
     BusService& daemon;
     const DeviceTimes times;
@@ -62,9 +63,9 @@ private:
     bool simInserted = true;
     bool networkFound = true;
     bool silent = false;
-    bool announced = false; ///< the daemon has told of the modem
     uchar signalQuality = 71;
     QMap<QString, FarEnd> farEnds;
+    QString apn;
     int smsSent = 0;
     QTimer transition;
     QTimer signalTimer;

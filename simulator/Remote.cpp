@@ -4,6 +4,8 @@
 #include "SimulatorProxy.h"
 
 #include <QCoreApplication>
+#include <QDBusPendingCallWatcher>
+#include <QDBusServiceWatcher>
 
 #include <cstdio>
 
@@ -13,31 +15,57 @@ namespace
 constexpr int ExitRefused = 1;
 constexpr int ExitNotOnBus = 3;
 
+int NobodyAnswers(const QDBusError& error)
+{
+    std::fprintf(stderr, "kova-simulator: no simulator answers on this session bus: %s\n", qPrintable(error.message()));
+    return ExitNotOnBus;
+}
+
+void PrintLine(const QString& text)
+{
+    std::printf("%s\n", qPrintable(text));
+    std::fflush(stdout);
+}
+
+/// Prints the history and what comes after it.
+int FollowLog(SimulatorProxy& simulator)
+{
+    bool live = false; // before the history has come, an event is part of it
+    QObject::connect(&simulator, &SimulatorProxy::Event, &simulator, [&live](const QString& text) {
+        if (live && text.startsWith(QLatin1String("-> ")))
+            PrintLine(text.mid(3));
+    });
+    const QDBusServiceWatcher end(ControlNames::Service, simulator.connection(),
+                                  QDBusServiceWatcher::WatchForUnregistration);
+    QObject::connect(&end, &QDBusServiceWatcher::serviceUnregistered, &simulator, [] { QCoreApplication::exit(0); });
+
+    const QDBusPendingCallWatcher answer(simulator.History());
+    QObject::connect(&answer, &QDBusPendingCallWatcher::finished, &simulator, [&live](QDBusPendingCallWatcher* call) {
+        const QDBusPendingReply<QStringList> history = *call;
+        if (history.isError()) {
+            QCoreApplication::exit(NobodyAnswers(history.error()));
+            return;
+        }
+        for (const QString& request : history.value())
+            PrintLine(request);
+        live = true;
+    });
+    return QCoreApplication::exec();
+}
+
 }
 
 int SendToRunning(const QString& command)
 {
     SimulatorProxy simulator(ControlNames::Service, ControlNames::Object, QDBusConnection::sessionBus());
+    if (command.trimmed() == QLatin1String("log"))
+        return FollowLog(simulator);
+
     QString answer;
     const QDBusReply<int> status = simulator.Command(command, answer);
-    if (!status.isValid()) {
-        std::fprintf(stderr, "kova-simulator: no simulator answers: %s\n", qPrintable(status.error().message()));
-        return ExitNotOnBus;
-    }
+    if (!status.isValid())
+        return NobodyAnswers(status.error());
     if (!answer.isEmpty())
         std::fprintf(status.value() == 0 ? stdout : stderr, "%s\n", qPrintable(answer));
-    if (status.value() != 0)
-        return ExitRefused;
-
-    if (command.trimmed() == QLatin1String("log")) {
-        QObject::connect(&simulator, &SimulatorProxy::Event, qApp, [](const QString& text) {
-            if (text.startsWith(QLatin1String("-> "))) {
-                std::printf("%s\n", qPrintable(text.mid(3)));
-                std::fflush(stdout);
-            }
-        });
-        std::fflush(stdout);
-        return QCoreApplication::exec();
-    }
-    return 0;
+    return status.value() == 0 ? 0 : ExitRefused;
 }

@@ -3,11 +3,13 @@
 #include "Names.h"
 
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
+#include <QDBusServiceWatcher>
 #include <QFile>
-#include <QProcess>
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 
@@ -15,12 +17,36 @@ namespace
 {
 
 constexpr int ExpectMs = 30000;
+constexpr int ReportedEvents = 40;
+constexpr char ExpectUsage[] = "usage: expect [within MS] TEXT";
+
+/// For a line that is carried out whatever happens.
+template <typename Action>
+Commands::Prepared Always(Action action)
+{
+    return {[action] {
+                action();
+                return Commands::Result{true, {}};
+            },
+            {}};
+}
+
+Commands::Prepared Senseless(const QString& problem)
+{
+    return {{}, problem};
+}
 
 bool ReadMs(const QString& text, int& ms)
 {
     bool ok = false;
     ms = text.toInt(&ok);
     return ok && ms >= 0;
+}
+
+void PrintOut(const QString& text)
+{
+    std::printf("%s\n", qPrintable(text));
+    std::fflush(stdout);
 }
 
 }
@@ -38,10 +64,14 @@ Scenario::Scenario(Device& device, Commands& commands)
     });
     connect(&device, &Device::Event, this, &Scenario::OnEvent);
 
+    QDBusConnection bus = QDBusConnection::sessionBus();
     const QStringList signalNames = phone.Signals().keys();
     for (const QString& signal : signalNames)
-        QDBusConnection::sessionBus().connect(Names::PhoneService, Names::PhoneObject, phone.Name(), signal, this,
-                                              SLOT(OnPhoneSignal(QDBusMessage)));
+        bus.connect(Names::PhoneService, Names::PhoneObject, phone.Name(), signal, this,
+                    SLOT(OnPhoneSignal(QDBusMessage)));
+    auto* presence = new QDBusServiceWatcher(Names::PhoneService, bus, QDBusServiceWatcher::WatchForOwnerChange, this);
+    connect(presence, &QDBusServiceWatcher::serviceRegistered, this, [this] { OnEvent("phone started"); });
+    connect(presence, &QDBusServiceWatcher::serviceUnregistered, this, [this] { OnEvent("phone stopped"); });
 }
 
 QString Scenario::Load(const QString& path)
@@ -52,121 +82,151 @@ QString Scenario::Load(const QString& path)
     name = path;
     for (int number = 1; !file.atEnd(); ++number) {
         const QString text = QString::fromUtf8(file.readLine()).trimmed();
-        if (!text.isEmpty() && !text.startsWith(QLatin1Char('#')))
-            lines.append({number, text});
+        if (text.isEmpty() || text.startsWith(QLatin1Char('#')))
+            continue;
+        const Commands::Prepared prepared = Prepare(text);
+        if (!prepared.run)
+            return QStringLiteral("%1:%2: %3").arg(path, QString::number(number), prepared.problem);
+        lines.append({number, prepared.run});
     }
     return lines.isEmpty() ? QStringLiteral("%1: nothing to play").arg(path) : QString();
+}
+
+Commands::Prepared Scenario::Prepare(const QString& text)
+{
+    const QString command = text.section(QLatin1Char(' '), 0, 0);
+    const QString rest = text.mid(command.size()).trimmed();
+
+    if (command == QLatin1String("say"))
+        return Always([this, rest] { PrintOut(Stamped(rest)); });
+    if (command == QLatin1String("wait")) {
+        int ms = 0;
+        if (!ReadMs(rest, ms))
+            return Senseless(QStringLiteral("usage: wait MS"));
+        return Always([this, ms] { limit.start(ms); });
+    }
+    if (command == QLatin1String("expect"))
+        return PrepareExpect(rest);
+    if (command == QLatin1String("never")) {
+        if (rest.isEmpty())
+            return Senseless(QStringLiteral("usage: never TEXT"));
+        return Always([this, rest] { forbidden.append(rest); });
+    }
+    if (command == QLatin1String("phone")) {
+        const std::optional<QStringList> words = SplitWords(rest);
+        return words ? PreparePhone(*words) : Senseless(QStringLiteral("a quote or backslash is left open"));
+    }
+    if (command == QLatin1String("quit"))
+        return Senseless(QStringLiteral("a scenario ends with its last line"));
+    return commands.Prepare(text);
+}
+
+Commands::Prepared Scenario::PrepareExpect(const QString& text)
+{
+    int ms = ExpectMs;
+    QString sought = text;
+    if (text.startsWith(QLatin1String("within "))) {
+        if (!ReadMs(text.section(QLatin1Char(' '), 1, 1), ms))
+            return Senseless(ExpectUsage);
+        sought = text.section(QLatin1Char(' '), 2).trimmed();
+    }
+    if (sought.isEmpty())
+        return Senseless(ExpectUsage);
+    return Always([this, sought, ms] { Expect(sought, ms); });
+}
+
+Commands::Prepared Scenario::PreparePhone(const QStringList& words)
+{
+    const QString method = words.value(0);
+    if (!phone.Methods().contains(method))
+        return Senseless(QStringLiteral("the phone has no method \"%1\", but %2")
+                             .arg(method, phone.Methods().keys().join(QStringLiteral(", "))));
+
+    const QStringList types = phone.Methods().value(method).in;
+    const bool takesList = types == QStringList{QStringLiteral("as")};
+    const QString wrong = QStringLiteral("%1 takes the arguments (%2)").arg(method, types.join(QStringLiteral(", ")));
+    if (!takesList && words.size() - 1 != types.size())
+        return Senseless(wrong);
+
+    QDBusMessage request =
+        QDBusMessage::createMethodCall(Names::PhoneService, Names::PhoneObject, phone.Name(), method);
+    for (int i = 0; i < types.size(); ++i) {
+        const QVariant value = ToBusType(takesList ? QVariant(words.mid(1)) : words.at(1 + i), types.at(i));
+        if (!value.isValid())
+            return Senseless(wrong);
+        request << value;
+    }
+    return Always([this, request] { AskPhone(request); });
 }
 
 void Scenario::Start()
 {
     clock.start();
+    if (QDBusConnection::sessionBus().interface()->isServiceRegistered(Names::PhoneService))
+        OnEvent("phone started");
     Step();
 }
 
 /// Carries out lines until one has to wait.
 void Scenario::Step()
 {
-    while (!limit.isActive()) {
+    while (!over && !limit.isActive()) {
         if (next == lines.size()) {
+            over = true;
             Q_EMIT Ended({});
             return;
         }
-        const QString problem = Carry(lines.at(next++).text);
-        if (!problem.isEmpty()) {
-            Fail(problem);
-            return;
-        }
+        const Commands::Result result = lines.at(next++).run();
+        if (!result.done)
+            Fail(QStringLiteral("refused: ") + result.text);
+        else if (!result.text.isEmpty())
+            PrintOut(result.text);
     }
 }
 
-QString Scenario::Carry(const QString& text)
+void Scenario::Expect(const QString& text, int ms)
 {
-    const QStringList words = QProcess::splitCommand(text);
-    const QString command = words.value(0);
-
-    if (command == QLatin1String("say")) {
-        std::printf("%7.1f s  %s\n", static_cast<double>(clock.elapsed()) / 1000,
-                    qPrintable(text.mid(command.size()).trimmed()));
-        std::fflush(stdout);
-        return {};
-    }
-    if (command == QLatin1String("wait")) {
-        int ms = 0;
-        if (words.size() != 2 || !ReadMs(words.at(1), ms))
-            return QStringLiteral("usage: wait MS");
-        limit.start(ms);
-        return {};
-    }
-    if (command == QLatin1String("expect"))
-        return Expect(words.mid(1));
-    if (command == QLatin1String("phone"))
-        return CallPhone(words.mid(1));
-
-    const Commands::Result result = commands.Run(text);
-    return result.done ? QString() : result.text;
-}
-
-QString Scenario::Expect(const QStringList& words)
-{
-    int ms = ExpectMs;
-    QStringList text = words;
-    if (text.value(0) == QLatin1String("within")) {
-        if (!ReadMs(text.value(1), ms))
-            return QStringLiteral("usage: expect [within MS] TEXT");
-        text = text.mid(2);
-    }
-    if (text.isEmpty())
-        return QStringLiteral("usage: expect [within MS] TEXT");
-
-    const QString sought = text.join(QLatin1Char(' '));
     while (!events.isEmpty()) {
-        if (events.takeFirst().contains(sought))
-            return {};
+        if (events.takeFirst().contains(text))
+            return;
     }
-    expected = sought;
+    expected = text;
     limit.start(ms);
-    return {};
 }
 
 void Scenario::OnEvent(const QString& text)
 {
-    passed.append(text);
-    if (expected.isEmpty()) {
+    if (over || !clock.isValid())
+        return;
+    latest.append(Stamped(text));
+    if (latest.size() > ReportedEvents)
+        latest.removeFirst();
+
+    if (std::any_of(forbidden.begin(), forbidden.end(), [&](const QString& never) { return text.contains(never); })) {
+        Fail(QStringLiteral("must never happen: ") + text);
+    } else if (expected.isEmpty()) {
         events.append(text);
     } else if (text.contains(expected)) {
         expected.clear();
-        limit.stop();
-        QMetaObject::invokeMethod(this, &Scenario::Step, Qt::QueuedConnection);
+        limit.start(0); // the next line comes when this event is through
     }
 }
 
-QString Scenario::CallPhone(const QStringList& words)
+void Scenario::AskPhone(const QDBusMessage& request)
 {
-    const QString method = words.value(0);
-    if (!phone.Methods().contains(method))
-        return QStringLiteral("the phone has no method %1").arg(method);
-
-    const QStringList types = phone.Methods().value(method).in;
-    QDBusMessage call = QDBusMessage::createMethodCall(Names::PhoneService, Names::PhoneObject, phone.Name(), method);
-    for (int i = 0; i < types.size(); ++i) {
-        const QVariant argument = types.at(i) == QLatin1String("as") ? QVariant(words.mid(1 + i)) : words.value(1 + i);
-        const QVariant value = ToBusType(argument, types.at(i));
-        if (!value.isValid())
-            return QStringLiteral("%1 takes \"%2\"").arg(method, types.join(QString()));
-        call << value;
-    }
-
-    auto* watcher = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call, INT_MAX), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, method](QDBusPendingCallWatcher* finished) {
+    auto* watcher = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(request, INT_MAX), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, request](QDBusPendingCallWatcher* finished) {
+        finished->deleteLater();
         const QDBusMessage reply = QDBusPendingReply<>(*finished).reply();
+        if (reply.type() == QDBusMessage::ErrorMessage) {
+            Fail(QStringLiteral("the phone service failed %1: %2").arg(request.member(), reply.errorMessage()));
+            return;
+        }
         QStringList values;
         for (const QVariant& value : reply.arguments())
             values.append(Show(value));
-        OnEvent(QStringLiteral("phone %1 -> %2").arg(method, values.join(QLatin1Char(' '))));
-        finished->deleteLater();
+        OnEvent(QStringLiteral("phone %1 -> %2").arg(request.member(), values.join(QLatin1Char(' '))));
     });
-    return {};
 }
 
 void Scenario::OnPhoneSignal(const QDBusMessage& message)
@@ -174,10 +234,18 @@ void Scenario::OnPhoneSignal(const QDBusMessage& message)
     OnEvent(QStringLiteral("phone ") + message.member() + Show(message.arguments()));
 }
 
+QString Scenario::Stamped(const QString& text) const
+{
+    return QStringLiteral("%1 s  %2").arg(static_cast<double>(clock.elapsed()) / 1000, 7, 'f', 1).arg(text);
+}
+
 void Scenario::Fail(const QString& problem)
 {
-    Q_EMIT Ended(QStringLiteral("%1:%2: %3\nWhat happened until then:\n  %4")
+    if (over)
+        return;
+    over = true;
+    Q_EMIT Ended(QStringLiteral("%1:%2: %3\nWhat happened before:\n%4")
                      .arg(name)
-                     .arg(lines.at(next - 1).number)
-                     .arg(problem, passed.join(QStringLiteral("\n  "))));
+                     .arg(lines.at(std::max(next, 1) - 1).number)
+                     .arg(problem, latest.join(QLatin1Char('\n'))));
 }

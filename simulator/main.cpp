@@ -5,11 +5,16 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QSocketNotifier>
 #include <QTime>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <iterator>
 #include <memory>
+#include <sys/signalfd.h>
+#include <unistd.h>
 
 namespace
 {
@@ -22,10 +27,11 @@ constexpr char Examples[] = R"(
 A simulated phone device: GSM daemon, sound manager and audio control services, behaving like a modem, a SIM card, a
 network and an audio path.
 
-  kova-simulator                          be the device; commands on standard input, "help" lists them
+  kova-simulator                          be the device; commands on standard input, "help" explains them
   kova-simulator --register 500           with a network that is quick to register
-  kova-simulator send "ring +4912345"     steer the one that runs: a call comes in
-  kova-simulator send log                 follow what the phone service asks of it
+  kova-simulator send ring +493023125001  steer the one that runs: a call comes in
+  kova-simulator send fault Call silent   the GSM daemon no longer answers when it is to dial
+  kova-simulator send log                 follow what the phone service asks of the device
   kova-simulator play no-sim.scenario     be the device, play a scenario, and fail if it does not come true)";
 
 struct TimeOption {
@@ -50,8 +56,86 @@ int Complain(int status, const QString& problem)
 
 void PrintEvent(const QString& text)
 {
-    std::printf("%s %s\n", qPrintable(QTime::currentTime().toString(QStringLiteral("HH:mm:ss.zzz"))), qPrintable(text));
+    static const bool onTerminal = isatty(STDOUT_FILENO);
+    std::printf("%s%s %s\n", onTerminal ? "\r\033[K" : "",
+                qPrintable(QTime::currentTime().toString(QStringLiteral("HH:mm:ss.zzz"))), qPrintable(text));
     std::fflush(stdout);
+}
+
+/// Turns SIGINT and SIGTERM into input, for the event loop to end in order.
+/// To be called before there are threads, which inherit that the signals are held back.
+int HoldSignals()
+{
+    sigset_t held;
+    sigemptyset(&held);
+    sigaddset(&held, SIGINT);
+    sigaddset(&held, SIGTERM);
+    sigprocmask(SIG_BLOCK, &held, nullptr);
+    return signalfd(-1, &held, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+bool ReadTimes(const QCommandLineParser& options, DeviceTimes& times)
+{
+    return std::all_of(std::begin(timeOptions), std::end(timeOptions), [&](const TimeOption& option) {
+        bool ok = false;
+        times.*option.time = options.value(option.name).toInt(&ok);
+        return ok && times.*option.time >= 0;
+    });
+}
+
+/// Makes one line of the words that a shell has split, for the simulator to split again.
+QString JoinWords(QStringList words)
+{
+    if (words.size() > 1) {
+        for (QString& word : words) {
+            word.replace(QLatin1Char('\\'), QLatin1String("\\\\")).replace(QLatin1Char('"'), QLatin1String("\\\""));
+            word = QLatin1Char('"') + word + QLatin1Char('"');
+        }
+    }
+    return words.join(QLatin1Char(' '));
+}
+
+/// @param scenarioFile to be played, or empty to be the device on the console.
+int BeDevice(const DeviceTimes& times, const QString& scenarioFile, bool quiet, int signalInput)
+{
+    const bool plays = !scenarioFile.isEmpty();
+    Device device(times);
+    Commands commands(device);
+    Control control(device, commands);
+    Scenario scenario(device, commands);
+    if (plays) {
+        const QString problem = scenario.Load(scenarioFile);
+        if (!problem.isEmpty())
+            return Complain(ExitUsage, problem);
+    }
+    if (!quiet)
+        QObject::connect(&device, &Device::Event, PrintEvent);
+
+    const auto stop = [plays] {
+        QCoreApplication::exit(plays ? Complain(ExitFailed, "stopped before the end of the scenario") : 0);
+    };
+    const QSocketNotifier signalled(signalInput, QSocketNotifier::Read);
+    QObject::connect(&signalled, &QSocketNotifier::activated, &control, stop);
+    QObject::connect(&commands, &Commands::Quit, &control, stop, Qt::QueuedConnection);
+
+    // The control's name comes last: who sees it finds the whole device.
+    for (const QString& problem : {device.Join(), control.Join()}) {
+        if (!problem.isEmpty())
+            return Complain(ExitNotOnBus, problem);
+    }
+
+    std::unique_ptr<Console> console;
+    if (plays) {
+        QObject::connect(&scenario, &Scenario::Ended, &control, [](const QString& problem) {
+            QCoreApplication::exit(problem.isEmpty() ? 0 : Complain(ExitFailed, problem));
+        });
+        QMetaObject::invokeMethod(&scenario, &Scenario::Start, Qt::QueuedConnection);
+    } else {
+        std::puts("ready");
+        console = std::make_unique<Console>(commands);
+        QObject::connect(&device, &Device::Event, console.get(), &Console::Prompt);
+    }
+    return QCoreApplication::exec();
 }
 
 }
@@ -64,64 +148,31 @@ int main(int argc, char** argv)
 
     QCommandLineParser options;
     options.setApplicationDescription(Examples);
-    options.addHelpOption();
-    options.addVersionOption();
+    options.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
+    const QCommandLineOption help = options.addHelpOption();
+    const QCommandLineOption version = options.addVersionOption();
     DeviceTimes times;
     for (const TimeOption& option : timeOptions)
         options.addOption({option.name, QStringLiteral("Time %1, in milliseconds.").arg(option.what),
                            QStringLiteral("ms"), QString::number(times.*option.time)});
     const QCommandLineOption quiet(QStringLiteral("quiet"), QStringLiteral("Do not print what happens."));
     options.addOption(quiet);
-    options.addPositionalArgument(QStringLiteral("mode"), QStringLiteral("send COMMAND, play FILE, or nothing."),
-                                  QStringLiteral("[send COMMAND | play FILE]"));
-    options.process(application);
+    options.addPositionalArgument(QStringLiteral("mode"), QStringLiteral("play FILE, send COMMAND, or nothing."),
+                                  QStringLiteral("[play FILE | send COMMAND]"));
+    if (!options.parse(QCoreApplication::arguments()))
+        return Complain(ExitUsage, options.errorText() + QStringLiteral(" See --help."));
+    if (options.isSet(help))
+        options.showHelp();
+    if (options.isSet(version))
+        options.showVersion();
 
     const QStringList mode = options.positionalArguments();
-    const bool sends = mode.value(0) == QLatin1String("send");
-    const bool plays = mode.value(0) == QLatin1String("play");
-    if (!mode.isEmpty() && !(sends && mode.size() > 1) && !(plays && mode.size() == 2))
-        return Complain(ExitUsage, QStringLiteral("either \"send COMMAND\", \"play FILE\" or nothing; see --help"));
-    if (sends)
-        return SendToRunning(QStringList(mode.mid(1)).join(QLatin1Char(' ')));
-
-    for (const TimeOption& option : timeOptions) {
-        bool ok = false;
-        times.*option.time = options.value(option.name).toInt(&ok);
-        if (!ok || times.*option.time < 0)
-            return Complain(ExitUsage, QStringLiteral("--%1 takes milliseconds").arg(option.name));
-    }
-
-    Device device(times);
-    Commands commands(device);
-    Control control(device, commands);
-    Scenario scenario(device, commands);
-    if (plays) {
-        const QString problem = scenario.Load(mode.at(1));
-        if (!problem.isEmpty())
-            return Complain(ExitUsage, problem);
-    }
-    if (!options.isSet(quiet))
-        QObject::connect(&device, &Device::Event, PrintEvent);
-    QObject::connect(&commands, &Commands::Quit, &application, &QCoreApplication::quit, Qt::QueuedConnection);
-    for (const int signal : {SIGINT, SIGTERM})
-        std::signal(signal, [](int) { QCoreApplication::exit(0); });
-
-    // The control's name comes last: who sees it finds the whole device.
-    for (const QString& problem : {device.Join(), control.Join()}) {
-        if (!problem.isEmpty())
-            return Complain(ExitNotOnBus, problem);
-    }
-
-    std::unique_ptr<Console> console;
-    if (plays) {
-        QObject::connect(&scenario, &Scenario::Ended, &application, [](const QString& problem) {
-            QCoreApplication::exit(problem.isEmpty() ? 0 : Complain(ExitFailed, problem));
-        });
-        QMetaObject::invokeMethod(&scenario, &Scenario::Start, Qt::QueuedConnection);
-    } else {
-        std::puts("ready");
-        std::fflush(stdout);
-        console = std::make_unique<Console>(commands);
-    }
-    return QCoreApplication::exec();
+    if (mode.value(0) == QLatin1String("send") && mode.size() > 1)
+        return SendToRunning(JoinWords(mode.mid(1)));
+    if (!mode.isEmpty() && (mode.at(0) != QLatin1String("play") || mode.size() != 2))
+        return Complain(ExitUsage,
+                        QStringLiteral("options, then \"play FILE\", \"send COMMAND\" or nothing; see --help"));
+    if (!ReadTimes(options, times))
+        return Complain(ExitUsage, QStringLiteral("times are whole numbers of milliseconds; see --help"));
+    return BeDevice(times, mode.value(1), options.isSet(quiet), HoldSignals());
 }

@@ -22,7 +22,6 @@ void ModemTest::bringUp()
 
     const QStringList events = {"-> gsm ModemSetEnabled(false)",
                                 "-> gsm ModemSetEnabled(true)",
-                                R"(<- gsm ModemAdded("/com/quillmark/kova/gsmmanager/modem0"))",
                                 "<- gsm ModemPowered()",
                                 "phone PhoneStatus(1)",
                                 "<- gsm ModemRegistered()",
