@@ -200,9 +200,10 @@ void Commands::AddDevice()
     commands.append({"daemon leave|return [gsm|sound|audio-out|audio-in]",
                      "a service leaves the bus as if it died, or returns; gsm if none is named", 1, 2,
                      [this](const QStringList& arguments) { return SteerDaemon(arguments); }});
-    commands.append({"fault METHOD status N|error NAME|silent|delay MS|clear [times N]",
-                     "what requests for a method meet, until cleared or N times; with a delay they are only answered late",
-                     2, 5, [this](const QStringList& arguments) { return SetFault(arguments); }});
+    commands.append(
+        {"fault METHOD status N|error NAME|silent|delay MS|clear [times N]",
+         "what requests for a method meet, until cleared or N times; with a delay they are only answered late", 2, 5,
+         [this](const QStringList& arguments) { return SetFault(arguments); }});
 }
 
 void Commands::AddConsole()
