@@ -40,7 +40,7 @@ clear_stage() {
 # fast PROGRAM [ARGUMENT...]: becomes the program, whose time runs fast.
 fast() {
     local faketime
-    faketime=$(echo /usr/lib/*/faketime/libfaketime.so.1)
+    faketime=$(echo /usr/lib/*/faketime/libfaketimeMT.so.1)
     LD_PRELOAD=${faketime%% *} FAKETIME="+0 x$SPEED" FAKETIME_DISABLE_SHM=1 exec "$@"
 }
 

@@ -16,7 +16,7 @@
 namespace
 {
 
-constexpr int ExpectMs = 30000;
+constexpr int ExpectMs = 180000; ///< generous, for it only matters to what fails
 constexpr int ReportedEvents = 40;
 constexpr char ExpectUsage[] = "usage: expect [within MS] TEXT";
 
