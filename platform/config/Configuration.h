@@ -3,6 +3,8 @@
 #include <QMap>
 #include <QString>
 
+class QFileInfo;
+
 /// Client of the device's configuration store: sections of keys with text values in an INI file, KOVA_CONFIG_FILE or
 /// else kova/config.ini in the user's configuration folder. A client is made for one access and thrown away.
 class Configuration
@@ -28,6 +30,8 @@ public:
 
 private:
     bool Load() const;
+    bool Replace(const QFileInfo& store, const QString& folder, const QString& name, const QString& value,
+                 bool mayDefer);
 
     QString path;
     mutable QMap<QString, QString> values; ///< by section/key

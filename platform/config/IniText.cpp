@@ -2,9 +2,10 @@
 
 #include <QFile>
 #include <QSettings>
-#include <QTemporaryFile>
+#include <QUuid>
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 namespace
 {
@@ -17,53 +18,47 @@ QString Text(const QVariant& value)
 
 }
 
-// QSettings keeps what it has read for the next object on the same file, and looks again only when size or time, in
-// milliseconds, have changed: too coarse for a file that others write too. So it never sees the store itself, only
-// copies that nobody else knows.
+// QSettings keeps what it has read for the next object on the same file, and looks again only when size or time have
+// changed: too coarse for a file that others write too. So it never sees the store itself, only copies that nobody
+// else knows.
 
-bool IniText::Parse(const QByteArray& text, QMap<QString, QString>& values)
+QString IniText::ValueName(const QString& section, const QString& key)
+{
+    return section.compare(QLatin1String("General"), Qt::CaseInsensitive) == 0 ? key : section + QLatin1Char('/') + key;
+}
+
+bool IniText::Parse(const QByteArray& text, Values& values)
 {
     values.clear();
 
-    QFile copy;
-    const int descriptor = memfd_create("config", MFD_CLOEXEC);
-    if (descriptor < 0 || !copy.open(descriptor, QIODevice::ReadWrite, QFileDevice::AutoCloseHandle) ||
-        copy.write(text) != text.size() || !copy.flush())
+    const int copy = memfd_create("config", MFD_CLOEXEC);
+    if (copy < 0)
         return false;
+    bool parsed = write(copy, text.constData(), text.size()) == text.size();
+    if (parsed) {
+        QSettings settings(QStringLiteral("/proc/self/fd/%1").arg(copy), QSettings::IniFormat);
+        const QStringList names = settings.allKeys();
+        for (const QString& name : names)
+            values.insert(name, Text(settings.value(name)));
+        parsed = settings.status() == QSettings::NoError;
 
-    QSettings settings(QStringLiteral("/proc/self/fd/%1").arg(descriptor), QSettings::IniFormat);
-    const QStringList names = settings.allKeys();
-    for (const QString& name : names)
-        values.insert(name, Text(settings.value(name)));
-    const bool parsed = settings.status() == QSettings::NoError;
-
-    // What is left of an empty file is not kept for the next copy under the same descriptor.
-    copy.resize(0);
-    settings.sync();
+        // An empty file is always read again, whatever its time: the next copy may come under the same descriptor.
+        parsed = ftruncate(copy, 0) == 0 && parsed;
+        settings.sync();
+    }
+    close(copy);
     return parsed;
 }
 
-bool IniText::SetValue(QByteArray& text, const QString& name, const QString& value, const QString& folder)
+QString IniText::WriteChanged(const QByteArray& text, const QString& name, const QString& value, const QString& folder)
 {
-    QTemporaryFile copy(folder + QStringLiteral("/config.XXXXXX"));
-    if (!copy.open() || copy.write(text) != text.size() || !copy.flush())
-        return false;
-    {
-        QSettings settings(copy.fileName(), QSettings::IniFormat);
-        settings.setValue(name, value);
-        settings.sync();
-        if (settings.status() != QSettings::NoError)
-            return false;
-    }
+    QFile copy(folder + QLatin1Char('/') + QUuid::createUuid().toString(QUuid::WithoutBraces));
+    if (!copy.open(QIODevice::WriteOnly) || copy.write(text) != text.size() || !copy.flush())
+        return {};
+    copy.close();
 
-    // QSettings replaces the file that it writes.
-    QFile result(copy.fileName());
-    if (!result.open(QIODevice::ReadOnly))
-        return false;
-    const QByteArray changed = result.readAll();
-    QMap<QString, QString> values;
-    if (!Parse(changed, values) || values.value(name) != value)
-        return false;
-    text = changed;
-    return true;
+    QSettings settings(copy.fileName(), QSettings::IniFormat);
+    settings.setValue(name, value);
+    settings.sync();
+    return settings.status() == QSettings::NoError ? copy.fileName() : QString();
 }

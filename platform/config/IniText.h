@@ -8,13 +8,19 @@
 namespace IniText
 {
 
-/// @param values receives what the text holds, by section/key.
-/// @return false when the text is not an INI file's.
-bool Parse(const QByteArray& text, QMap<QString, QString>& values);
+/// Values by their names, section/key.
+using Values = QMap<QString, QString>;
 
-/// Sets one value in the text and keeps all others.
-/// @param folder where a passing copy of the text can be written.
-/// @return false, with the text unchanged, when it cannot be done.
-bool SetValue(QByteArray& text, const QString& name, const QString& value, const QString& folder);
+/// The name of a value in QSettings, which takes the keys of the section [General] as keys without a section.
+QString ValueName(const QString& section, const QString& key);
+
+/// @param values receives what the text holds.
+/// @return false when the text is not an INI file's.
+bool Parse(const QByteArray& text, Values& values);
+
+/// Sets one value in a text and keeps all others.
+/// @param folder an empty folder to work in; what is left in it is of no use.
+/// @return the path of a file in the folder with the text that results; empty when it cannot be written.
+QString WriteChanged(const QByteArray& text, const QString& name, const QString& value, const QString& folder);
 
 }
