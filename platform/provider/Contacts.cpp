@@ -2,6 +2,8 @@
 
 #include "ContactsDatabase.h"
 
+#include <QDir>
+#include <QFileInfo>
 #include <QStandardPaths>
 
 #include <dlfcn.h>
@@ -14,18 +16,22 @@ namespace
 
 constexpr unsigned int FlagCount = 7;
 
-QString DatabasePath()
+QFileInfo Database()
 {
     const QString path = qEnvironmentVariable("KOVA_CONTACTS_DB");
-    return path.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
-                                QStringLiteral("/kova/contacts.db")
-                          : path;
+    return QFileInfo(path.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                                          QStringLiteral("/kova/contacts.db")
+                                    : path);
 }
 
 ReadContacts* LoadReader()
 {
-    // Found beside this library; it stays loaded.
-    void* module = dlopen(DatabaseModule, RTLD_NOW);
+    // Beside this library; it stays loaded.
+    Dl_info self = {};
+    if (dladdr(reinterpret_cast<void*>(&LoadReader), &self) == 0)
+        return nullptr;
+    const QDir folder = QFileInfo(QFile::decodeName(self.dli_fname)).absoluteDir();
+    void* module = dlopen(QFile::encodeName(folder.filePath(DatabaseModule)).constData(), RTLD_NOW);
     return module ? reinterpret_cast<ReadContacts*>(dlsym(module, ReadContactsSymbol)) : nullptr;
 }
 
@@ -43,8 +49,12 @@ uint Flags(const Contact& contact)
 
 Contacts::Contacts(const char*) : loaded(false)
 {
+    const QFileInfo database = Database();
+    if (!database.isFile())
+        return;
     static ReadContacts* const read = LoadReader();
-    loaded = read && read(DatabasePath(), contacts);
+    // SQLite gives some names a meaning of their own (":memory:", "file:..."), but no absolute path.
+    loaded = read && read(database.absoluteFilePath(), contacts);
     if (!loaded)
         contacts.clear();
 }
