@@ -74,8 +74,12 @@ QVariant ToBusType(const QVariant& value, const QString& type)
 QString Show(const QVariant& value)
 {
     const int type = value.userType();
-    if (type == qMetaTypeId<QDBusArgument>()) // the one container in what is received
-        return Show(qdbus_cast<QVariantMap>(value));
+    if (type == qMetaTypeId<QDBusArgument>()) {
+        // The one container in what the interfaces carry; within its values peers may send any other.
+        const QString signature = qvariant_cast<QDBusArgument>(value).currentSignature();
+        return signature == QLatin1String("a{sv}") ? Show(qdbus_cast<QVariantMap>(value))
+                                                   : QLatin1Char('<') + signature + QLatin1Char('>');
+    }
     if (type == QMetaType::QVariantMap) {
         QStringList entries;
         const QVariantMap map = value.toMap();
