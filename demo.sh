@@ -7,16 +7,17 @@ cd "$(dirname "$0")"
 . scripts/stage.sh
 
 shell=no
+programs=(phonemanager kova-simulator)
 case "$*" in
     '') ;;
-    --shell) shell=yes ;;
+    --shell) shell=yes programs+=(phonectl) ;;
     *) echo "usage: ./demo.sh [--shell]" >&2; exit 2 ;;
 esac
 
 need "${BUILD_PACKAGES[@]}" faketime sqlite3
 echo "Building"
 cmake --preset release >/dev/null
-output=$(cmake --build --preset release 2>&1) || { echo "$output" >&2; exit 1; }
+output=$(cmake --build --preset release --target "${programs[@]}" 2>&1) || { echo "$output" >&2; exit 1; }
 stage build
 
 if [ $shell = no ]; then

@@ -30,8 +30,10 @@ void Console::OnReadable()
         readable.setEnabled(false);
         if (!pending.isEmpty() || tooLong)
             Take(pending); // a last line without its end
-        if (onTerminal)
+        if (onTerminal) {
+            std::puts("");
             Q_EMIT commands.Quit();
+        }
         return;
     }
 
