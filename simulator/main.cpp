@@ -102,9 +102,10 @@ int BeDevice(const DeviceTimes& times, const QString& scenarioFile, bool quiet, 
     Device device(times);
     Commands commands(device);
     Control control(device, commands);
-    Scenario scenario(device, commands);
+    std::unique_ptr<Scenario> scenario;
     if (plays) {
-        const QString problem = scenario.Load(scenarioFile);
+        scenario = std::make_unique<Scenario>(device, commands);
+        const QString problem = scenario->Load(scenarioFile);
         if (!problem.isEmpty())
             return Complain(ExitUsage, problem);
     }
@@ -126,10 +127,10 @@ int BeDevice(const DeviceTimes& times, const QString& scenarioFile, bool quiet, 
 
     std::unique_ptr<Console> console;
     if (plays) {
-        QObject::connect(&scenario, &Scenario::Ended, &control, [](const QString& problem) {
+        QObject::connect(scenario.get(), &Scenario::Ended, &control, [](const QString& problem) {
             QCoreApplication::exit(problem.isEmpty() ? 0 : Complain(ExitFailed, problem));
         });
-        QMetaObject::invokeMethod(&scenario, &Scenario::Start, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(scenario.get(), &Scenario::Start, Qt::QueuedConnection);
     } else {
         std::puts("ready");
         console = std::make_unique<Console>(commands);
@@ -149,11 +150,13 @@ int main(int argc, char** argv)
     QCommandLineParser options;
     options.setApplicationDescription(Examples);
     options.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
-    const QCommandLineOption help = options.addHelpOption();
+    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Show this help."));
+    options.addOption(help);
     const QCommandLineOption version = options.addVersionOption();
     DeviceTimes times;
     for (const TimeOption& option : timeOptions)
-        options.addOption({option.name, QStringLiteral("Time %1, in milliseconds.").arg(option.what),
+        options.addOption({option.name,
+                           QStringLiteral("Time %1, in milliseconds (%2).").arg(option.what).arg(times.*option.time),
                            QStringLiteral("ms"), QString::number(times.*option.time)});
     const QCommandLineOption quiet(QStringLiteral("quiet"), QStringLiteral("Do not print what happens."));
     options.addOption(quiet);
