@@ -1,0 +1,318 @@
+#include "Commands.h"
+
+#include "ContactBook.h"
+#include "Follow.h"
+#include "Input.h"
+#include "Monitor.h"
+#include "PhoneCodes.h"
+#include "Words.h"
+
+#include <algorithm>
+#include <climits>
+
+namespace
+{
+
+constexpr int LabelWidth = 12;
+
+// The phone's state
+
+QString Row(const char* label, const QString& value, Colour colour = Plain)
+{
+    return QString::fromLatin1(label).leftJustified(LabelWidth) + Painted(value, colour);
+}
+
+Outcome Status(const Arguments& arguments, Progress& progress)
+{
+    Phone phone(arguments, progress);
+    const PhoneState state = phone.State();
+    const bool registered = state.phoneStatus == ModemStatusRegistered;
+    const SignalStrength strength = ReadSignal(state.rssi);
+    const QString signal = !registered    ? QStringLiteral("-")
+                           : strength.dBm ? QStringLiteral("%1 (%2 dBm)").arg(strength.word).arg(*strength.dBm)
+                                          : strength.word;
+    const Colour simColour = state.simStatus == SimStatusPresent  ? Green
+                             : state.simStatus == SimStatusAbsent ? Red
+                                                                  : Yellow;
+
+    QJsonObject details{{"phoneStatus", static_cast<qint64>(state.phoneStatus)},
+                        {"phone", PhoneStatusWord(state.phoneStatus)},
+                        {"simStatus", static_cast<qint64>(state.simStatus)},
+                        {"sim", SimStatusWord(state.simStatus)},
+                        {"rssi", static_cast<qint64>(state.rssi)},
+                        {"userEnabled", state.userEnabled},
+                        {"forced", state.forced}};
+    if (registered) {
+        details.insert(QStringLiteral("signal"), strength.word);
+        if (strength.dBm)
+            details.insert(QStringLiteral("signalDbm"), *strength.dBm);
+    }
+    const bool off = state.phoneStatus == ModemStatusOff;
+    return {QStringList{Row("Modem", off ? QStringLiteral("off") : QStringLiteral("on"), off ? Plain : Green),
+                        Row("Network", off ? QStringLiteral("-") : PhoneStatusWord(state.phoneStatus),
+                            registered ? Green
+                            : off      ? Plain
+                                       : Yellow),
+                        Row("Signal", signal), Row("SIM card", SimStatusWord(state.simStatus), simColour),
+                        Row("Asked for", state.userEnabled ? QStringLiteral("on") : QStringLiteral("off")),
+                        Row("Forced off", state.forced ? QStringLiteral("yes") : QStringLiteral("no"),
+                            state.forced ? Red : Plain)}
+                .join(QLatin1Char('\n')),
+            details};
+}
+
+// Power
+
+Outcome SwitchOn(const Arguments& arguments, Progress& progress)
+{
+    Phone phone(arguments, progress);
+    phone.Ask(phone.Proxy().PhoneSetEnabled(true));
+    if (!arguments.Has(OptionWait))
+        return {QStringLiteral("enabled"), {}};
+    FollowOn(phone, progress);
+    return {};
+}
+
+Outcome SwitchOff(const Arguments& arguments, Progress& progress)
+{
+    Phone phone(arguments, progress);
+    phone.Ask(phone.Proxy().PhoneSetEnabled(false));
+    if (!arguments.Has(OptionWait))
+        return {QStringLiteral("disabled"), {}};
+    FollowOff(phone, progress);
+    return {};
+}
+
+Outcome ForceOff(const Arguments& arguments, Progress& progress)
+{
+    const bool off = arguments.positional.at(0) == QLatin1String("on");
+    Phone phone(arguments, progress);
+    phone.Ask(phone.Proxy().ForcePhoneOff(off));
+    if (!arguments.Has(OptionWait))
+        return {off ? QStringLiteral("forced off") : QStringLiteral("no longer forced off"), {}};
+    if (off)
+        FollowOff(phone, progress);
+    else if (phone.State().userEnabled)
+        FollowOn(phone, progress);
+    else
+        return {QStringLiteral("no longer forced off; the phone is not enabled, so there is nothing to wait for"), {}};
+    return {};
+}
+
+// Messages, calls, access point
+
+Outcome SendSms(const Arguments& arguments, Progress& progress)
+{
+    const QString number = CheckedNumber(arguments.positional.at(0), arguments);
+    const QString text = MessageText(arguments.positional.value(1));
+    Phone phone(arguments, progress);
+    phone.Ask(phone.Proxy().QueueSms(number, text));
+    if (!arguments.Has(OptionWait))
+        return {QStringLiteral("queued"), {}};
+    return {{}, FollowSms(phone, progress)};
+}
+
+Outcome MakeCall(const Arguments& arguments, Progress& progress)
+{
+    const QString number = CheckedNumber(arguments.positional.at(0), arguments);
+    Phone phone(arguments, progress);
+    phone.Ask(phone.Proxy().VoiceCallMake(number));
+    if (!arguments.Has(OptionWait))
+        return {QStringLiteral("dialling %1").arg(Printable(number)), {}};
+    FollowCall(phone, progress, number);
+    return {};
+}
+
+Outcome MakeCallLoop(const Arguments& arguments, Progress& progress)
+{
+    for (const QString& number : arguments.positional)
+        CheckedNumber(number, arguments);
+    Phone phone(arguments, progress);
+    phone.Ask(phone.Proxy().VoiceCallLoopMake(arguments.positional));
+    if (!arguments.Has(OptionWait))
+        return {QStringLiteral("calling until one answers"), {}};
+    return {{}, FollowCallLoop(phone, progress, arguments.positional)};
+}
+
+Outcome SetApn(const Arguments& arguments, Progress& progress)
+{
+    const QString apn = CheckedApn(arguments.positional.at(0));
+    const QString password = Password(arguments.positional.value(2), arguments);
+    Phone phone(arguments, progress);
+    phone.Ask(phone.Proxy().SetApn(apn, arguments.positional.value(1), password));
+    return {QStringLiteral("access point set"), {}};
+}
+
+// Contacts
+
+QJsonObject ToJson(const ContactBook::Contact& contact)
+{
+    return {{"number", contact.number},
+            {"name", contact.name},
+            {"flags", static_cast<qint64>(contact.flags)},
+            {"mayCallIn", (contact.flags & ContactBook::MayCallIn) != 0}};
+}
+
+Outcome ListContacts(const Arguments&, Progress&)
+{
+    const QList<ContactBook::Contact> contacts = ContactBook(ContactBook::Read).All();
+    qsizetype numberWidth = 0;
+    qsizetype nameWidth = 0;
+    for (const ContactBook::Contact& contact : contacts) {
+        numberWidth = std::max<qsizetype>(numberWidth, Printable(contact.number).size());
+        nameWidth = std::max<qsizetype>(nameWidth, Printable(contact.name).size());
+    }
+
+    QStringList lines;
+    QJsonArray array;
+    for (const ContactBook::Contact& contact : contacts) {
+        const QString row = QStringLiteral("%1  %2  %3")
+                                .arg(Printable(contact.number).leftJustified(numberWidth),
+                                     Printable(contact.name).leftJustified(nameWidth),
+                                     ContactBook::FlagWords(contact.flags).join(QStringLiteral(", ")));
+        lines.append(row.trimmed());
+        array.append(ToJson(contact));
+    }
+    return {lines.isEmpty() ? QStringLiteral("no contacts") : lines.join(QLatin1Char('\n')), {{"contacts", array}}};
+}
+
+Outcome AddContact(const Arguments& arguments, Progress&)
+{
+    const ContactBook::Contact contact{CheckedNumber(arguments.positional.at(0), arguments),
+                                       arguments.positional.value(1, QStringLiteral("")),
+                                       arguments.Has(OptionMayCallIn) ? ContactBook::MayCallIn : 0};
+    ContactBook(ContactBook::Write).Add(contact);
+    return {QStringLiteral("added"), {{"contact", ToJson(contact)}}};
+}
+
+Outcome RemoveContact(const Arguments& arguments, Progress&)
+{
+    ContactBook(ContactBook::Write).Remove(arguments.positional.at(0));
+    return {QStringLiteral("removed"), {}};
+}
+
+}
+
+const QList<Command>& Commands()
+{
+    constexpr unsigned Bus = OptionTimeout;
+    constexpr unsigned Followed = OptionTimeout | OptionWait;
+    static const QList<Command> commands = {
+        {"status", "", Bus, "Show the phone's state",
+         "Modem, network, signal, SIM card, what the user has asked for, and whether the modem is forced off, as last "
+         "reported.\nSignal: excellent from -70 dBm, good from -85, fair from -100, weak below.",
+         "phonectl status\nphonectl status --json | jq .signalDbm", Status},
+        {"enable", "", Followed, "Switch the phone on for good",
+         "With --wait: until the modem is registered to the network, or turns out to have no SIM card.",
+         "phonectl enable --wait", SwitchOn},
+        {"disable", "", Followed, "Switch the phone off for good",
+         "The modem stays on for a data connection that is switched on. With --wait: until the modem is off.",
+         "phonectl disable", SwitchOff},
+        {"force-off", "on|off", Followed, "Hold the modem off, or let go",
+         "For before suspend or shutdown; forgotten when the service restarts. With --wait: until the modem is off, or "
+         "registered again.",
+         "phonectl force-off on --wait && systemctl suspend", ForceOff},
+        {"sms", "NUMBER [TEXT]", Followed | OptionRaw, "Queue a message",
+         "Without TEXT, or with -, the text comes from standard input. Queuing does not switch the modem on.\nWith "
+         "--wait: until the queue has reported the message as sent or lost.",
+         "phonectl sms +4912345 \"On my way\"\nuptime | phonectl sms --wait +4912345", SendSms},
+        {"call", "NUMBER", Followed | OptionRaw, "Call a number",
+         "With --wait: until the call has ended; a call that nobody answers is hung up after 30 s.",
+         "phonectl call --wait +4912345", MakeCall},
+        {"call-loop", "NUMBER...", Followed | OptionRaw, "Call numbers in turn until one answers",
+         "With --wait: until the call with the number that answers has ended, or all have rejected.",
+         "phonectl call-loop +4912345 +4967890", MakeCallLoop},
+        {"apn", "APN [USER [PASSWORD]]", Bus | OptionPasswordFile | OptionAskPassword,
+         "Set the data connection's access point",
+         "A password on the command line can be read by others, in the shell's history and while phonectl runs.",
+         "phonectl apn internet.example\nphonectl apn internet.example user --ask-password\nphonectl apn "
+         "internet.example user --password-file secret",
+         SetApn},
+        {"monitor", "", Bus, "Print each signal as it comes",
+         "Also when the service leaves the bus and when it returns. Ctrl-C or --timeout ends it.",
+         "phonectl monitor\nphonectl monitor --json | jq 'select(.signal == \"SmsReceived\") | .text'", Monitor},
+        {"contacts list", "", OptionNone, "List the contacts and what they may do", "", "phonectl contacts list",
+         ListContacts},
+        {"contacts add", "NUMBER [NAME]", OptionRaw | OptionMayCallIn, "Add a contact",
+         "NUMBER as the network shows it, or the contact's calls will not be recognised. The database is made when it "
+         "is "
+         "missing.",
+         "phonectl contacts add +4912345 Anna --may-call-in", AddContact},
+        {"contacts remove", "NUMBER", OptionNone, "Remove a contact", "", "phonectl contacts remove +4912345",
+         RemoveContact},
+    };
+    return commands;
+}
+
+QStringList Command::ArgumentNames() const
+{
+    const QString names = QString::fromLatin1(arguments).remove(QLatin1Char('[')).remove(QLatin1Char(']'));
+    return names.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+}
+
+int Command::Least() const
+{
+    return static_cast<int>(ArgumentNames().size()) -
+           static_cast<int>(QString::fromLatin1(arguments).count(QLatin1Char('[')));
+}
+
+int Command::Most() const
+{
+    return QString::fromLatin1(arguments).endsWith(QLatin1String("...")) ? INT_MAX
+                                                                         : static_cast<int>(ArgumentNames().size());
+}
+
+const Command* FindCommand(const QStringList& words)
+{
+    const auto begins = [&](const Command& command) {
+        const QStringList name = QString::fromLatin1(command.name).split(QLatin1Char(' '));
+        return words.mid(0, name.size()) == name;
+    };
+    const auto found = std::find_if(Commands().begin(), Commands().end(), begins);
+    return found == Commands().end() ? nullptr : &*found;
+}
+
+const Command& TakeCommand(Arguments& arguments)
+{
+    const Command* const command = FindCommand(arguments.positional);
+    if (!command) {
+        const QString group = arguments.positional.value(0) + QLatin1Char(' ');
+        QStringList names;
+        QStringList members;
+        for (const Command& known : Commands()) {
+            names.append(QLatin1String(known.name));
+            if (names.last().startsWith(group))
+                members.append(names.last().mid(group.size()));
+        }
+        if (!members.isEmpty())
+            throw Failure{
+                ExitUsage,
+                QStringLiteral("%1 takes one of: %2").arg(group.trimmed(), members.join(QStringLiteral(", ")))};
+        throw Failure{ExitUsage, QStringLiteral("no command '%1'%2 ('phonectl --help' lists them)")
+                                     .arg(Printable(group.trimmed()), DidYouMean(group.trimmed(), names))};
+    }
+
+    arguments.positional = arguments.positional.mid(QString::fromLatin1(command->name).count(QLatin1Char(' ')) + 1);
+    return *command;
+}
+
+void CheckArguments(const Command& command, const Arguments& arguments)
+{
+    const QString name = QLatin1String(command.name);
+    arguments.Allow(command.options | OptionsEverywhere, name);
+    const QStringList wanted = command.ArgumentNames();
+    const QStringList& given = arguments.positional;
+    const QString usage = QStringLiteral("; see 'phonectl help %1'").arg(name);
+    if (given.size() < command.Least())
+        throw Failure{ExitUsage,
+                      QStringLiteral("%1 is missing%2").arg(wanted.at(static_cast<int>(given.size())), usage)};
+    if (given.size() > command.Most())
+        throw Failure{ExitUsage, QStringLiteral("\"%1\" is one argument too many (quotes keep words together)%2")
+                                     .arg(Printable(given.at(command.Most())), usage)};
+    for (int place = 0; place < std::min(wanted.size(), given.size()); ++place) {
+        const QStringList choices = wanted.at(place).split(QLatin1Char('|'));
+        if (choices.size() > 1 && !choices.contains(given.at(place)))
+            throw Failure{ExitUsage, QStringLiteral("\"%1\" is not one of: %2%3")
+                                         .arg(Printable(given.at(place)), choices.join(QStringLiteral(", ")), usage)};
+    }
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QList>
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QString>
+#include <QStringList>
+#include <QVariantList>
+
+/// The device's contacts, as the phone service reads them: an SQLite database, KOVA_CONTACTS_DB or else
+/// kova/contacts.db in the user's data folder. Each operation is done wholly or, throwing a Failure, not at all.
+class ContactBook
+{
+public:
+    struct Contact {
+        QString number;
+        QString name;
+        uint flags;
+    };
+
+    /// The right to call in: this contact's calls are answered.
+    static constexpr uint MayCallIn = 16;
+
+    /// What each of a contact's flags says.
+    static QStringList FlagWords(uint flags);
+
+    enum Access { Read, Write };
+
+    /// Opens the database; for writing, it is made when it is missing.
+    explicit ContactBook(Access access);
+    ~ContactBook();
+    Q_DISABLE_COPY(ContactBook)
+
+    /// In the order in which they were added; none when there is no database.
+    QList<Contact> All();
+    void Add(const Contact& contact);
+    void Remove(const QString& number);
+
+private:
+    QSqlQuery Run(const QString& statement, const QVariantList& values = {});
+
+    const QString path;
+    const bool existed;
+    QSqlDatabase database;
+};

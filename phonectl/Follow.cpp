@@ -1,0 +1,181 @@
+#include "Follow.h"
+
+#include "PhoneCodes.h"
+
+#include <algorithm>
+
+namespace
+{
+
+/// A modem that does not register within 180 s is switched off and on again: this is time for a second try.
+constexpr int BringUpLimitS = 400;
+constexpr int PowerOffLimitS = 120;
+/// The loop's next number is dialled (15 s), put on the loudspeaker (20 s), rung (30 s) and hung up (15 s) by then.
+constexpr int LoopStepLimitS = 90;
+/// While messages are queued and the modem is registered, a message is sent each second.
+constexpr int QueueQuietMs = 1500;
+
+/// The next event; what is followed ends with the service.
+PhoneEvent NextEvent(Phone& phone, const QString& awaited)
+{
+    const PhoneEvent event = *phone.Next(awaited);
+    if (event.kind == PhoneEvent::ServiceLeft)
+        throw Failure{ExitNotOnBus,
+                      QStringLiteral("the phone service left the bus, while waiting for %1").arg(awaited)};
+    return event;
+}
+
+}
+
+void FollowOn(Phone& phone, Progress& progress)
+{
+    phone.LimitTo(BringUpLimitS);
+    const PhoneState state = phone.State();
+    if (state.forced)
+        throw Failure{ExitRefused,
+                      QStringLiteral("the modem stays off, it is forced off; 'phonectl force-off off' lets go")};
+
+    bool powered = state.phoneStatus != ModemStatusOff;
+    bool checked = state.simStatus == SimStatusPresent;
+    if (powered)
+        progress.Step("powered", QStringLiteral("the modem is powered"));
+    if (powered && checked)
+        progress.Step("sim", QStringLiteral("the SIM card is present"));
+    bool registered = state.phoneStatus == ModemStatusRegistered && checked;
+    while (!registered) {
+        const PhoneEvent event = NextEvent(phone, !powered   ? QStringLiteral("the modem to power up")
+                                                  : !checked ? QStringLiteral("the SIM check, 20 s after power-up")
+                                                             : QStringLiteral("the network"));
+        if (event.kind == PhoneEvent::PhoneStatus) {
+            registered = event.value == ModemStatusRegistered;
+            powered = event.value != ModemStatusOff;
+            if (!registered)
+                progress.Step(powered ? "powered" : "off",
+                              powered ? QStringLiteral("the modem is powered") : QStringLiteral("the modem is off"));
+        } else if (event.kind == PhoneEvent::SimPresent) {
+            checked = event.flag;
+            if (!checked)
+                throw Failure{ExitRefused, QStringLiteral("there is no SIM card; the service goes on looking for one, "
+                                                          "switching the modem off and on")};
+            progress.Step("sim", QStringLiteral("the SIM card is present"));
+        }
+    }
+    progress.Step("registered", QStringLiteral("registered to the network"));
+}
+
+void FollowOff(Phone& phone, Progress& progress)
+{
+    phone.LimitTo(PowerOffLimitS);
+    bool off = phone.State().phoneStatus == ModemStatusOff;
+    while (!off) {
+        const PhoneEvent event = NextEvent(
+            phone, QStringLiteral("the modem to go off (unless forced off it stays on for a data connection)"));
+        off = event.kind == PhoneEvent::PhoneStatus && event.value == ModemStatusOff;
+    }
+    progress.Step("off", QStringLiteral("the modem is off"));
+}
+
+// The service does not tell the number under which it queued the message. What is certain: messages are sent in the
+// order queued, each is reported once, and while the modem is registered a queue that is not empty sends one within a
+// second. So this waits until reports have come and then ceased while registered; then ours is among them. The answer
+// to GetStatus proves it: the service, having one thread, gives it only after the message that it may be sending. If
+// all reports agree, so does ours; who queues at the same time may make them differ, and then it cannot be told which
+// is whose.
+QJsonObject FollowSms(Phone& phone, Progress& progress)
+{
+    progress.Step("queued", QStringLiteral("queued"));
+    QList<PhoneEvent> reports;
+    uint modem = phone.State(Phone::KeepEarlier).phoneStatus;
+    while (true) {
+        const QString awaited = modem != ModemStatusRegistered
+                                    ? QStringLiteral("the network (queuing does not switch the modem on)")
+                                : reports.isEmpty() ? QStringLiteral("the message to be sent")
+                                                    : QStringLiteral("further messages of the queue");
+        if (const auto event = phone.Next(awaited, reports.isEmpty() ? -1 : QueueQuietMs)) {
+            if (event->kind == PhoneEvent::ServiceLeft)
+                throw Failure{ExitNotOnBus, QStringLiteral("the phone service left the bus, and forgot the message if "
+                                                           "it was still queued")};
+            if (event->kind == PhoneEvent::PhoneStatus)
+                modem = event->value;
+            if (event->kind != PhoneEvent::SmsSent)
+                continue;
+            reports.append(*event);
+            progress.Step(event->flag ? "sent" : "lost", QStringLiteral("message %1 of the queue was %2")
+                                                             .arg(event->value)
+                                                             .arg(QLatin1String(event->flag ? "sent" : "lost")));
+            continue;
+        }
+        modem = phone.State(Phone::KeepEarlier).phoneStatus;
+        if (!phone.HasEvent() && modem == ModemStatusRegistered)
+            break;
+    }
+
+    const auto sent =
+        std::count_if(reports.begin(), reports.end(), [](const PhoneEvent& report) { return report.flag; });
+    if (sent == 0)
+        throw Failure{ExitRefused, QStringLiteral("the message is lost: the GSM daemon or the network did not take it, "
+                                                  "and nothing tries again")};
+    if (sent < reports.size())
+        throw Failure{ExitRefused, QStringLiteral("%1 of the %2 messages that were queued together are lost; whether "
+                                                  "this is among them cannot be told")
+                                       .arg(reports.size() - sent)
+                                       .arg(reports.size())};
+    QJsonObject details;
+    if (reports.size() == 1)
+        details.insert(QStringLiteral("identifier"), static_cast<qint64>(reports.first().value));
+    return details;
+}
+
+void FollowCall(Phone& phone, Progress& progress, const QString& number)
+{
+    progress.Step("dialling", QStringLiteral("dialling %1").arg(Printable(number)));
+    bool answered = false;
+    while (true) {
+        const PhoneEvent event =
+            NextEvent(phone, answered ? QStringLiteral("the end of the call") : QStringLiteral("an answer"));
+        if (event.kind != PhoneEvent::VoiceCall)
+            continue;
+        if (event.value == VoiceCallAnswered) {
+            answered = true;
+            progress.Step("answered", QStringLiteral("answered"));
+        } else if (event.value == VoiceCallTerminated) {
+            if (!answered)
+                throw Failure{ExitRefused, QStringLiteral("the call was not answered: it was rejected, could not be "
+                                                          "connected, or nobody came within 30 s")};
+            progress.Step("ended", QStringLiteral("the call has ended"));
+            return;
+        }
+    }
+}
+
+QJsonObject FollowCallLoop(Phone& phone, Progress& progress, const QStringList& numbers)
+{
+    // A call that the loop displaced has ended by the answer to this: the loop begins 2 s after it was asked for.
+    phone.State();
+    QString answeredBy;
+    auto number = numbers.begin();
+    progress.Step("dialling", QStringLiteral("dialling %1").arg(Printable(*number)));
+    while (true) {
+        if (answeredBy.isEmpty())
+            phone.LimitTo(LoopStepLimitS);
+        const PhoneEvent event =
+            NextEvent(phone, answeredBy.isEmpty() ? QStringLiteral("an answer (a number that rings in vain for 30 s "
+                                                                   "may end the loop)")
+                                                  : QStringLiteral("the end of the call"));
+        if (event.kind != PhoneEvent::VoiceCall)
+            continue;
+        if (event.value == VoiceCallAnswered) {
+            answeredBy = *number;
+            phone.Unlimit();
+            progress.Step("answered", QStringLiteral("%1 answered").arg(Printable(*number)));
+        } else if (event.value == VoiceCallTerminated && !answeredBy.isEmpty()) {
+            progress.Step("ended", QStringLiteral("the call has ended"));
+            return {{QStringLiteral("number"), answeredBy}};
+        } else if (event.value == VoiceCallTerminated) {
+            progress.Step("unanswered", QStringLiteral("%1 did not answer").arg(Printable(*number)));
+            if (++number == numbers.end())
+                throw Failure{ExitRefused, QStringLiteral("none of the numbers answered")};
+            progress.Step("dialling", QStringLiteral("dialling %1").arg(Printable(*number)));
+        }
+    }
+}

@@ -1,0 +1,130 @@
+#include "Help.h"
+
+#include "ContactBook.h"
+
+#include <QRegularExpression>
+
+#include <algorithm>
+
+namespace
+{
+
+constexpr int CommandWidth = 34;
+constexpr int OptionWidth = 26;
+
+constexpr char Introduction[] = R"(usage: phonectl COMMAND [ARGUMENT...] [OPTION...]
+
+Steers the phone service of this session.
+
+  phonectl enable --wait                    switch the phone on and follow it to the network
+  phonectl status                           see how it is
+  phonectl contacts add +4912345 Anna --may-call-in
+  phonectl sms --wait +4912345 "On my way"
+  phonectl call +4912345
+  phonectl monitor                          see each signal as it comes
+
+Commands:
+)";
+
+constexpr char Ending[] = R"(
+'phonectl help COMMAND' tells more. Exit status: 0 done, 1 refused or failed, 2 wrong usage, 3 service not on the bus,
+4 timed out, 130 interrupted.
+)";
+
+QString Usage(const Command& command)
+{
+    return QStringLiteral("%1 %2").arg(QLatin1String(command.name), QLatin1String(command.arguments)).trimmed();
+}
+
+QString OptionLines(unsigned options)
+{
+    QString lines;
+    for (const OptionRow* row = optionRows; row != optionRowsEnd; ++row) {
+        const QString name = QStringLiteral("%1 %2").arg(QLatin1String(row->name), QLatin1String(row->value)).trimmed();
+        if (options & row->option)
+            lines += QStringLiteral("  %1%2\n").arg(name.leftJustified(OptionWidth), QLatin1String(row->help));
+    }
+    return lines;
+}
+
+QString Indented(const char* lines)
+{
+    return QStringLiteral("  ") + QString::fromLatin1(lines).replace(QLatin1Char('\n'), QLatin1String("\n  "));
+}
+
+QStringList KnownNumbers()
+{
+    QStringList numbers;
+    try {
+        for (const ContactBook::Contact& contact : ContactBook(ContactBook::Read).All())
+            numbers.append(contact.number);
+    } catch (const Failure&) {
+        // Without contacts there is nothing to offer.
+    }
+    return numbers;
+}
+
+}
+
+QString GeneralHelp()
+{
+    QString text = QLatin1String(Introduction);
+    for (const Command& command : Commands())
+        text +=
+            QStringLiteral("  %1%2\n").arg(Usage(command).leftJustified(CommandWidth), QLatin1String(command.summary));
+    return text + QStringLiteral("\nOptions of all commands:\n") + OptionLines(OptionsEverywhere) +
+           QLatin1String(Ending);
+}
+
+QString CommandHelp(const Command& command)
+{
+    QString text =
+        QStringLiteral("usage: phonectl %1 [OPTION...]\n\n%2.\n").arg(Usage(command), QLatin1String(command.summary));
+    if (*command.details)
+        text += QLatin1String(command.details) + QLatin1Char('\n');
+    return text + QStringLiteral("\n%1\n\nOptions:\n%2")
+                      .arg(Indented(command.examples), OptionLines(command.options | OptionsEverywhere));
+}
+
+QStringList Completions(QStringList words)
+{
+    const QString typed = words.isEmpty() ? QString() : words.takeLast();
+    const OptionRow* const valued = std::find_if(optionRows, optionRowsEnd, [&](const OptionRow& row) {
+        return row.value && !words.isEmpty() && words.last() == QLatin1String(row.name);
+    });
+    if (valued != optionRowsEnd)
+        return {};
+
+    QStringList positional;
+    for (const QString& word : words) {
+        if (!word.startsWith(QLatin1Char('-')))
+            positional.append(word);
+    }
+    const Command* const command = FindCommand(positional);
+    QStringList candidates;
+    if (typed.startsWith(QLatin1Char('-'))) {
+        for (const OptionRow* row = optionRows; row != optionRowsEnd; ++row) {
+            if (row->option & ((command ? command->options : 0U) | OptionsEverywhere))
+                candidates.append(QLatin1String(row->name));
+        }
+    } else if (!command) {
+        for (const Command& known : Commands()) {
+            const QStringList name = QString::fromLatin1(known.name).split(QLatin1Char(' '));
+            if (positional.size() < name.size() && name.mid(0, positional.size()) == positional)
+                candidates.append(name.at(static_cast<int>(positional.size())));
+        }
+    } else {
+        const QStringList wanted = command->ArgumentNames();
+        const auto place = positional.size() - QString::fromLatin1(command->name).count(QLatin1Char(' ')) - 1;
+        const QString argument =
+            command->Most() > wanted.size() ? wanted.value(0) : wanted.value(static_cast<int>(place));
+        candidates = argument.startsWith(QLatin1String("NUMBER")) ? KnownNumbers() : argument.split(QLatin1Char('|'));
+        if (candidates.size() == 1 && candidates.first() == argument)
+            candidates.clear();
+    }
+
+    QStringList fitting =
+        candidates.filter(QRegularExpression(QStringLiteral("^") + QRegularExpression::escape(typed)));
+    fitting.removeDuplicates();
+    return fitting;
+}

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "Commands.h"
+
+/// What phonectl is and can do.
+QString GeneralHelp();
+
+QString CommandHelp(const Command& command);
+
+/// What may come next on a command line, for the shell.
+/// @param words those after the program's name; the last is the one that is being typed.
+QStringList Completions(QStringList words);

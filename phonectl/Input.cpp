@@ -1,0 +1,140 @@
+#include "Input.h"
+
+#include "Output.h"
+
+#include <QFile>
+
+#include <algorithm>
+#include <termios.h>
+#include <unistd.h>
+
+namespace
+{
+
+/// 255 parts of 153 characters: the longest message that GSM can carry.
+constexpr int LongestText = 39015;
+constexpr int LongestUtf8 = 4;
+constexpr int LongestApn = 100;
+constexpr int LongestPassword = 1000;
+
+QString FromUtf8(const QByteArray& bytes, const QString& what)
+{
+    const QString text = QString::fromUtf8(bytes);
+    if (bytes.contains('\0') || text.contains(QChar::ReplacementCharacter))
+        throw Failure{ExitUsage, what + QStringLiteral(" is not text in UTF-8")};
+    return text;
+}
+
+void RemoveLineEnd(QByteArray& line)
+{
+    for (const char end : {'\n', '\r'}) {
+        if (line.endsWith(end))
+            line.chop(1);
+    }
+}
+
+/// The first line of a file; "-" is standard input.
+QString FirstLine(const QString& path)
+{
+    QFile file(path);
+    const bool opened =
+        path == QLatin1String("-") ? file.open(stdin, QIODevice::ReadOnly) : file.open(QIODevice::ReadOnly);
+    QByteArray line = opened ? file.readLine(LongestPassword) : QByteArray();
+    if (!opened || file.error() != QFileDevice::NoError)
+        throw Failure{ExitUsage, QStringLiteral("--password-file \"%1\": %2").arg(Printable(path), file.errorString())};
+    RemoveLineEnd(line);
+    if (line.isEmpty())
+        throw Failure{ExitUsage,
+                      QStringLiteral("--password-file \"%1\": its first line is empty").arg(Printable(path))};
+    return FromUtf8(line, QStringLiteral("the password"));
+}
+
+/// Reads a line from the terminal without showing it.
+QString AskUnseen()
+{
+    QFile terminal(QStringLiteral("/dev/tty"));
+    termios shown = {};
+    if (!terminal.open(QIODevice::ReadWrite | QIODevice::Unbuffered) || tcgetattr(terminal.handle(), &shown) != 0)
+        throw Failure{ExitUsage, QStringLiteral("--ask-password: there is no terminal to ask on; --password-file reads "
+                                                "from a file")};
+    termios unseen = shown;
+    unseen.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    // Ctrl-C must not leave the terminal mute: it ends the line here, and the program afterwards.
+    unseen.c_lflag &= ~static_cast<tcflag_t>(ISIG);
+    unseen.c_cc[VEOL] = shown.c_cc[VINTR];
+    tcsetattr(terminal.handle(), TCSAFLUSH, &unseen);
+    terminal.write("Password: ");
+    char typed[LongestPassword];
+    const ssize_t size = read(terminal.handle(), typed, sizeof typed);
+    QByteArray line(typed, static_cast<int>(std::max<ssize_t>(0, size)));
+    tcsetattr(terminal.handle(), TCSAFLUSH, &shown);
+    terminal.write("\n");
+    if (line.endsWith(static_cast<char>(shown.c_cc[VINTR])))
+        throw Failure{ExitInterrupted, QStringLiteral("interrupted; nothing was asked for")};
+    RemoveLineEnd(line);
+    return FromUtf8(line, QStringLiteral("the password"));
+}
+
+}
+
+QString CheckedNumber(const QString& number, const Arguments& arguments)
+{
+    if (arguments.Has(OptionRaw))
+        return number;
+    for (int place = 0; place < number.size(); ++place) {
+        const QChar character = number.at(place);
+        const bool allowed = (character >= QLatin1Char('0') && character <= QLatin1Char('9')) ||
+                             character == QLatin1Char('*') || character == QLatin1Char('#') ||
+                             (character == QLatin1Char('+') && place == 0);
+        if (!allowed)
+            throw Failure{ExitUsage, QStringLiteral("NUMBER \"%1\": '%2' does not belong in a number (digits, * and #, "
+                                                    "one + in front); --raw passes it on as it is")
+                                         .arg(Printable(number), Printable(character))};
+    }
+    if (number.isEmpty() || number == QLatin1String("+"))
+        throw Failure{ExitUsage, QStringLiteral("NUMBER \"%1\" is empty").arg(number)};
+    return number;
+}
+
+QString MessageText(const QString& argument)
+{
+    QString text = argument;
+    if (argument.isNull() || argument == QLatin1String("-")) {
+        if (isatty(STDIN_FILENO))
+            PrintLine(stderr,
+                      QStringLiteral("Type the message; Ctrl-D on a line of its own ends it, Ctrl-C drops it."));
+        QFile input;
+        if (!input.open(stdin, QIODevice::ReadOnly))
+            throw Failure{ExitUsage, QStringLiteral("TEXT: standard input: ") + input.errorString()};
+        QByteArray bytes = input.read(LongestText * LongestUtf8 + 1);
+        RemoveLineEnd(bytes);
+        text = FromUtf8(bytes, QStringLiteral("TEXT"));
+    }
+    if (text.isEmpty())
+        throw Failure{ExitUsage, QStringLiteral("TEXT is empty")};
+    if (text.size() > LongestText)
+        throw Failure{ExitUsage,
+                      QStringLiteral("TEXT is longer than the %1 characters that a message can have").arg(LongestText)};
+    return text;
+}
+
+QString CheckedApn(const QString& apn)
+{
+    const auto unfit = [](QChar character) { return character.isSpace() || !character.isPrint(); };
+    if (apn.isEmpty() || apn.size() > LongestApn || std::any_of(apn.begin(), apn.end(), unfit))
+        throw Failure{ExitUsage, QStringLiteral("APN \"%1\": a name of 1 to %2 characters without spaces is wanted")
+                                     .arg(Printable(apn))
+                                     .arg(LongestApn)};
+    return apn;
+}
+
+QString Password(const QString& argument, const Arguments& arguments)
+{
+    const bool fromFile = arguments.Has(OptionPasswordFile);
+    const bool asked = arguments.Has(OptionAskPassword);
+    if ((fromFile ? 1 : 0) + (asked ? 1 : 0) + (argument.isEmpty() ? 0 : 1) > 1)
+        throw Failure{ExitUsage, QStringLiteral("PASSWORD, --password-file and --ask-password: give one of them")};
+    if ((fromFile || asked) && arguments.positional.size() < 2)
+        throw Failure{ExitUsage, QStringLiteral("USER is missing: a password needs one")};
+    return fromFile ? FirstLine(arguments.Value(OptionPasswordFile)) : asked ? AskUnseen() : argument;
+}

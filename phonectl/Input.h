@@ -1,0 +1,18 @@
+#pragma once
+
+#include "Arguments.h"
+
+// What a person gives, read and checked. Each throws a Failure that names the argument.
+
+/// A phone number: digits, * and #, one + in front; anything with --raw.
+QString CheckedNumber(const QString& number, const Arguments& arguments);
+
+/// A message's text: the argument, or standard input when it is missing or "-".
+QString MessageText(const QString& argument);
+
+/// The access point's name.
+QString CheckedApn(const QString& apn);
+
+/// The password from where the command line says, or an empty one.
+/// @param argument the one that stands on the command line itself, empty when there is none.
+QString Password(const QString& argument, const Arguments& arguments);
