@@ -1,0 +1,171 @@
+#include "Names.h"
+#include "TestBed.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusPendingReply>
+#include <QDBusReply>
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QTest>
+
+namespace
+{
+
+constexpr int DefaultRounds = 500;
+constexpr int CallsPerRound = 2; ///< each way
+constexpr int SmsPerRound = 20;
+constexpr int WarmUpRounds = 20;
+constexpr int LookMs = 4000;         ///< in which a service with nothing to do sleeps through
+constexpr int MemoryGrowthKiB = 512; ///< what a heap may gain from its order of use
+
+constexpr char Friend[] = "+4912345";
+constexpr int MayCallIn = 16;
+/// The service waits for its peers that much shorter, too: a busy machine has to keep up.
+constexpr char ClockRate[] = "+0 x20";
+
+/// What a service may need more of from day to day.
+struct Needs {
+    int memoryKiB;
+    int files;
+    int wakeUps; ///< of its own while it has nothing to do: the timers that are left
+};
+
+int Number(const QString& path, const char* key)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return -1;
+    const QRegularExpression pattern(QStringLiteral("^%1:\\s+(\\d+)").arg(QLatin1String(key)),
+                                     QRegularExpression::MultilineOption);
+    return pattern.match(QString::fromLatin1(file.readAll())).captured(1).toInt();
+}
+
+int WakeUps(const QString& process)
+{
+    int sum = 0;
+    for (const QString& task : QDir(process + "/task").entryList(QDir::Dirs | QDir::NoDotAndDotDot))
+        sum += Number(process + "/task/" + task + "/status", "voluntary_ctxt_switches");
+    return sum;
+}
+
+}
+
+/// A phone's year in minutes: after it the service needs what it needed before, and everything was reported once.
+class Soak : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void NeedsNoMoreThanBefore();
+
+private:
+    static Needs Measure(qint64 pid);
+    static bool CallOut(TestBed& bed);
+    static bool CallIn(TestBed& bed);
+    bool SendMessages(TestBed& bed, bool restart);
+    static bool RestartDaemon(TestBed& bed);
+    bool Round(TestBed& bed);
+
+    uint lastSms = 0;
+};
+
+Needs Soak::Measure(qint64 pid)
+{
+    const QString process = QStringLiteral("/proc/%1").arg(pid);
+    const int before = WakeUps(process);
+    QTest::qWait(LookMs);
+    return {Number(process + "/smaps_rollup", "Private_Dirty"),
+            static_cast<int>(
+                QDir(process + "/fd").entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System).size()),
+            WakeUps(process) - before};
+}
+
+bool Soak::CallOut(TestBed& bed)
+{
+    bed.ForgetRecords();
+    return bed.Phone().VoiceCallMake(Friend).value() == 0 && bed.WaitForEvent("phone VoiceCall(2)") &&
+           bed.Command("hangup") && bed.WaitForEvent("phone VoiceCall(0)") &&
+           bed.Events("phone") == QStringList{"phone VoiceCall(2)", "phone VoiceCall(0)"};
+}
+
+bool Soak::CallIn(TestBed& bed)
+{
+    bed.ForgetRecords();
+    return bed.Command(QStringLiteral("ring ") + Friend) && bed.WaitForEvent("<- gsm CallAnswered") &&
+           bed.Command("hangup") && bed.WaitForEvent("phone VoiceCall(0)") &&
+           bed.Events("phone") == QStringList{"phone VoiceCall(1)", "phone VoiceCall(0)"};
+}
+
+bool Soak::RestartDaemon(TestBed& bed)
+{
+    return bed.Command("daemon leave") && bed.WaitForLog("Gsmd detached") && bed.Command("daemon return") &&
+           bed.WaitForEvent("phone PhoneStatus(2)");
+}
+
+/// @param restart the daemon goes while the messages wait.
+bool Soak::SendMessages(TestBed& bed, bool restart)
+{
+    constexpr int count = SmsPerRound / 2;
+
+    bed.ForgetRecords();
+    QStringList expected;
+    for (int i = 0; i < count; ++i) {
+        bed.Phone().QueueSms(Friend, "A message.");
+        expected.append(QStringLiteral("phone SmsSent(%1, ").arg(++lastSms));
+    }
+    bed.Settle();
+    if ((restart && !RestartDaemon(bed)) || !bed.WaitForEvent("phone SmsSent", count))
+        return false;
+
+    // Each once and in order; which of them a dying daemon took is another matter.
+    QStringList reports = bed.Events("phone SmsSent");
+    for (QString& report : reports)
+        report.truncate(report.indexOf(' ', static_cast<int>(qstrlen("phone SmsSent("))) + 1);
+    return reports == expected;
+}
+
+bool Soak::Round(TestBed& bed)
+{
+    for (int i = 0; i < CallsPerRound; ++i) {
+        if (!CallOut(bed) || !CallIn(bed))
+            return false;
+    }
+    return SendMessages(bed, false) && SendMessages(bed, true);
+}
+
+void Soak::NeedsNoMoreThanBefore()
+{
+    bool given = false;
+    const int wanted = qEnvironmentVariableIntValue("SOAK_ROUNDS", &given);
+    const int rounds = given ? wanted : DefaultRounds;
+
+    TestBed bed;
+    bed.WriteSettings("[PHONE]\nenabled=1\n");
+    bed.WriteContacts({{Friend, MayCallIn}});
+    // A modem that is off before the service has taken back its request would be switched off and on without end.
+    QVERIFY(bed.StartDevice({"--power-up", "0", "--register", "0", "--power-down", "500", "--answer", "0"}));
+    bed.LaunchService({{"FAKETIME_TIMESTAMP_FILE", {}}, {"FAKETIME", ClockRate}, {"KOVA_LOG_LEVEL", "4"}});
+    QVERIFY(bed.WaitForEvent("phone PhoneStatus(2)"));
+    const qint64 pid = QDBusConnection::sessionBus().interface()->servicePid(Names::PhoneService);
+
+    for (int round = 0; round < WarmUpRounds; ++round)
+        QVERIFY(Round(bed));
+    const Needs before = Measure(pid);
+    for (int round = 0; round < rounds; ++round)
+        QVERIFY2(Round(bed), qPrintable(QStringLiteral("round %1").arg(round)));
+    const Needs after = Measure(pid);
+
+    qInfo("%d calls each way, %d messages, %d restarts of the daemon: %d -> %d KiB, %d -> %d files, %d -> %d wake-ups",
+          rounds * CallsPerRound, rounds * SmsPerRound, rounds, before.memoryKiB, after.memoryKiB, before.files,
+          after.files, before.wakeUps, after.wakeUps);
+    QCOMPARE(after.files, before.files);
+    QCOMPARE(after.wakeUps, before.wakeUps);
+    QVERIFY(after.memoryKiB <= before.memoryKiB + MemoryGrowthKiB);
+    QCOMPARE(bed.StopService(), 0);
+}
+
+QTEST_GUILESS_MAIN(Soak)
+
+#include "Soak.moc"
