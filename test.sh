@@ -1,32 +1,36 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds and runs every test, on Qt 6 and again with sanitizers.
-# With --all also on Qt 5.15, and the checks of the sources' format.
+# With --all also on Qt 5.15, the slow tests, a short run of the fuzzers and the check of the sources' format.
 set -euo pipefail
 cd "$(dirname "$0")"
 . scripts/need.sh
 
 all=no
-case "${1-}" in
+case "$*" in
     '') ;;
     --all) all=yes ;;
     *) echo "usage: ./test.sh [--all]" >&2; exit 2 ;;
 esac
 
-need "${BUILD_PACKAGES[@]}" faketime sqlite3 binutils mandoc
+need "${BUILD_PACKAGES[@]}" faketime sqlite3 binutils mandoc libglib2.0-bin systemd
 
-# run PRESET
+# run PRESET [CTEST_OPTION...]
 run() {
-    echo "== $1"
-    cmake --preset "$1" >/dev/null
-    cmake --build --preset "$1" -- --quiet
-    ctest --preset "$1"
+    local preset=$1
+    shift
+    echo "== $preset"
+    cmake --preset "$preset" >/dev/null
+    cmake --build --preset "$preset" -- --quiet
+    ctest --preset "$preset" "$@"
 }
 
-run release
-run sanitize
+slow=(-LE slow)
 if [ $all = yes ]; then
     need qtbase5-dev qtbase5-dev-tools libqt5sql5-sqlite clang-format
-    run qt5
+    slow=()
     echo "== format"
     git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 fi
+run release "${slow[@]}"
+run sanitize -LE slow
+[ $all = no ] || run qt5 -LE slow

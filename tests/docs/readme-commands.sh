@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Runs every command of the README's sh blocks, in order, against the service and the simulated device.
+# usage: readme-commands.sh SOURCE_DIR BUILD_DIR
+set -euo pipefail
+. "$1/scripts/stage.sh"
+stage "$2"
+PATH=$build:$PATH
+sqlite3 "$KOVA_CONTACTS_DB" 'DELETE FROM contacts'
+
+(fast kova-simulator --quiet </dev/null >"$scene/device.log") &
+players+=($!)
+gdbus wait --session --timeout 30 com.quillmark.kova.simulator
+(fast phonemanager 2>"$scene/service.log") &
+players+=($!)
+gdbus wait --session --timeout 30 com.quillmark.kova.phonemanager
+
+# run COMMAND
+run() {
+    local limit=(timeout 60)
+    # It runs until it is interrupted, and that is no failure.
+    case $1 in *' monitor'*) limit=(timeout --preserve-status --signal=INT 1) ;; esac
+    "${limit[@]}" bash -c "$1" </dev/null >"$scene/output" 2>&1
+}
+
+count=0
+failed=0
+while IFS= read -r command; do
+    count=$((count + 1))
+    status=0
+    run "$command" || status=$?
+    if [ $status -ne 0 ]; then
+        echo "exit status $status: $command"
+        cat "$scene/output"
+        failed=1
+    fi
+done < <(sed -n '/^```sh$/,/^```$/p' "$1/README.md" | grep -v '^```')
+
+echo "$count commands"
+[ $failed -eq 0 ] || tail -n 40 "$scene/service.log"
+[ $count -gt 10 ] && [ $failed -eq 0 ]
