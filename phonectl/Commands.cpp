@@ -289,7 +289,7 @@ const Command& TakeCommand(Arguments& arguments)
                 ExitUsage,
                 QStringLiteral("%1 takes one of: %2").arg(group.trimmed(), members.join(QStringLiteral(", ")))};
         throw Failure{ExitUsage, QStringLiteral("no command '%1'%2 ('phonectl --help' lists them)")
-                                     .arg(Printable(group.trimmed()), DidYouMean(group.trimmed(), names))};
+                                     .arg(group.trimmed(), DidYouMean(group.trimmed(), names))};
     }
 
     arguments.positional = arguments.positional.mid(QString::fromLatin1(command->name).count(QLatin1Char(' ')) + 1);
@@ -308,11 +308,11 @@ void CheckArguments(const Command& command, const Arguments& arguments)
                       QStringLiteral("%1 is missing%2").arg(wanted.at(static_cast<int>(given.size())), usage)};
     if (given.size() > command.Most())
         throw Failure{ExitUsage, QStringLiteral("\"%1\" is one argument too many (quotes keep words together)%2")
-                                     .arg(Printable(given.at(command.Most())), usage)};
+                                     .arg(given.at(command.Most()), usage)};
     for (int place = 0; place < std::min(wanted.size(), given.size()); ++place) {
         const QStringList choices = wanted.at(place).split(QLatin1Char('|'));
         if (choices.size() > 1 && !choices.contains(given.at(place)))
             throw Failure{ExitUsage, QStringLiteral("\"%1\" is not one of: %2%3")
-                                         .arg(Printable(given.at(place)), choices.join(QStringLiteral(", ")), usage)};
+                                         .arg(given.at(place), choices.join(QStringLiteral(", ")), usage)};
     }
 }

@@ -1,7 +1,6 @@
 #include "ContactBook.h"
 
 #include "Outcome.h"
-#include "Output.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -29,7 +28,7 @@ QString DatabasePath()
 
 Failure Refused(const QString& path, const QString& what)
 {
-    return {ExitRefused, QStringLiteral("contacts database \"%1\": %2").arg(Printable(path), what)};
+    return {ExitRefused, QStringLiteral("contacts database \"%1\": %2").arg(path, what)};
 }
 
 }
@@ -107,7 +106,7 @@ void ContactBook::Add(const Contact& contact)
     if (present.next())
         throw Refused(path,
                       QStringLiteral("NUMBER \"%1\" is there already, as \"%2\"; 'phonectl contacts remove %1' first")
-                          .arg(Printable(contact.number), Printable(present.value(0).toString())));
+                          .arg(contact.number, present.value(0).toString()));
     Run(QStringLiteral("INSERT INTO contacts (name, phone_number, flags) VALUES (?, ?, ?)"),
         {contact.name, contact.number, contact.flags});
     Run(QStringLiteral("COMMIT"));
@@ -116,7 +115,7 @@ void ContactBook::Add(const Contact& contact)
 void ContactBook::Remove(const QString& number)
 {
     if (!existed)
-        throw Refused(path, QStringLiteral("it does not exist, so NUMBER \"%1\" is not in it").arg(Printable(number)));
+        throw Refused(path, QStringLiteral("it does not exist, so NUMBER \"%1\" is not in it").arg(number));
     if (Run(QStringLiteral("DELETE FROM contacts WHERE phone_number = ?"), {number}).numRowsAffected() == 0)
-        throw Refused(path, QStringLiteral("NUMBER \"%1\" is not in it").arg(Printable(number)));
+        throw Refused(path, QStringLiteral("NUMBER \"%1\" is not in it").arg(number));
 }

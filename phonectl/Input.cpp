@@ -41,11 +41,10 @@ QString FirstLine(const QString& path)
         path == QLatin1String("-") ? file.open(stdin, QIODevice::ReadOnly) : file.open(QIODevice::ReadOnly);
     QByteArray line = opened ? file.readLine(LongestPassword) : QByteArray();
     if (!opened || file.error() != QFileDevice::NoError)
-        throw Failure{ExitUsage, QStringLiteral("--password-file \"%1\": %2").arg(Printable(path), file.errorString())};
+        throw Failure{ExitUsage, QStringLiteral("--password-file \"%1\": %2").arg(path, file.errorString())};
     RemoveLineEnd(line);
     if (line.isEmpty())
-        throw Failure{ExitUsage,
-                      QStringLiteral("--password-file \"%1\": its first line is empty").arg(Printable(path))};
+        throw Failure{ExitUsage, QStringLiteral("--password-file \"%1\": its first line is empty").arg(path)};
     return FromUtf8(line, QStringLiteral("the password"));
 }
 
@@ -89,7 +88,7 @@ QString CheckedNumber(const QString& number, const Arguments& arguments)
         if (!allowed)
             throw Failure{ExitUsage, QStringLiteral("NUMBER \"%1\": '%2' does not belong in a number (digits, * and #, "
                                                     "one + in front); --raw passes it on as it is")
-                                         .arg(Printable(number), Printable(character))};
+                                         .arg(number, character)};
     }
     if (number.isEmpty() || number == QLatin1String("+"))
         throw Failure{ExitUsage, QStringLiteral("NUMBER \"%1\" is empty").arg(number)};
@@ -123,7 +122,7 @@ QString CheckedApn(const QString& apn)
     const auto unfit = [](QChar character) { return character.isSpace() || !character.isPrint(); };
     if (apn.isEmpty() || apn.size() > LongestApn || std::any_of(apn.begin(), apn.end(), unfit))
         throw Failure{ExitUsage, QStringLiteral("APN \"%1\": a name of 1 to %2 characters without spaces is wanted")
-                                     .arg(Printable(apn))
+                                     .arg(apn)
                                      .arg(LongestApn)};
     return apn;
 }

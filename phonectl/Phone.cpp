@@ -46,13 +46,14 @@ Failure Explain(const QDBusError& error)
                                              "'systemctl --user start phonemanager' or 'phonemanager' does")};
     case QDBusError::NoReply:
     case QDBusError::Disconnected:
-        return {ExitNotOnBus, QStringLiteral("the phone service did not answer: %1").arg(error.message())};
+        return {ExitNotOnBus,
+                QStringLiteral("the phone service left the bus or did not answer: %1").arg(error.message())};
     default:
         if (error.name().startsWith(QLatin1String("org.freedesktop.DBus.Error.Spawn")) ||
             error.name().startsWith(QLatin1String("org.freedesktop.systemd1")) || error.type() == QDBusError::TimedOut)
             return {ExitNotOnBus, QStringLiteral("the phone service could not be started: %1").arg(error.message())};
-        return {ExitRefused, QStringLiteral("the phone service did not understand: %1 (%2)")
-                                 .arg(Printable(error.message()), error.name())};
+        return {ExitRefused,
+                QStringLiteral("the phone service did not understand: %1 (%2)").arg(error.message(), error.name())};
     }
 }
 

@@ -15,12 +15,10 @@ QStringList Words(int argc, char** argv)
     return words;
 }
 
-Outcome Help(const Arguments& arguments)
+Outcome Help(Arguments arguments)
 {
-    if (arguments.positional.isEmpty())
-        return {GeneralHelp().trimmed(), {}};
-    Arguments wanted = arguments;
-    return {CommandHelp(TakeCommand(wanted)).trimmed(), {}};
+    const QString text = arguments.positional.isEmpty() ? GeneralHelp() : CommandHelp(TakeCommand(arguments));
+    return {text.trimmed(), {{"help", text}}};
 }
 
 Outcome Run(Arguments arguments, Progress& progress)
@@ -69,7 +67,7 @@ int main(int argc, char** argv)
         object.insert(QStringLiteral("error"), failure.text);
         if (failure.serviceStatus)
             object.insert(QStringLiteral("status"), failure.serviceStatus);
-        PrintLine(stderr, QStringLiteral("phonectl: ") + failure.text);
+        PrintLine(stderr, QStringLiteral("phonectl: ") + Printable(failure.text));
     }
     if (json) {
         object.insert(QStringLiteral("exitStatus"), exitStatus);
