@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds the Debian packages in build-deb/ and checks them with lintian.
+# packaging/test-packages.sh then tries them in a clean Debian root.
+set -euo pipefail
+cd "$(dirname "$0")"
+. scripts/need.sh
+. packaging/functions.sh
+
+[ $# -eq 0 ] || { echo "usage: ./package.sh" >&2; exit 2; }
+
+need "${BUILD_PACKAGES[@]}" debhelper dpkg-dev git lintian
+
+rm -rf build-deb
+export_source build-deb/phonemanager
+(cd build-deb/phonemanager && DEB_BUILD_OPTIONS=terse dpkg-buildpackage --build=binary --no-sign)
+lintian --fail-on error,warning --info build-deb/*.changes
+ls build-deb/*.deb

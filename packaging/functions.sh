@@ -1,0 +1,52 @@
+# Sourced by the scripts that build packages and try them.
+
+# export_source FOLDER
+# Lays out the Debian source package in FOLDER: the tracked files as they stand, changes included, with debian/ at the top.
+export_source() {
+    local state
+    state=$(git -c user.name=package -c user.email=package stash create)
+    rm -rf "$1"
+    mkdir -p "$1"
+    git archive "${state:-HEAD}" | tar -x -C "$1"
+    mv "$1/packaging/debian" "$1/debian"
+
+    local project packaged
+    project=$(sed -n 's/^project(phonemanager VERSION \([0-9.]*\).*/\1/p' "$1/CMakeLists.txt")
+    packaged=$(dpkg-parsechangelog -l "$1/debian/changelog" -S Version)
+    [ "$packaged" = "$project" ] || {
+        echo "The changelog of the packages says version $packaged, CMakeLists.txt $project" >&2
+        return 1
+    }
+}
+
+# make_root FOLDER OPTION...
+# Makes a root of Debian 12 in FOLDER with mmdebstrap, from the Debian mirrors that this machine's apt uses.
+make_root() {
+    local folder=$1
+    shift
+    [ "$(id -u)" -eq 0 ] || { echo "Making a Debian root takes root's rights" >&2; return 1; }
+    rm -rf --one-file-system "$folder" "$folder.new"
+    apt-get indextargets --format 'deb $(SITE)/ $(RELEASE) $(COMPONENT)' 'Created-By: Packages' 'Origin: Debian' |
+        grep ' bookworm' | sort -u |
+        mmdebstrap --quiet "$@" bookworm "$folder.new" - || {
+            rm -rf --one-file-system "$folder.new"
+            echo "Could not make a Debian root in $folder: see what apt says above. Missing packages or versions" \
+                "that do not fit together mean a mirror that is inconsistent today; try again later." >&2
+            return 1
+        }
+    mv "$folder.new" "$folder"
+}
+
+# in_root FOLDER COMMAND [ARGUMENT...]
+# Runs a command as root in the Debian root FOLDER, with processes and mounts of its own: nothing outlives it.
+in_root() {
+    unshare --mount --pid --fork --kill-child sh -c '
+        root=$1
+        shift
+        mount -t proc proc "$root/proc"
+        mount -t tmpfs tmpfs "$root/run"
+        mount --bind /dev "$root/dev"
+        cp --dereference /etc/resolv.conf "$root/etc/resolv.conf"
+        exec chroot "$root" env -i http_proxy="${http_proxy-}" PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root \
+            LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"' sh "$@"
+}
