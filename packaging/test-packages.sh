@@ -1,0 +1,92 @@
+#!/usr/bin/env bash
+# Tries the packages that ./package.sh built: builds a program against the development package, then, in a clean Debian
+# root, installs them, makes calls on a bus there, upgrades, removes and purges. As root; ends non-zero on any failure.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/need.sh
+. packaging/functions.sh
+
+fail() { echo "FAILED: $*" >&2; exit 1; }
+step() { echo "== $*"; }
+
+packages=(phonemanager phonectl kova-simulator)
+version=$(dpkg-parsechangelog -l packaging/debian/changelog -S Version)
+arch=$(dpkg --print-architecture)
+work=build-deb/test
+root=$work/root
+need "${BUILD_PACKAGES[@]}" dpkg-dev mmdebstrap
+[ -e "build-deb/phonemanager_${version}_$arch.deb" ] || fail "no packages in build-deb: run ./package.sh"
+rm -rf --one-file-system $work
+mkdir -p $work
+
+step "A program builds against the development package, and runs"
+for package in phonemanager kova-phone-dev; do
+    dpkg-deb -x "build-deb/${package}_${version}_$arch.deb" $work/dev
+done
+cmake -S packaging/tests/consumer -B $work/consumer -G Ninja -DCMAKE_PREFIX_PATH="$PWD/$work/dev/usr" >/dev/null
+cmake --build $work/consumer -- --quiet
+KOVA_CONFIG_FILE=$work/none dbus-run-session -- $work/consumer/consumer || fail "the program built against it"
+
+# The same packages again, as the next version.
+for package in "${packages[@]}"; do
+    dpkg-deb -R "build-deb/${package}_${version}_$arch.deb" $work/next
+    sed -i "s/^Version: .*/&+next/" $work/next/DEBIAN/control
+    dpkg-deb --root-owner-group -b $work/next "$work/${package}_next.deb" >/dev/null
+    rm -r $work/next
+done
+
+step "A clean Debian root"
+make_root $root --variant=minbase
+mkdir $root/packages
+cp packaging/tests/session.sh build-deb/*_"${version}_$arch".deb $work/*_next.deb $root/packages/
+run() { in_root $root "$@"; }
+apt() {
+    run apt-get --yes --no-install-recommends "$@" >$work/apt.log 2>&1 || { cat $work/apt.log >&2; fail "apt-get $*"; }
+}
+installed() { run dpkg-query -W -f '${Version}' phonemanager; }
+run useradd --create-home --shell /bin/sh anna
+run useradd --create-home --shell /bin/sh mallory
+settings=$root/home/anna/.config/kova/config.ini
+contacts=$root/home/anna/.local/share/kova/contacts.db
+
+# as_anna COMMAND: on a bus of her own session
+as_anna() { run runuser --login anna --command "timeout 300 dbus-run-session -- $1"; }
+
+step "Install"
+apt update
+apt install $(printf "/packages/%s_${version}_$arch.deb " "${packages[@]}")
+apt install --simulate "/packages/kova-phone-dev_${version}_$arch.deb"
+! run sh -c 'ldd /usr/bin/phonemanager /usr/lib/*/lib{phone_link,provider_qt_sql}.so.1' | grep 'not found' ||
+    fail "libraries are not found"
+run sh -c 'ls /usr/share/man/man1/phonectl.1.gz /usr/share/man/man1/kova-simulator.1.gz \
+    /usr/share/man/man8/phonemanager.8.gz /usr/share/bash-completion/completions/phonectl' >/dev/null
+as_anna "sh /packages/session.sh"
+
+step "Upgrade"
+kept=$(md5sum $settings $contacts)
+apt install $(printf "/packages/%s_next.deb " "${packages[@]}")
+[ "$(installed)" = "$version+next" ] || fail "upgraded to $(installed)"
+as_anna "phonectl status --json" | tee /dev/stderr | grep -q '"userEnabled": *true' || fail "the setting is lost"
+[ "$(md5sum $settings $contacts)" = "$kept" ] || fail "the upgrade changed the user's files"
+
+step "Remove"
+apt remove "${packages[@]}"
+[ ! -e $root/usr/bin/phonemanager ] || fail "the service is still there"
+[ "$(md5sum $settings $contacts)" = "$kept" ] || fail "the removal changed the user's files"
+
+step "Purge"
+# Another's file in the same folder, and a link that would have root delete a file that is none of its own.
+touch $root/home/anna/.config/kova/notes
+mkdir -p $root/etc/decoy $root/home/mallory/.config
+touch $root/etc/decoy/config.ini
+ln -s /etc/decoy $root/home/mallory/.config/kova
+apt purge "${packages[@]}"
+[ ! -e $settings ] && [ ! -e $contacts ] || fail "the user's settings outlive the purge"
+[ -e $root/home/anna/.config/kova/notes ] || fail "the purge took a file that is not the service's"
+[ -e $root/etc/decoy/config.ini ] || fail "the purge followed a user's link"
+left=$(find $root/usr $root/etc $root/var/lib/systemd $root/var/lib/dpkg/info \
+    \( -name '*phonemanager*' -o -name '*kova*' -o -name 'phonectl*' \))
+[ -z "$left" ] || fail "left behind: $left"
+
+rm -rf --one-file-system $work
+echo "The packages work."

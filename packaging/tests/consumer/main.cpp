@@ -1,0 +1,13 @@
+#include "phone.h"
+
+#include <Configuration.h>
+#include <Names.h>
+#include <PhoneCodes.h>
+#include <SoundManagerProxy.h>
+
+int main()
+{
+    const Configuration settings(Names::PhoneObject);
+    const SoundManagerProxy sound(Names::SoundManagerService, Names::SoundManagerObject, QDBusConnection::sessionBus());
+    return settings.IsValid() && !sound.isValid() ? StatusSuccess : StatusUnreadable;
+}

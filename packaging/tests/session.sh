@@ -1,0 +1,57 @@
+#!/bin/sh
+# What the installed packages must do in a user's session, run on a private bus: the first request starts the service, the
+# modem gets to the network, a call goes out and one comes in. EMULATOR, if set, runs the programs.
+set -eu
+
+number=+493023125001
+work=$(mktemp -d)
+
+program() {
+    name=$1
+    shift
+    ${EMULATOR-} "/usr/bin/$name" "$@"
+}
+
+on_bus() {
+    dbus-send --session --print-reply=literal --dest=org.freedesktop.DBus / org.freedesktop.DBus.NameHasOwner \
+        string:com.quillmark.kova.phonemanager | grep -q true
+}
+
+fail() {
+    echo "FAILED: $*" >&2
+    tail -n 50 "$work"/* >&2
+    exit 1
+}
+
+# await TEXT FILE: until the file of this session holds the text
+await() {
+    tries=0
+    until grep -q -e "$1" "$work/$2"; do
+        tries=$((tries + 1))
+        [ $tries -lt 300 ] || fail "no \"$1\" in $2"
+        sleep 0.2
+    done
+}
+
+! on_bus || fail "the service runs before anybody asked for it"
+program phonectl status || fail "the first request does not start the service"
+on_bus || fail "a request was answered without the service"
+
+program kova-simulator --register 500 </dev/null >"$work/simulator" &
+await '^ready' simulator
+program phonectl enable --wait --timeout 180 || fail "the modem does not register"
+grep -qx 'enabled=1' "$HOME/.config/kova/config.ini" || fail "the setting was not written"
+
+program phonectl call --wait --timeout 120 "$number" >"$work/call" 2>&1 &
+call=$!
+await answered call
+program kova-simulator send hangup
+wait $call || fail "the call did not end well"
+cat "$work/call"
+
+program phonectl contacts add "$number" Anna --may-call-in || fail "the contact was not added"
+program kova-simulator send "ring $number"
+await 'CallAnswer()' simulator
+program kova-simulator send hangup
+program phonectl status
+rm -r "$work"
