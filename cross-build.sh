@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# Cross-builds the Debian packages for ARM in build-ARCH/, installs them in a Debian root with that architecture's
+# libraries, and brings service and simulator under emulation to a registered modem and through a call. As root.
+# The root in build-ARCH/root is kept for the next run; delete it to have it made anew.
+set -euo pipefail
+cd "$(dirname "$0")"
+. scripts/need.sh
+. packaging/functions.sh
+
+case "$*" in
+    arm64) emulator=qemu-aarch64-static ;;
+    armhf) emulator=qemu-arm-static ;;
+    *) echo "usage: ./cross-build.sh arm64|armhf" >&2; exit 2 ;;
+esac
+arch=$1
+root=build-$arch/root
+user=tester
+
+need dpkg-dev git mmdebstrap
+mkdir -p "build-$arch"
+# Compilers and Qt's generators are this machine's, the libraries to build against and to run with are the other
+# architecture's: Debian installs both side by side.
+if [ ! -d "$root" ]; then
+    echo "== A Debian root with $arch beside $(dpkg --print-architecture)"
+    make_root "$root" --variant=apt --architectures="$(dpkg --print-architecture),$arch" \
+        --include="crossbuild-essential-$arch,dbus,qemu-user-static" \
+        --customize-hook='chroot "$1" useradd --create-home --shell /bin/sh '$user
+fi
+run() { in_root "$root" "$@"; }
+apt() {
+    run apt-get --quiet --yes --no-install-recommends "$@" || {
+        echo "apt-get $1 failed: see above. If packages of the two architectures are missing or differ in version, the mirror" \
+            "is inconsistent today; try again later." >&2
+        exit 1
+    }
+}
+
+echo "== Build for $arch"
+rm -rf "$root/build"
+mkdir "$root/build"
+export_source "$root/build/phonemanager"
+apt update
+apt build-dep --host-architecture "$arch" --build-profiles cross /build/phonemanager
+run sh -c "cd /build/phonemanager && DEB_BUILD_OPTIONS=terse dpkg-buildpackage --build=any --no-sign --host-arch=$arch"
+cp "$root"/build/*.deb "build-$arch/"
+
+echo "== Run under emulation"
+apt install --reinstall --allow-downgrades \
+    $(cd "$root" && ls build/*_"$arch".deb | grep -v -e -dev_ -e -dbgsym_ | sed 's,^,/,')
+# The bus is the machine's own and starts the service through the emulator.
+services=$root/home/$user/.local/share/dbus-1/services
+mkdir -p "$services"
+sed "s,^Exec=,&/usr/bin/$emulator ,; /^SystemdService=/d" \
+    "$root/usr/share/dbus-1/services/com.quillmark.kova.phonemanager.service" \
+    >"$services/com.quillmark.kova.phonemanager.service"
+rm -rf "$root/home/$user/.config/kova" "$root/home/$user/.local/share/kova"
+run chown -R $user: /home/$user
+cp packaging/tests/session.sh "$root/build/"
+run runuser --login $user --command "EMULATOR=$emulator timeout 600 dbus-run-session -- sh /build/session.sh"
+echo "The packages for $arch are in build-$arch/ and work."
