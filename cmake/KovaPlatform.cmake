@@ -1,0 +1,36 @@
+# The device's own libraries, installed under KOVA_PLATFORM_PREFIX, as targets of the names that platform/ builds.
+set(missing "")
+
+# kova_device_library(<name> HEADER <header> [LIBRARIES <target>...])
+function(kova_device_library name)
+  cmake_parse_arguments(library "" "HEADER" "LIBRARIES" ${ARGN})
+  set(where NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH NO_CACHE)
+  find_path(include ${library_HEADER} PATHS ${KOVA_PLATFORM_PREFIX}/include/kova ${KOVA_PLATFORM_PREFIX}/include ${where})
+  find_library(file ${name}
+    PATHS ${KOVA_PLATFORM_PREFIX}/lib/${CMAKE_LIBRARY_ARCHITECTURE} ${KOVA_PLATFORM_PREFIX}/lib ${where})
+  if(NOT include)
+    list(APPEND missing "include/kova/${library_HEADER}")
+  endif()
+  if(NOT file)
+    list(APPEND missing "lib/${CMAKE_SHARED_LIBRARY_PREFIX}${name}${CMAKE_SHARED_LIBRARY_SUFFIX}")
+  endif()
+  set(missing ${missing} PARENT_SCOPE)
+  if(missing)
+    return()
+  endif()
+
+  add_library(${name} UNKNOWN IMPORTED)
+  set_target_properties(${name} PROPERTIES IMPORTED_LOCATION ${file} INTERFACE_INCLUDE_DIRECTORIES ${include})
+  target_link_libraries(${name} INTERFACE Qt::Core ${library_LIBRARIES})
+endfunction()
+
+kova_device_library(log_qt HEADER LogInterface.h)
+kova_device_library(kova_qt HEADER KovaFeatureBase.h)
+kova_device_library(config_qt HEADER Configuration.h)
+kova_device_library(provider_qt HEADER Contacts.h)
+kova_device_library(dbusproxy_qt HEADER SoundManagerProxy.h LIBRARIES Qt::DBus)
+
+if(missing)
+  list(JOIN missing "\n  " missing)
+  message(FATAL_ERROR "The device's libraries are not complete. ${KOVA_PLATFORM_PREFIX} has no\n  ${missing}")
+endif()
