@@ -14,3 +14,7 @@ if(KOVA_SANITIZE)
     -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
   target_link_options(kova_options INTERFACE -fsanitize=address,undefined)
 endif()
+
+if(KOVA_FUZZ)
+  target_compile_options(kova_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
