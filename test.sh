@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds and runs every test, on Qt 6 and again with sanitizers.
-# With --all also on Qt 5.15, a short fuzzing of the file readers, the slow tests, a short run of the fuzzers and the check of the sources' format.
+# With --all also on Qt 5.15, the slow tests, a short run of the fuzzers and the check of the sources' format.
 set -euo pipefail
 cd "$(dirname "$0")"
 . scripts/need.sh
