@@ -45,7 +45,7 @@ in_root() {
         shift
         mount -t proc proc "$root/proc"
         mount -t tmpfs tmpfs "$root/run"
-        mount --bind /dev "$root/dev"
+        mount --rbind /dev "$root/dev"
         cp --dereference /etc/resolv.conf "$root/etc/resolv.conf"
         exec chroot "$root" env -i http_proxy="${http_proxy-}" PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root \
             LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"' sh "$@"

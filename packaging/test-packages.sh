@@ -80,7 +80,7 @@ touch $root/home/anna/.config/kova/notes
 mkdir -p $root/etc/decoy $root/home/mallory/.config
 touch $root/etc/decoy/config.ini
 ln -s /etc/decoy $root/home/mallory/.config/kova
-apt purge "${packages[@]}"
+apt purge phonemanager
 [ ! -e $settings ] && [ ! -e $contacts ] || fail "the user's settings outlive the purge"
 [ -e $root/home/anna/.config/kova/notes ] || fail "the purge took a file that is not the service's"
 [ -e $root/etc/decoy/config.ini ] || fail "the purge followed a user's link"
