@@ -275,6 +275,9 @@ class BusFuzz : public QObject
 {
     Q_OBJECT
 
+public:
+    static void initMain() { qputenv("QTEST_FUNCTION_TIMEOUT", "86400000"); } // a long run takes its time
+
 private Q_SLOTS:
     void SurvivesEverything();
 };

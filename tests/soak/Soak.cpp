@@ -57,6 +57,9 @@ class Soak : public QObject
 {
     Q_OBJECT
 
+public:
+    static void initMain() { qputenv("QTEST_FUNCTION_TIMEOUT", "86400000"); } // a long run takes its time
+
 private Q_SLOTS:
     void NeedsNoMoreThanBefore();
 
