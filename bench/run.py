@@ -171,17 +171,25 @@ def idle_wakeups(pids):
     return {label: [(wakeups(pid) - before[label]) * 60 / IDLE_S] for label, pid in pids.items()}
 
 
-def round_trips(figures):
-    def median(*target):
+def round_trips(figures, pids):
+    def median(target, _):
         return statistics.median(sample[0] for sample in client("call", CALLS, *target)) / 1000
 
-    def rate(*target):
+    def rate(target, _):
         return 1e9 / client("flood", CALLS, *target)[0][0]
-    targets = {label: (*bus, "GetStatus") for label, (_, bus, _) in PROGRAMS.items()}
-    targets["bus daemon"] = ("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.Peer", "Ping")
-    for name, unit, measure in (("GetStatus round trip", "us", median), ("GetStatus throughput", "1/s", rate)):
-        figures[name] = figure(unit, interleaved({label: (lambda target=target: measure(*target))
-                                                  for label, target in targets.items()}))
+
+    def cpu(target, pid):
+        before = cpu_ns(pid)
+        client("call", CALLS, *target)
+        return (cpu_ns(pid) - before) / CALLS / 1000
+    programs = {label: (*bus, "GetStatus") for label, (_, bus, _) in PROGRAMS.items()}
+    ping = {"bus daemon": ("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.Peer", "Ping")}
+    for name, unit, measure, targets in (("GetStatus round trip", "us", median, programs | ping),
+                                         ("GetStatus throughput", "1/s", rate, programs | ping),
+                                         ("CPU time of a GetStatus", "us", cpu, programs)):
+        figures[name] = figure(unit, interleaved({
+            label: (lambda target=target, pid=pids.get(label): measure(target, pid))
+            for label, target in targets.items()}))
 
 
 def heard(label):
@@ -244,11 +252,14 @@ def instructions(label, count, *mode):
 def instruction_counts(figures):
     for name, mode in (("Instructions per GetStatus", lambda label: ("call", *PROGRAMS[label][1], "GetStatus")),
                        ("Instructions per relayed signal", lambda label: ("relay", *heard(label)))):
-        values = {}
+        each, rest = {}, {}
         for label in PROGRAMS:
             few, many = (instructions(label, count, *mode(label)) for count in COUNTED)
-            values[label] = [(many - few) / (COUNTED[1] - COUNTED[0])]
-        figures[name] = figure("", values)
+            each[label] = [(many - few) / (COUNTED[1] - COUNTED[0])]
+            rest[label] = [(few - COUNTED[0] * each[label][0]) / 1e6]
+        figures[name] = figure("", each)
+        if mode(FLOOR)[0] == "call":
+            figures["Instructions of start and stop"] = figure("million", rest)
 
 
 def measure():
@@ -265,7 +276,7 @@ def measure():
             figures[name] = figure("MiB", {label: [memory(pid, key)] for label, pid in pids.items()})
         figures["Wake-ups a minute, modem off"] = figure("", idle_wakeups(pids))
         print("round trips, relay ...", file=sys.stderr)
-        round_trips(figures)
+        round_trips(figures, pids)
         figures["Signal to the client's ear"] = relay()
 
     settings(1)
