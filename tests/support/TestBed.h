@@ -3,6 +3,7 @@
 #include "PhoneProxy.h"
 
 #include <QDBusMessage>
+#include <QDBusPendingCall>
 #include <QMap>
 #include <QProcess>
 #include <QStringList>
@@ -69,10 +70,15 @@ public:
     bool Commands(const QStringList& lines);
     QVariantMap DeviceState();
     PhoneProxy& Phone() { return phone; }
+    /// The status that one of the phone's methods answers; Unanswered after an error.
+    static int StatusOf(const QDBusPendingCall& call);
+    static constexpr int Unanswered = -1000;
+    /// All that GetStatus answers, as "(0, 2, 3, 71, 1, false)".
+    QString PhoneStatus();
     /// Moves the service's clock on and waits until everything that was due is done.
     void PassTime(int ms);
-    /// Moves the clock on while the service waits for an answer, until a line with the text is in the log.
-    bool PassTimeout(int ms, const QString& text);
+    /// Moves the clock on and does not wait: for a service that is going to block, or is blocked, in a remote call.
+    void BeginPassTime(int ms);
     /// Waits until the service has nothing left to do and everything is recorded.
     void Settle();
 
@@ -112,3 +118,10 @@ private:
     QStringList unreadable; ///< what the service wrote that is no log line, as a sanitizer's report
     QStringList events;
 };
+
+/// Fails the test unless the wanted texts are in the list, in this order.
+#define VERIFY_IN_ORDER(list, ...)                                                                                     \
+    do {                                                                                                               \
+        const QString missing = TestBed::MissingInOrder(list, __VA_ARGS__);                                            \
+        QVERIFY2(missing.isEmpty(), qPrintable("missing: " + missing));                                                \
+    } while (false)
