@@ -20,15 +20,10 @@ void ModemTest::bringUp()
     QVERIFY(bed.PassSimCheck());
     QVERIFY(bed.WaitForLog("PHONE_STATUS_REGISTERED and SIM present"));
 
-    const QStringList events = {"-> gsm ModemSetEnabled(false)",
-                                "-> gsm ModemSetEnabled(true)",
-                                "<- gsm ModemPowered()",
-                                "phone PhoneStatus(1)",
-                                "<- gsm ModemRegistered()",
-                                "<- gsm SignalQuality(71)",
-                                "-> gsm IsSimPresent()",
-                                "phone SimPresent(true)",
-                                "phone PhoneStatus(2)"};
+    const QStringList events = {
+        "-> gsm ModemSetEnabled(false)", "-> gsm ModemSetEnabled(true)", "<- gsm ModemPowered()",
+        "phone PhoneStatus(1)",          "<- gsm ModemRegistered()",     "<- gsm SignalQuality(71)",
+        "-> gsm IsSimPresent()",         "phone SimPresent(true)",       "phone PhoneStatus(2)"};
     QCOMPARE(bed.Events(), events);
     const QStringList texts = {
         "4 Starting Phone Manager...",
