@@ -68,7 +68,6 @@ private Q_SLOTS:
 private:
     QStringList Requests()
     {
-        bed.Settle();
         const QStringList requests = bed.Events("-> ");
         bed.ForgetRecords();
         return requests;

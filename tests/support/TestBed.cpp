@@ -48,12 +48,6 @@ bool OnBus(const char* name)
     return QDBusConnection::sessionBus().interface()->isServiceRegistered(QLatin1String(name));
 }
 
-int Count(const QStringList& list, const QString& text)
-{
-    return static_cast<int>(
-        std::count_if(list.begin(), list.end(), [&](const QString& entry) { return entry.contains(text); }));
-}
-
 }
 
 TestBed::TestBed() : phone(Names::PhoneService, Names::PhoneObject, QDBusConnection::sessionBus())
@@ -189,7 +183,6 @@ bool TestBed::BringUp()
         WriteSettings("[PHONE]\nenabled=1\n");
     if (!StartDevice() || !StartService() || !PassSimCheck() || !WaitForLog(QStringLiteral("Gsm signal: 71")))
         return false;
-    Settle();
     ForgetRecords();
     return true;
 }
@@ -247,6 +240,16 @@ void TestBed::BeginPassTime(int ms)
     phone.GetStatus(); // the service sleeps until something comes: wake it
 }
 
+void TestBed::EndRemoteCall(int timeoutMs)
+{
+    const QDBusPendingCall blocked = phone.GetStatus();
+    // Not in one step: the call's timer may start only after the first.
+    while (!blocked.isFinished()) {
+        BeginPassTime(timeoutMs / 10);
+        QTest::qWait(20);
+    }
+}
+
 void TestBed::Settle()
 {
     // The service answers from its event loop, that is after what it was about. A timer that is due when the first
@@ -254,7 +257,8 @@ void TestBed::Settle()
     for (int i = 0; i < 2 && ServiceRuns(); ++i)
         phone.GetStatus().waitForFinished();
     // Likewise everything that the device tells of has been told before its answer.
-    Simulator().State().waitForFinished();
+    if (device.state() == QProcess::Running)
+        Simulator().State().waitForFinished();
     QCoreApplication::processEvents();
     ReadLog();
 }
@@ -295,10 +299,17 @@ void TestBed::ReadLog()
     }
 }
 
-QStringList TestBed::LogTexts(int highestLevel) const
+QList<LogLine> TestBed::Log()
 {
+    Settle();
+    return log;
+}
+
+QStringList TestBed::LogTexts(int highestLevel)
+{
+    Settle();
     QStringList texts;
-    for (const LogLine& line : log) {
+    for (const LogLine& line : std::as_const(log)) {
         if (line.level <= highestLevel)
             texts.append(QStringLiteral("%1 %2").arg(line.level).arg(line.message));
     }
@@ -307,22 +318,30 @@ QStringList TestBed::LogTexts(int highestLevel) const
 
 bool TestBed::WaitForLog(const QString& text, int times)
 {
-    return WaitFor([&] { return Count(LogTexts(9), text) >= times; });
+    return WaitFor([&] {
+        return std::count_if(log.begin(), log.end(),
+                             [&](const LogLine& line) { return line.message.contains(text); }) >= times;
+    });
 }
 
 bool TestBed::WaitForEvent(const QString& text, int times)
 {
-    return WaitFor([&] { return Count(events, text) >= times; });
+    return WaitFor([&] {
+        return std::count_if(events.begin(), events.end(),
+                             [&](const QString& event) { return event.contains(text); }) >= times;
+    });
 }
 
 void TestBed::ForgetRecords()
 {
+    Settle();
     log.clear();
     events.clear();
 }
 
-QStringList TestBed::Events(const QString& filter) const
+QStringList TestBed::Events(const QString& filter)
 {
+    Settle();
     QStringList chosen;
     std::copy_if(events.begin(), events.end(), std::back_inserter(chosen),
                  [&](const QString& event) { return event.startsWith(filter); });

@@ -79,6 +79,8 @@ public:
     void PassTime(int ms);
     /// Moves the clock on and does not wait: for a service that is going to block, or is blocked, in a remote call.
     void BeginPassTime(int ms);
+    /// Moves the clock on until the remote call, in which the service is blocked, times out.
+    void EndRemoteCall(int timeoutMs);
     /// Waits until the service has nothing left to do and everything is recorded.
     void Settle();
 
@@ -88,14 +90,17 @@ public:
     /// Waits for a request to the device ("-> gsm Call(...)"), a signal from it ("<- gsm ModemOff()") or a signal of
     /// the service ("phone VoiceCall(1)").
     bool WaitForEvent(const QString& text, int times = 1);
-    /// What is in the records from now on begins empty.
+    /// Begins the records anew, when the service has nothing left to do.
     void ForgetRecords();
-    const QList<LogLine>& Log() const { return log; }
+
+    // What is recorded when the service has nothing left to do
+
+    QList<LogLine> Log();
     /// Level and message of each line, as "2 Gsm modem OFF"; without traces of remote calls when not asked for.
-    QStringList LogTexts(int highestLevel = 5) const;
+    QStringList LogTexts(int highestLevel = 5);
     /// Requests, device's and service's signals in the order in which they happened. @param filter what they start
     /// with.
-    QStringList Events(const QString& filter = {}) const;
+    QStringList Events(const QString& filter = {});
     /// @return an empty text when the wanted texts are in the list in this order, else which is missing.
     static QString MissingInOrder(const QStringList& list, const QStringList& wanted);
 
