@@ -1,9 +1,10 @@
 #include "phone.h"
 
 #include <Configuration.h>
+#include <SoundManagerProxy.h>
+
 #include <Names.h>
 #include <PhoneCodes.h>
-#include <SoundManagerProxy.h>
 
 int main()
 {
