@@ -123,7 +123,7 @@ void CallTest::refused()
 {
     TestBed bed;
     bed.WriteSettings("[PHONE]\nenabled=1\n");
-    QVERIFY(bed.StartDevice() && bed.StartService() && bed.WaitForLog("Gsm modem REGISTERED"));
+    QVERIFY(bed.StartService() && bed.StartDevice() && bed.WaitForLog("Gsm modem REGISTERED"));
     QCOMPARE(Call(bed, "+49222"), -57);
     QVERIFY(bed.PassSimCheck() && bed.WaitForLog("Gsm signal: 71"));
     QVERIFY(bed.Command("network lost") && bed.WaitForLog("not checking sim since already 3"));

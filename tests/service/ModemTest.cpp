@@ -94,8 +94,8 @@ void ModemTest::bringUp()
 {
     TestBed bed;
     bed.WriteSettings("[PHONE]\nenabled=1\n");
-    QVERIFY(bed.StartDevice());
-    QVERIFY(bed.StartService());
+    QVERIFY(bed.StartDevice() && bed.Command("network lost") && bed.StartService());
+    QVERIFY(bed.WaitForLog("Gsm modem POWERED") && bed.Command("network found"));
     QVERIFY(bed.PassSimCheck());
     QVERIFY(bed.WaitForLog("PHONE_STATUS_REGISTERED and SIM present"));
 

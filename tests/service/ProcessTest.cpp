@@ -105,7 +105,7 @@ void ProcessTest::linesTellTheirPlace()
     TestBed bed;
     bed.WriteSettings("[PHONE]\nenabled=1\n");
     bed.WriteContacts({{"+49111", 16}});
-    QVERIFY(bed.StartDevice() && bed.StartService() && bed.PassSimCheck());
+    QVERIFY(bed.StartService() && bed.StartDevice() && bed.PassSimCheck());
     QVERIFY(bed.Command("fault GetOutputType status 1"));
     bed.Phone().QueueSms("+49333", "hello");
     bed.Phone().VoiceCallLoopMake({"+49222"});

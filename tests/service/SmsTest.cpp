@@ -31,7 +31,7 @@ void SmsTest::needsSim()
 {
     TestBed bed;
     bed.WriteSettings("[PHONE]\nenabled=1\n");
-    QVERIFY(bed.StartDevice() && bed.StartService() && bed.WaitForLog("Gsm modem REGISTERED"));
+    QVERIFY(bed.StartService() && bed.StartDevice() && bed.WaitForLog("Gsm modem REGISTERED"));
     QCOMPARE(Queue(bed, "+491"), -57);
     QVERIFY(bed.PassSimCheck());
     QCOMPARE(Queue(bed, "+492"), 0);

@@ -183,7 +183,9 @@ bool TestBed::BringUp()
 {
     if (!QFile::exists(SettingsPath()))
         WriteSettings("[PHONE]\nenabled=1\n");
-    if (!StartDevice() || !StartService() || !PassSimCheck() || !WaitForLog(QStringLiteral("Gsm signal: 71")))
+    // In this order: what a device so quick reports to a service that has no event loop yet, the bus library may
+    // deliver in another order.
+    if (!StartService() || !StartDevice() || !PassSimCheck() || !WaitForLog(QStringLiteral("Gsm signal: 71")))
         return false;
     ForgetRecords();
     return true;
