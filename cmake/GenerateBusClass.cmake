@@ -48,3 +48,12 @@ if(MODE STREQUAL adaptor)
   string(SUBSTRING "${header}" ${end} -1 after)
   file(WRITE ${BASE}.h "${before}Q_CLASSINFO(\"D-Bus Introspection\",\n\"${text}\")\n${after}")
 endif()
+
+# A proxy fetches further out arguments with qdbus_cast, which aborts the process on a structure or array where a basic
+# type should be. All of them are basic types here, for which qvariant_cast does the same, and yields the type's default
+# for whatever else a peer may answer.
+if(MODE STREQUAL proxy)
+  file(READ ${BASE}.h header)
+  string(REPLACE "qdbus_cast<" "qvariant_cast<" header "${header}")
+  file(WRITE ${BASE}.h "${header}")
+endif()

@@ -19,8 +19,8 @@ namespace
 {
 
 constexpr int ShortRun = 2000;
-constexpr int LookInterval = 50;   ///< messages until the service is given the time to take them
-constexpr int TimeInterval = 1000; ///< messages until timers fire
+constexpr int LookInterval = 50;  ///< messages until the service is given the time to take them
+constexpr int TimeInterval = 100; ///< messages until timers fire
 constexpr int TimeStepMs = 30000;
 
 constexpr char GsmInterface[] = "com.quillmark.kova.gsminterface";
@@ -89,6 +89,15 @@ public:
         }
     }
 
+    QVariant Structure()
+    {
+        QDBusArgument argument;
+        argument.beginStructure();
+        argument << static_cast<int>(random.generate()) << Text() << static_cast<double>(random.generate());
+        argument.endStructure();
+        return QVariant::fromValue(argument);
+    }
+
 private:
     QString Text()
     {
@@ -127,15 +136,6 @@ private:
         for (int left = random.bounded(4); left > 0; --left)
             map.insert(Text(), Any());
         return map;
-    }
-
-    QVariant Structure()
-    {
-        QDBusArgument argument;
-        argument.beginStructure();
-        argument << static_cast<int>(random.generate()) << Text() << static_cast<double>(random.generate());
-        argument.endStructure();
-        return QVariant::fromValue(argument);
     }
 
     QVariant Any()
@@ -192,7 +192,9 @@ public:
             return false;
         const char* types = peerAnswers.value(message.member(), "i");
         QVariantList answer = hostility.Arguments(types);
-        if (!hostility.OneIn(4) && !answer.isEmpty())
+        if (hostility.OneIn(6)) // where a number should be
+            answer = {0, hostility.Structure()};
+        else if (!hostility.OneIn(4) && !answer.isEmpty())
             answer[0] = 0;
         connection.send(hostility.OneIn(8)
                             ? message.createErrorReply("org.example.Error", hostility.Value('s').toString())
