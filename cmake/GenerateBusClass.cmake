@@ -16,15 +16,6 @@ if(failed)
   message(FATAL_ERROR "${GENERATOR} ${XML}: ${remarks}")
 endif()
 
-# The generator takes a blocking call's further values for granted: one that a peer sends as an array or a structure where
-# a number belongs would make the bus library abort the process. A plain conversion reads it as 0.
-if(MODE STREQUAL proxy)
-  file(READ ${BASE}.h header)
-  string(REGEX REPLACE "qdbus_cast<([A-Za-z]+)>\\((reply\\.arguments\\(\\)\\.at\\([0-9]+\\))\\)" "\\2.value<\\1>()"
-    header "${header}")
-  file(WRITE ${BASE}.h "${header}")
-endif()
-
 # The generator drops the comments of the description that an adaptor answers Introspect with. Put the description's
 # own interface element there, to the letter.
 if(MODE STREQUAL adaptor)
