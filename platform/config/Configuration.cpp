@@ -19,7 +19,9 @@
 namespace
 {
 
-constexpr int LockTimeoutMs = 2000;
+constexpr int LockTimeoutMs = 3000;
+/// A writer killed between making its lock and filling it in leaves one that only its age betrays.
+constexpr int StaleLockMs = 2000;
 
 QString StorePath()
 {
@@ -130,6 +132,7 @@ bool Configuration::WriteConfigValue(const QString& section, const QString& key,
 
     // The lock that QSettings takes: programs that use it on this file are writers like any other.
     QLockFile lock(store.absoluteFilePath() + QStringLiteral(".lock"));
+    lock.setStaleLockTime(StaleLockMs);
     if (!lock.tryLock(LockTimeoutMs))
         return false;
 

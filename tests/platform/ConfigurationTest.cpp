@@ -197,6 +197,12 @@ private Q_SLOTS:
             QVERIFY(Write("0"));
             QCOMPARE(Entries(), QStringList("config.ini"));
         }
+
+        QFile unfilledLock("config.ini.lock");
+        QVERIFY(unfilledLock.open(QIODevice::WriteOnly));
+        unfilledLock.close();
+        QVERIFY(Write("1"));
+        QCOMPARE(Entries(), QStringList("config.ini"));
     }
 };
 
