@@ -63,24 +63,24 @@ Outcome Status(const Arguments& arguments, Progress& progress)
 
 // Power
 
-Outcome SwitchOn(const Arguments& arguments, Progress& progress)
+Outcome Switch(const Arguments& arguments, Progress& progress, bool on)
 {
     Phone phone(arguments, progress);
-    phone.Ask(phone.Proxy().PhoneSetEnabled(true));
+    phone.Ask(phone.Proxy().PhoneSetEnabled(on));
     if (!arguments.Has(OptionWait))
-        return {QStringLiteral("enabled"), {}};
-    FollowOn(phone, progress);
+        return {on ? QStringLiteral("enabled") : QStringLiteral("disabled"), {}};
+    on ? FollowOn(phone, progress) : FollowOff(phone, progress);
     return {};
+}
+
+Outcome SwitchOn(const Arguments& arguments, Progress& progress)
+{
+    return Switch(arguments, progress, true);
 }
 
 Outcome SwitchOff(const Arguments& arguments, Progress& progress)
 {
-    Phone phone(arguments, progress);
-    phone.Ask(phone.Proxy().PhoneSetEnabled(false));
-    if (!arguments.Has(OptionWait))
-        return {QStringLiteral("disabled"), {}};
-    FollowOff(phone, progress);
-    return {};
+    return Switch(arguments, progress, false);
 }
 
 Outcome ForceOff(const Arguments& arguments, Progress& progress)
