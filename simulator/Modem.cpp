@@ -51,8 +51,7 @@ void Modem::HandleRequests()
     daemon.Handle("CallAnswer", [this](const QVariantList&) {
         if (call != Ringing)
             return Status(false);
-        call = Active;
-        daemon.Send("CallAnswered", CallInfo());
+        ConnectCall();
         return Status(true);
     });
     daemon.Handle("CallHangup", [this](const QVariantList&) {
@@ -192,6 +191,13 @@ bool Modem::Dial(const QString& number)
     return true;
 }
 
+void Modem::ConnectCall()
+{
+    farEndTimer.stop();
+    call = Active;
+    daemon.Send("CallAnswered", CallInfo());
+}
+
 /// @param signal how the daemon tells of it; a modem that loses its power tells nothing.
 void Modem::EndCall(const char* signal)
 {
@@ -232,9 +238,7 @@ QString Modem::FarEndAnswer()
 {
     if (call != Dialling)
         return QStringLiteral("no call is being dialled");
-    farEndTimer.stop();
-    call = Active;
-    daemon.Send("CallAnswered", CallInfo());
+    ConnectCall();
     return {};
 }
 

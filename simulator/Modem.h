@@ -51,6 +51,7 @@ private:
     void FollowNetwork();
     void ReportSignal();
     bool Dial(const QString& number);
+    void ConnectCall();
     void EndCall(const char* signal);
     QVariantList CallInfo() const;
     QString WhyUnreachable() const;
