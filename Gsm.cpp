@@ -34,7 +34,7 @@ Gsm::Gsm()
       gsmProxy(nullptr)
 {
     try {
-        LOG(LogProgress, "Creating Gsm service manager");
+        LOG(LogLevelProgress, "Creating Gsm service manager");
 
         QDBusConnection bus = QDBusConnection::sessionBus();
         gsmdWatcher = new QDBusServiceWatcher(
@@ -43,17 +43,17 @@ Gsm::Gsm()
         if (!ConnectAll(gsmdWatcher, this,
                         {{SIGNAL(serviceRegistered(QString)), SLOT(OnGsmdRegistered(QString))},
                          {SIGNAL(serviceUnregistered(QString)), SLOT(OnGsmdUnregistered(QString))}})) {
-            LOG(LogError, "FATAL: impossible to create Gsmd dbus watcher");
+            LOG(LogLevelError, "FATAL: impossible to create Gsmd dbus watcher");
             throw QtConcurrent::Exception();
         }
 
         if (bus.interface()->isServiceRegistered(Names::GsmService))
             OnGsmdRegistered();
 
-        LOG(LogProgress, "Gsm service manager created");
+        LOG(LogLevelProgress, "Gsm service manager created");
         valid = true;
     } catch (...) {
-        LOG(LogProgress, "FATAL: Gsm service manager creation error");
+        LOG(LogLevelProgress, "FATAL: Gsm service manager creation error");
     }
 }
 
@@ -79,13 +79,13 @@ bool Gsm::GetSignalQuality(unsigned int& quality) const
 
 void Gsm::OnGsmdRegistered(QString)
 {
-    LOG(LogProgress, "Gsmd registered to DBus");
+    LOG(LogLevelProgress, "Gsmd registered to DBus");
     InstanceGsmProxy();
 }
 
 void Gsm::OnGsmdUnregistered(QString)
 {
-    LOG(LogWarning, "Gsmd unregistered from DBus");
+    LOG(LogLevelWarning, "Gsmd unregistered from DBus");
     DestroyGsmProxy();
 }
 
@@ -94,7 +94,7 @@ void Gsm::InstanceGsmProxy()
     if (gsmProxy)
         return;
 
-    LOG(LogProgress, "Creating gsm proxy");
+    LOG(LogLevelProgress, "Creating gsm proxy");
     gsmProxy = new GsmProxy(Names::GsmService, Names::GsmObject, QDBusConnection::sessionBus());
 
     if (gsmProxy->isValid() &&
@@ -109,11 +109,11 @@ void Gsm::InstanceGsmProxy()
                     {SIGNAL(CallRejected(QVariantMap)), SLOT(OnGsmCallRejected(QVariantMap))},
                     {SIGNAL(MessageReceived(QString, QVariantMap)), SLOT(OnGsmSmsRecevice(QString, QVariantMap))}})) {
         ready = true;
-        LOG(LogProgress, "Gsmd attached");
+        LOG(LogLevelProgress, "Gsmd attached");
         Q_EMIT Ready();
     } else {
         // The useless proxy stays until the daemon's name goes: a second try on the same daemon would end no better.
-        LOG(LogError, "Error creating gsm proxy");
+        LOG(LogLevelError, "Error creating gsm proxy");
     }
 }
 
@@ -122,12 +122,12 @@ void Gsm::DestroyGsmProxy()
     if (!gsmProxy)
         return;
 
-    LOG(LogWarning, "Destroying gsm proxy");
+    LOG(LogLevelWarning, "Destroying gsm proxy");
     delete gsmProxy;
     gsmProxy = nullptr;
     ready = false;
 
-    LOG(LogWarning, "Gsmd detached");
+    LOG(LogLevelWarning, "Gsmd detached");
     Q_EMIT Failed();
 }
 
@@ -190,14 +190,14 @@ bool Gsm::Command(const char* method, const QByteArray& request, int timeoutMs, 
 {
     if (!ready) {
         // Readers of the log look for this line under the sound manager's path.
-        LogAt(where, LogError, Names::SoundManagerObject, "Gsm is not ready");
+        LogAt(where, LogLevelError, Names::SoundManagerObject, "Gsm is not ready");
         return false;
     }
 
     gsmProxy->setTimeout(timeoutMs);
     const bool success = FinishCall(QStringLiteral("Gsmd->") + method, issue());
-    LogAt(where, success ? LogRequest : LogWarning, Names::PhoneObject, "Gsmd->%s request %s", request.constData(),
-          success ? "success" : "failed");
+    LogAt(where, success ? LogLevelRequest : LogLevelWarning, Names::PhoneObject, "Gsmd->%s request %s",
+          request.constData(), success ? "success" : "failed");
     return success;
 }
 
@@ -250,7 +250,7 @@ bool Gsm::SetEnabled(bool enable)
     const QByteArray request = "ModemSetEnabled(" + QByteArray::number(enable) + ')';
     return Command("ModemSetEnabled", request, enable ? ShortTimeoutMs : PowerOffTimeoutMs, [&] {
         const QDBusPendingReply<int> reply = gsmProxy->ModemSetEnabled(enable);
-        LogAt(where, LogProgress, Names::PhoneObject, "Gsmd->%s requested", request.constData());
+        LogAt(where, LogLevelProgress, Names::PhoneObject, "Gsmd->%s requested", request.constData());
         return reply;
     });
 }

@@ -59,7 +59,7 @@ bool ReadSetting(const char* section, const char* key,
 {
     const Configuration configuration(Names::PhoneObject);
     if (!configuration.IsValid()) {
-        LogAt(where, LogError, Names::PhoneObject, "Can't read %s config (invalid Configuration proxy)", section);
+        LogAt(where, LogLevelError, Names::PhoneObject, "Can't read %s config (invalid Configuration proxy)", section);
         return false;
     }
 
@@ -100,7 +100,7 @@ public:
     {
         this->setTimeout(timeoutMs);
         if (!this->isValid())
-            LogAt(where, LogWarning, Names::PhoneObject, "Can't create %s", Proxy::staticMetaObject.className());
+            LogAt(where, LogLevelWarning, Names::PhoneObject, "Can't create %s", Proxy::staticMetaObject.className());
     }
 };
 
@@ -112,7 +112,7 @@ bool FinishRequest(const char* label, const QByteArray& request, const QDBusPend
 {
     const bool success = FinishCall(label, reply);
     if (!success)
-        LogAt(where, LogWarning, Names::PhoneObject, "Failed to request %s", request.constData());
+        LogAt(where, LogLevelWarning, Names::PhoneObject, "Failed to request %s", request.constData());
     return success;
 }
 
@@ -132,7 +132,7 @@ bool IsAuthorised(const QString& number, const std::source_location& where = std
 {
     const kova_provider::Contacts contacts(Names::PhoneObject);
     if (!contacts.IsLoaded()) {
-        LogAt(where, LogError, Names::PhoneObject, "Error loading contacts");
+        LogAt(where, LogLevelError, Names::PhoneObject, "Error loading contacts");
         return false;
     }
 
@@ -148,7 +148,7 @@ bool IsAuthorised(const QString& number, const std::source_location& where = std
 PhoneManager::PhoneManager() : KovaFeatureBase(Names::PhoneObject)
 {
     try {
-        LOG(LogProgress, "Retrieving Gsm service");
+        LOG(LogLevelProgress, "Retrieving Gsm service");
         Gsm& gsm = Gsm::Instance();
         if (!gsm.IsValid() ||
             !ConnectAll(&gsm, this,
@@ -163,15 +163,15 @@ PhoneManager::PhoneManager() : KovaFeatureBase(Names::PhoneObject)
                          {SIGNAL(CallAnswered(QVariantMap)), SLOT(OnGsmCallAnswered(QVariantMap))},
                          {SIGNAL(CallRejected()), SLOT(OnGsmCallRejected())},
                          {SIGNAL(CallTerminated()), SLOT(OnGsmCallTerminated())}})) {
-            LOG(LogError, "FATAL: error connecting Gsm service");
+            LOG(LogLevelError, "FATAL: error connecting Gsm service");
             throw QtConcurrent::Exception();
         }
-        LOG(LogProgress, "Gsm service connected");
+        LOG(LogLevelProgress, "Gsm service connected");
 
         if (gsm.IsReady())
             OnGsmReady();
         else
-            LOG(LogWarning, "UNEXPECTED: Gsm service not ready. Will wait for it.");
+            LOG(LogLevelWarning, "UNEXPECTED: Gsm service not ready. Will wait for it.");
 
         const struct {
             QTimer& timer;
@@ -194,30 +194,30 @@ PhoneManager::PhoneManager() : KovaFeatureBase(Names::PhoneObject)
             timer.setTimerType(Qt::PreciseTimer);
             timer.setInterval(intervalMs);
             if (!connect(&timer, SIGNAL(timeout()), this, slot)) {
-                LOG(LogError, "FATAL: error connecting %s", name);
+                LOG(LogLevelError, "FATAL: error connecting %s", name);
                 throw QtConcurrent::Exception();
             }
-            LOG(LogProgress, "%s connected", name);
+            LOG(LogLevelProgress, "%s connected", name);
         }
 
         if (!connect(&SmsOutController::Instance(), SIGNAL(SmsSent(Sms, bool)), SLOT(OnSmsSent(Sms, bool)))) {
-            LOG(LogError, "FATAL: error connecting SmsOutController");
+            LOG(LogLevelError, "FATAL: error connecting SmsOutController");
             throw QtConcurrent::Exception();
         }
-        LOG(LogProgress, "SmsOutController connected");
+        LOG(LogLevelProgress, "SmsOutController connected");
 
         // Queued, so that a failed call is torn down before the next one begins.
         if (!connect(this, SIGNAL(VoiceCallPrematureFail()), SLOT(OnGsmCallRejected()), Qt::QueuedConnection) ||
             !connect(this, SIGNAL(StartCallLoop(QStringList)), SLOT(StartCallLoopSlot(QStringList)),
                      Qt::QueuedConnection)) {
-            LOG(LogError, "FATAL: error connecting PhoneManager");
+            LOG(LogLevelError, "FATAL: error connecting PhoneManager");
             throw QtConcurrent::Exception();
         }
-        LOG(LogProgress, "PhoneManger auto-connected");
+        LOG(LogLevelProgress, "PhoneManger auto-connected");
 
         initialized = true;
     } catch (...) {
-        LOG(LogProgress, "FATAL: PhoneManager creation error");
+        LOG(LogLevelProgress, "FATAL: PhoneManager creation error");
     }
 }
 
@@ -237,21 +237,21 @@ void PhoneManager::SetPhoneEnabledConfig(bool enabled)
 {
     Configuration configuration(Names::PhoneObject);
     if (!configuration.IsValid()) {
-        LOG(LogError, "Can't save PHONE config (invalid Configuration proxy)");
+        LOG(LogLevelError, "Can't save PHONE config (invalid Configuration proxy)");
         return;
     }
 
     const char* value = enabled ? SettingOn : SettingOff;
     // Whether the store took it shows at the next read, which is what the power decision goes by.
     configuration.WriteConfigValue(PhoneSection, PhoneEnabledKey, value, false);
-    LOG(LogProgress, "PHONE config succesfully saved (enabled=%s)", value);
+    LOG(LogLevelProgress, "PHONE config succesfully saved (enabled=%s)", value);
 }
 
 int PhoneManager::PhoneUsers()
 {
     const bool phone = GetPhoneEnabledConfig();
     const bool gprs = GetDataGprsEnabledConfig();
-    LOG(LogProgress, "phoneEnabled %d, gprsEnabled %d (forcedOff %d)", phone, gprs, forcedOff);
+    LOG(LogLevelProgress, "phoneEnabled %d, gprsEnabled %d (forcedOff %d)", phone, gprs, forcedOff);
     return phone + gprs;
 }
 
@@ -261,11 +261,12 @@ bool PhoneManager::EvaluatePhonePower()
     const int users = PhoneUsers();
 
     if (forcedOff && power.Status() != GsmPowerStatusForcedOff) {
-        LOG(LogWarning, "EvaluatePhonePower() forced OFF");
+        LOG(LogLevelWarning, "EvaluatePhonePower() forced OFF");
         return power.ForceOff(true);
     }
 
-    LOG(LogWarning, "EvaluatePhonePower() users %d, sim check try %d, sim status %d", users, simCheckTry, simStatus);
+    LOG(LogLevelWarning, "EvaluatePhonePower() users %d, sim check try %d, sim status %d", users, simCheckTry,
+        simStatus);
 
     bool result;
     if (users < 1) {
@@ -281,7 +282,7 @@ bool PhoneManager::EvaluatePhonePower()
     }
 
     if (!forcedOff && power.Status() == GsmPowerStatusForcedOff) {
-        LOG(LogWarning, "EvaluatePhonePower() Remove forced OFF");
+        LOG(LogLevelWarning, "EvaluatePhonePower() Remove forced OFF");
         return power.ForceOff(false);
     }
     return result;
@@ -291,16 +292,16 @@ int PhoneManager::PhoneSetEnabled(bool Enabled)
 {
     SetPhoneEnabledConfig(Enabled);
     simCheckTry = 0;
-    LOG(LogProgress, "New PhoneEnabled %d", Enabled);
-    return EvaluatePhonePower() ? StatusSuccess : StatusPowerFailed;
+    LOG(LogLevelProgress, "New PhoneEnabled %d", Enabled);
+    return EvaluatePhonePower() ? StatusCodeSuccess : StatusCodePowerFailed;
 }
 
 int PhoneManager::ForcePhoneOff(bool Off)
 {
     forcedOff = Off;
     simCheckTry = 0;
-    LOG(LogWarning, "New ForcePhoneOff state %d", Off);
-    return EvaluatePhonePower() ? StatusSuccess : StatusPowerFailed;
+    LOG(LogLevelWarning, "New ForcePhoneOff state %d", Off);
+    return EvaluatePhonePower() ? StatusCodeSuccess : StatusCodePowerFailed;
 }
 
 // Modem life. A power cycle is always the same: RequestOff() now, and the power-on comes from the decision that is made
@@ -308,7 +309,7 @@ int PhoneManager::ForcePhoneOff(bool Off)
 
 void PhoneManager::OnGsmReady()
 {
-    LOG(LogProgress, "Gsm service becomes READY");
+    LOG(LogLevelProgress, "Gsm service becomes READY");
     gsmPowerToRegisteredTimer.stop();
     // A daemon that comes up knows nothing of the modem's state: start over from off.
     GsmPowerController::Instance().ResetOff();
@@ -319,28 +320,28 @@ void PhoneManager::OnGsmReady()
 
 void PhoneManager::OnGsmFailed()
 {
-    LOG(LogWarning, "Gsmd service becomes FAILED");
+    LOG(LogLevelWarning, "Gsmd service becomes FAILED");
     if (!AnyCallInProgress())
         return;
 
-    LOG(LogWarning, "Hangup after failure");
+    LOG(LogLevelWarning, "Hangup after failure");
     AbandonCalls();
 }
 
 void PhoneManager::OnGsmModemOn()
 {
-    LOG(LogWarning, "Gsm modem POWERED");
+    LOG(LogLevelWarning, "Gsm modem POWERED");
     Q_EMIT PhoneStatus(ModemStatusOn);
     if (simStatus == SimStatusChecking)
         QTimer::singleShot(SimCheckDelayMs, Qt::PreciseTimer, this, SLOT(OnSimCheckContinue()));
     else
-        LOG(LogWarning, "Modem POWERED but not checking sim since already %d", simStatus);
+        LOG(LogLevelWarning, "Modem POWERED but not checking sim since already %d", simStatus);
 }
 
 void PhoneManager::OnSimCheckContinue()
 {
     if (simStatus != SimStatusChecking) {
-        LOG(LogWarning, "OnSimCheckContinue() but not checking sim since already %d", simStatus);
+        LOG(LogLevelWarning, "OnSimCheckContinue() but not checking sim since already %d", simStatus);
         return;
     }
 
@@ -348,22 +349,22 @@ void PhoneManager::OnSimCheckContinue()
     bool present = false;
     if (gsm.IsSimPresent(present)) {
         simStatus = present ? SimStatusPresent : SimStatusAbsent;
-        LOG(LogWarning, "Now Sim is %d (try %d)", present, simCheckTry);
+        LOG(LogLevelWarning, "Now Sim is %d (try %d)", present, simCheckTry);
         Q_EMIT SimPresent(present);
         if (present) {
             int modemStatus = ModemStatusOff;
             if (gsm.GetModemStatus(modemStatus) && modemStatus == ModemStatusRegistered) {
-                LOG(LogProgress, "..So finally Modem is registered");
+                LOG(LogLevelProgress, "..So finally Modem is registered");
                 OnGsmModemRegistered();
             }
             return;
         }
     } else {
-        LOG(LogWarning, "Sim check failed (error reply) on try %d", simCheckTry);
+        LOG(LogLevelWarning, "Sim check failed (error reply) on try %d", simCheckTry);
     }
 
     // Without end, as long as somebody wants the modem: a card may be put in at any time.
-    LOG(LogWarning, "Rebooting the modem..");
+    LOG(LogLevelWarning, "Rebooting the modem..");
     ++simCheckTry;
     simStatus = SimStatusUnchecked;
     GsmPowerController::Instance().RequestOff();
@@ -371,13 +372,13 @@ void PhoneManager::OnSimCheckContinue()
 
 void PhoneManager::OnGsmModemRegistered()
 {
-    LOG(LogProgress, "Gsm modem REGISTERED");
+    LOG(LogLevelProgress, "Gsm modem REGISTERED");
     if (simStatus != SimStatusPresent) {
-        LOG(LogWarning, "But SIM still not validated (%d)..", simStatus);
+        LOG(LogLevelWarning, "But SIM still not validated (%d)..", simStatus);
         return;
     }
 
-    LOG(LogWarning, "PHONE_STATUS_REGISTERED and SIM present");
+    LOG(LogLevelWarning, "PHONE_STATUS_REGISTERED and SIM present");
     gsmPowerToRegisteredTimer.stop();
     Q_EMIT PhoneStatus(ModemStatusRegistered);
     gsmSignalQualityNotReceivedTimer.start();
@@ -388,7 +389,7 @@ void PhoneManager::OnGsmModemRegistered()
 
 void PhoneManager::OnGsmModemOff()
 {
-    LOG(LogWarning, "Gsm modem OFF");
+    LOG(LogLevelWarning, "Gsm modem OFF");
     if (AnyCallInProgress())
         AbandonCalls();
 
@@ -406,7 +407,7 @@ void PhoneManager::OnGsmModemOff()
 
 void PhoneManager::OnGsmSignalQuality(uint sq)
 {
-    LOG(LogProgress, "Gsm signal: %u", sq);
+    LOG(LogLevelProgress, "Gsm signal: %u", sq);
     gsmSignalQualityNotReceivedTimer.stop();
     gsmSignalQualityPingTimer.stop();
     if (simStatus == SimStatusPresent) {
@@ -417,20 +418,20 @@ void PhoneManager::OnGsmSignalQuality(uint sq)
 
 void PhoneManager::OnGsmSignalQualityPingTimeout()
 {
-    LOG(LogProgress, "Didn't received a Signal Quality 3 mins.. Ping modem");
+    LOG(LogLevelProgress, "Didn't received a Signal Quality 3 mins.. Ping modem");
     Gsm::Instance().PingRegistration();
 }
 
 void PhoneManager::OnGsmSignalQualityTimeout()
 {
-    LOG(LogWarning, "Signal Quality not received in 10 mins.. Power Cycle the modem");
+    LOG(LogLevelWarning, "Signal Quality not received in 10 mins.. Power Cycle the modem");
     gsmSignalQualityPingTimer.stop();
     GsmPowerController::Instance().RequestOff();
 }
 
 void PhoneManager::OnGsmPowerToRegisteredTimeout()
 {
-    LOG(LogWarning, "Timeout receiving REGISTERED status. Power Cycle the modem");
+    LOG(LogLevelWarning, "Timeout receiving REGISTERED status. Power Cycle the modem");
     GsmPowerController::Instance().RequestOff();
 }
 
@@ -439,7 +440,7 @@ void PhoneManager::OnGsmPPPPresenceTimeout()
     if (IsLinkUp(PppInterface))
         return;
 
-    LOG(LogWarning, "PPP Is not up after 10 minutes. Power Cycle the modem");
+    LOG(LogLevelWarning, "PPP Is not up after 10 minutes. Power Cycle the modem");
     gsmPPPPresenceTimer.stop();
     GsmPowerController::Instance().RequestOff();
 }
@@ -447,21 +448,21 @@ void PhoneManager::OnGsmPPPPresenceTimeout()
 int PhoneManager::GetStatus(uint& PhoneStatus, uint& SimStatus, uint& Rssi, uint& Users, bool& Forced)
 {
     const Gsm& gsm = Gsm::Instance();
-    int result = StatusSuccess;
+    int result = StatusCodeSuccess;
 
     int modemStatus = ModemStatusOff;
     if (gsm.GetModemStatus(modemStatus)) {
         PhoneStatus = modemStatus;
     } else {
-        LOG(LogError, "Error retrieving Gsm Status");
-        result = StatusUnreadable;
+        LOG(LogLevelError, "Error retrieving Gsm Status");
+        result = StatusCodeUnreadable;
     }
 
     SimStatus = simStatus;
     Rssi = 0;
     if (PhoneStatus == ModemStatusRegistered && !gsm.GetSignalQuality(Rssi)) {
-        LOG(LogError, "Error retrieving Gsm Rssi");
-        result = StatusUnreadable;
+        LOG(LogLevelError, "Error retrieving Gsm Rssi");
+        result = StatusCodeUnreadable;
     }
 
     Users = GetPhoneEnabledConfig();
@@ -471,13 +472,13 @@ int PhoneManager::GetStatus(uint& PhoneStatus, uint& SimStatus, uint& Rssi, uint
 
 int PhoneManager::SetApn(const QString& Apn, const QString& Username, const QString& Password)
 {
-    LOG(LogWarning, "SetApn(%s)", Apn.toLocal8Bit().constData());
+    LOG(LogLevelWarning, "SetApn(%s)", Apn.toLocal8Bit().constData());
     EvaluatePhonePower();
     if (simStatus != SimStatusPresent) {
-        LOG(LogWarning, "Sim is not present (or still not checked): command refused");
-        return StatusNoSim;
+        LOG(LogLevelWarning, "Sim is not present (or still not checked): command refused");
+        return StatusCodeNoSim;
     }
-    return Gsm::Instance().SetGprsApn(Apn, Username, Password) ? StatusSuccess : StatusApnNotSet;
+    return Gsm::Instance().SetGprsApn(Apn, Username, Password) ? StatusCodeSuccess : StatusCodeApnNotSet;
 }
 
 // SMS
@@ -485,28 +486,28 @@ int PhoneManager::SetApn(const QString& Apn, const QString& Username, const QStr
 int PhoneManager::QueueSms(const QString& PhoneNumber, const QString& Message, uint&)
 {
     if (simStatus != SimStatusPresent) {
-        LOG(LogWarning, "Sim is not present (or still not checked): command refused");
-        return StatusNoSim;
+        LOG(LogLevelWarning, "Sim is not present (or still not checked): command refused");
+        return StatusCodeNoSim;
     }
 
     const uint id = SmsOutController::Instance().SmsSend(PhoneNumber, Message);
     if (id == 0) {
-        LOG(LogError, "Error queuing sms (SmsSend)");
-        return StatusSmsNotQueued;
+        LOG(LogLevelError, "Error queuing sms (SmsSend)");
+        return StatusCodeSmsNotQueued;
     }
-    LOG(LogProgress, "Sms id=%d QUEUED", id);
-    return StatusSuccess;
+    LOG(LogLevelProgress, "Sms id=%d QUEUED", id);
+    return StatusCodeSuccess;
 }
 
 void PhoneManager::OnSmsSent(const Sms& sms, bool sent)
 {
-    LOG(LogProgress, "Sms id=%d %s", sms.id, sent ? "SENT" : "DISCARDED");
+    LOG(LogLevelProgress, "Sms id=%d %s", sms.id, sent ? "SENT" : "DISCARDED");
     Q_EMIT SmsSent(sms.id, sent);
 }
 
 void PhoneManager::OnGsmSmsReceived(const QString& Text, const QVariantMap& Info)
 {
-    LOG(LogProgress, "Sms RECEIVED");
+    LOG(LogLevelProgress, "Sms RECEIVED");
     Q_EMIT SmsReceived(Text, Info);
 }
 
@@ -516,34 +517,34 @@ int PhoneManager::VoiceCallMake(const QString& PhoneNumber)
 {
     Gsm& gsm = Gsm::Instance();
 
-    LOG(LogWarning, "Gsm phone call MAKE");
+    LOG(LogLevelWarning, "Gsm phone call MAKE");
     if (simStatus != SimStatusPresent) {
-        LOG(LogWarning, "Sim is not present (or still not checked): can't make a call");
-        return StatusNoSim;
+        LOG(LogLevelWarning, "Sim is not present (or still not checked): can't make a call");
+        return StatusCodeNoSim;
     }
     int modemStatus = ModemStatusOff;
     if (!gsm.GetModemStatus(modemStatus) || modemStatus != ModemStatusRegistered) {
-        LOG(LogWarning, "Gsm is not powered ON: can't make a call");
-        return StatusNotRegistered;
+        LOG(LogLevelWarning, "Gsm is not powered ON: can't make a call");
+        return StatusCodeNotRegistered;
     }
     if (outgoingCallInProgress) {
-        LOG(LogWarning, "Already an outgoing call in progress!");
-        return StatusCallFailed;
+        LOG(LogLevelWarning, "Already an outgoing call in progress!");
+        return StatusCodeCallFailed;
     }
 
     // From here on nothing is undone on a failure: the teardown does that, and clears the flag.
     outgoingCallInProgress = true;
     if (!gsm.Call(PhoneNumber)) {
-        LOG(LogError, "Error making call (Call)");
-        return StatusCallFailed;
+        LOG(LogLevelError, "Error making call (Call)");
+        return StatusCodeCallFailed;
     }
-    LOG(LogWarning, "Call succesfully started");
-    LOG(LogWarning, "Waiting reply in %d seconds...", OutgoingCallTimeoutS);
+    LOG(LogLevelWarning, "Call succesfully started");
+    LOG(LogLevelWarning, "Waiting reply in %d seconds...", OutgoingCallTimeoutS);
     pendingOutgoingCallTimer.start();
 
     const bool audible = RouteOutput() && SelectInput(INPUT_SOURCE_GSM_EAR_AUX, "INPUT_SOURCE_GSM_EAR_AUX") &&
                          StartGsmVoice(std::source_location::current());
-    return audible ? StatusSuccess : StatusCallFailed;
+    return audible ? StatusCodeSuccess : StatusCodeCallFailed;
 }
 
 void PhoneManager::OnGsmCallAnswered(const QVariantMap&)
@@ -553,17 +554,17 @@ void PhoneManager::OnGsmCallAnswered(const QVariantMap&)
 
     pendingOutgoingCallTimer.stop();
     SetCallLoopInProgress(false);
-    LOG(LogWarning, "Gsm phone call ANSWERED by receiver");
-    Q_EMIT VoiceCall(VoiceCallAnswered);
-    LOG(LogProgress, "EMERGENCY GSM CALL SUCCESFULLY STARTED");
+    LOG(LogLevelWarning, "Gsm phone call ANSWERED by receiver");
+    Q_EMIT VoiceCall(VoiceCallStatusAnswered);
+    LOG(LogLevelProgress, "EMERGENCY GSM CALL SUCCESFULLY STARTED");
 }
 
 void PhoneManager::OnGsmCallTimeout()
 {
     // The timer runs on and tries again until the call has ended.
-    LOG(LogWarning, "Gsm phone outgoing call TIMEOUT");
+    LOG(LogLevelWarning, "Gsm phone outgoing call TIMEOUT");
     if (!Gsm::Instance().Hangup())
-        LOG(LogError, "Can't hungup outgoing call");
+        LOG(LogLevelError, "Can't hungup outgoing call");
 }
 
 void PhoneManager::HangupSlot()
@@ -576,17 +577,17 @@ void PhoneManager::HangupSlot()
 int PhoneManager::VoiceCallLoopMake(const QStringList& PhoneNumbersList)
 {
     if (callLoopInProgress) {
-        LOG(LogError, "Call loop already in progress!");
-        return StatusCallFailed;
+        LOG(LogLevelError, "Call loop already in progress!");
+        return StatusCodeCallFailed;
     }
     if (incomingCallInProgress) {
-        LOG(LogWarning, "Hanging up incoming call to start new emergency call");
+        LOG(LogLevelWarning, "Hanging up incoming call to start new emergency call");
         Gsm::Instance().HangupAll();
         QTimer::singleShot(SecondHangupDelayMs, Qt::PreciseTimer, this, SLOT(HangupSlot()));
     }
     callLoopNumbers = PhoneNumbersList;
     QTimer::singleShot(CallLoopStartDelayMs, Qt::PreciseTimer, this, SLOT(StartCallLoopSlot()));
-    return StatusSuccess;
+    return StatusCodeSuccess;
 }
 
 void PhoneManager::StartCallLoopSlot(const QStringList& PhoneNumbersList)
@@ -601,7 +602,7 @@ void PhoneManager::StartCallLoopSlot()
 
 void PhoneManager::RunCallLoop(const QStringList& numbers, const std::source_location& where)
 {
-    LogAt(where, LogTrace, Names::PhoneObject, "Gsm phone start call loop");
+    LogAt(where, LogLevelTrace, Names::PhoneObject, "Gsm phone start call loop");
     {
         const QMutexLocker lock(&callLoopMutex);
         callLoopNumbers = numbers;
@@ -609,24 +610,24 @@ void PhoneManager::RunCallLoop(const QStringList& numbers, const std::source_loc
         callLoopInProgress = !callLoopNumbers.isEmpty();
     }
     if (callLoopNumbers.isEmpty()) {
-        LogAt(where, LogProgress, Names::PhoneObject, "Contact Loop is over!");
+        LogAt(where, LogLevelProgress, Names::PhoneObject, "Contact Loop is over!");
         return;
     }
 
     const QString number = callLoopNumbers.at(callLoopIndex);
-    if (VoiceCallMake(number) != StatusSuccess) {
+    if (VoiceCallMake(number) != StatusCodeSuccess) {
         Q_EMIT VoiceCallPrematureFail();
-        LogAt(where, LogWarning, Names::PhoneObject, "Impossible to start the Voice Call Loop with %s",
+        LogAt(where, LogLevelWarning, Names::PhoneObject, "Impossible to start the Voice Call Loop with %s",
               number.toLocal8Bit().constData());
     } else {
-        LogAt(where, LogWarning, Names::PhoneObject, "Succesfully started Voice Call Loop with %s",
+        LogAt(where, LogLevelWarning, Names::PhoneObject, "Succesfully started Voice Call Loop with %s",
               number.toLocal8Bit().constData());
     }
 }
 
 void PhoneManager::OnGsmCallRejected()
 {
-    LOG(LogProgress, "Call Rejected");
+    LOG(LogLevelProgress, "Call Rejected");
     bool callNext = false;
     {
         const QMutexLocker lock(&callLoopMutex);
@@ -635,18 +636,18 @@ void PhoneManager::OnGsmCallRejected()
             callNext = callLoopIndex < callLoopNumbers.size();
             callLoopInProgress = callNext;
             if (callNext)
-                LOG(LogProgress, "Contact Loop index: %d", callLoopIndex);
+                LOG(LogLevelProgress, "Contact Loop index: %d", callLoopIndex);
         }
     }
 
     OnGsmCallTerminated();
     if (!callNext) {
-        LOG(LogProgress, "Contact Loop is over!");
+        LOG(LogLevelProgress, "Contact Loop is over!");
         return;
     }
 
-    LOG(LogProgress, "Starting new call...");
-    if (VoiceCallMake(callLoopNumbers.at(callLoopIndex)) != StatusSuccess)
+    LOG(LogLevelProgress, "Starting new call...");
+    if (VoiceCallMake(callLoopNumbers.at(callLoopIndex)) != StatusCodeSuccess)
         Q_EMIT VoiceCallPrematureFail();
 }
 
@@ -656,18 +657,18 @@ void PhoneManager::OnGsmCallIncoming(const QVariantMap& CallInfo)
 {
     Gsm& gsm = Gsm::Instance();
 
-    LOG(LogWarning, "Gsm phone call INCOMING");
-    Q_EMIT VoiceCall(VoiceCallIncoming);
+    LOG(LogLevelWarning, "Gsm phone call INCOMING");
+    Q_EMIT VoiceCall(VoiceCallStatusIncoming);
     incomingCallInProgress = true;
 
     const QString number = CallInfo.value(CallerNumberKey).toString();
-    LOG(LogProgress, "LineIdentification: %s", number.toLocal8Bit().constData());
+    LOG(LogLevelProgress, "LineIdentification: %s", number.toLocal8Bit().constData());
 
     if (!IsAuthorised(number)) {
-        LOG(LogWarning, "Call from unauthorized user (%s): won't answer", number.toLocal8Bit().constData());
+        LOG(LogLevelWarning, "Call from unauthorized user (%s): won't answer", number.toLocal8Bit().constData());
         if (!gsm.Hangup())
-            LOG(LogError, "Can't hungup outgoing call");
-        LOG(LogProgress, "GSM STREAM SUCCESFULLY STARTED");
+            LOG(LogLevelError, "Can't hungup outgoing call");
+        LOG(LogLevelProgress, "GSM STREAM SUCCESFULLY STARTED");
         return;
     }
 
@@ -676,21 +677,21 @@ void PhoneManager::OnGsmCallIncoming(const QVariantMap& CallInfo)
         return;
 
     sleep(AnswerDelayS);
-    LOG(LogTrace, "Waiting 3 s before answering call...");
+    LOG(LogLevelTrace, "Waiting 3 s before answering call...");
     if (!gsm.Answer()) {
-        LOG(LogWarning, "Can't answer incoming call");
+        LOG(LogLevelWarning, "Can't answer incoming call");
         OnGsmCallTerminated();
         return;
     }
-    LOG(LogProgress, "GSM STREAM SUCCESFULLY STARTED");
+    LOG(LogLevelProgress, "GSM STREAM SUCCESFULLY STARTED");
 }
 
 // Teardown
 
 void PhoneManager::OnGsmCallTerminated()
 {
-    LOG(LogWarning, "Gsm phone call TERMINATED");
-    Q_EMIT VoiceCall(VoiceCallTerminated);
+    LOG(LogLevelWarning, "Gsm phone call TERMINATED");
+    Q_EMIT VoiceCall(VoiceCallStatusTerminated);
     pendingOutgoingCallTimer.stop();
 
     {
@@ -703,15 +704,15 @@ void PhoneManager::OnGsmCallTerminated()
         DefaultAmpliMaskRestore();
         OutputTypeRestore();
         if (!stopped)
-            LOG(LogWarning, "Failed to request SoundManager->StopPlay(gsmvoice)");
+            LOG(LogLevelWarning, "Failed to request SoundManager->StopPlay(gsmvoice)");
     }
 
     outgoingCallInProgress = false;
     if (incomingCallInProgress) {
         incomingCallInProgress = false;
-        LOG(LogProgress, "GSM STREAM SUCCESFULLY STOPPED");
+        LOG(LogLevelProgress, "GSM STREAM SUCCESFULLY STOPPED");
     } else {
-        LOG(LogProgress, "EMERGENCY GSM CALL SUCCESFULLY STOPPED");
+        LOG(LogLevelProgress, "EMERGENCY GSM CALL SUCCESFULLY STOPPED");
     }
 }
 
@@ -765,7 +766,7 @@ bool PhoneManager::DefaultAmpliMaskSave()
 
     if (FinishCall("SoundManager->GetAmplifiersDefault()", soundManager.GetAmplifiersDefault(savedDefaultAmpliMask)))
         return true;
-    LOG(LogWarning, "Failed to request SoundManager->GetAmplifiersDefault()");
+    LOG(LogLevelWarning, "Failed to request SoundManager->GetAmplifiersDefault()");
     return false;
 }
 
@@ -785,10 +786,10 @@ bool PhoneManager::OutputTypeSave()
         return false;
 
     if (Succeeded(audioOutCtl.GetOutputType(savedOutputType))) {
-        LOG(LogProgress, "[OutputType] Successfully saved OutputType=%d", savedOutputType);
+        LOG(LogLevelProgress, "[OutputType] Successfully saved OutputType=%d", savedOutputType);
         return true;
     }
-    LOG(LogWarning, "Can't read current OutputType");
+    LOG(LogLevelWarning, "Can't read current OutputType");
     return false;
 }
 
@@ -799,7 +800,7 @@ bool PhoneManager::OutputTypeSet(uint outputType)
     if (audioOutCtl.isValid() && FinishRequest("audioOutCtl->SetOutputType",
                                                "audioOutCtl->SetOutputType(" + QByteArray::number(outputType) + ')',
                                                audioOutCtl.SetOutputType(outputType)))
-        LOG(LogProgress, "[OutputType] Successfully set OutputType=%d", outputType);
+        LOG(LogLevelProgress, "[OutputType] Successfully set OutputType=%d", outputType);
     return true;
 }
 
@@ -807,8 +808,8 @@ bool PhoneManager::OutputTypeRestore()
 {
     const bool restored = OutputTypeSet(savedOutputType);
     if (restored)
-        LOG(LogProgress, "[OutputType] Successfully restored OutputType=%d", savedOutputType);
+        LOG(LogLevelProgress, "[OutputType] Successfully restored OutputType=%d", savedOutputType);
     else
-        LOG(LogWarning, "Failed to restore OutputType=%d", savedOutputType);
+        LOG(LogLevelWarning, "Failed to restore OutputType=%d", savedOutputType);
     return restored;
 }

@@ -42,12 +42,12 @@ int main(int argc, char** argv)
 {
     application = new QCoreApplication(argc, argv);
     _logInterface = new LogInterface(Names::LogObject);
-    LOG(LogProgress, "Starting Phone Manager...");
+    LOG(LogLevelProgress, "Starting Phone Manager...");
 
     if (std::signal(SIGINT, OnTerminationSignal) == SIG_ERR)
-        LOG(LogWarning, "Can't catch SIGINT");
+        LOG(LogLevelWarning, "Can't catch SIGINT");
     if (std::signal(SIGTERM, OnTerminationSignal) == SIG_ERR)
-        LOG(LogWarning, "Can't catch SIGTERM");
+        LOG(LogLevelWarning, "Can't catch SIGTERM");
     // Without an event loop to end, the handler would do nothing and the request to stop be lost: it waits for the
     // loop.
     const sigset_t terminationSignals = TerminationSignals();
@@ -55,42 +55,42 @@ int main(int argc, char** argv)
 
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) {
-        LOG(LogError, "DBUS: Can't connect session bus");
+        LOG(LogLevelError, "DBUS: Can't connect session bus");
         std::puts("DBUS: Can't connect session bus");
         return StartFailed;
     }
 
     phoneManager = new PhoneManager;
     if (!phoneManager->IsValid() || !phoneManager->IsInitialized()) {
-        LOG(LogError, "Impossible to crate a valid PhoneManager");
+        LOG(LogLevelError, "Impossible to crate a valid PhoneManager");
         return StartFailed;
     }
 
     // The adaptor comes before the name: who sees the name on the bus finds the whole interface.
     adaptor = new PhoneManagerAdaptor(phoneManager);
     if (!bus.registerService(Names::PhoneService)) {
-        LOG(LogError, "DBUS: Can't register service [%s]", Names::PhoneService);
+        LOG(LogLevelError, "DBUS: Can't register service [%s]", Names::PhoneService);
         return StartFailed;
     }
     if (!bus.registerObject(Names::PhoneObject, phoneManager, QDBusConnection::ExportAdaptors)) {
-        LOG(LogError, "DBUS: Can't register object [%s]", Names::PhoneObject);
+        LOG(LogLevelError, "DBUS: Can't register object [%s]", Names::PhoneObject);
         return StartFailed;
     }
 
-    LOG(LogProgress, "Phone Manager running");
+    LOG(LogLevelProgress, "Phone Manager running");
     QTimer::singleShot(0, application, [&] { pthread_sigmask(SIG_UNBLOCK, &terminationSignals, nullptr); });
     QCoreApplication::exec();
 
     if (adaptor) {
-        LOG(LogProgress, "Gracefully stop PhoneManager Adapter...");
+        LOG(LogLevelProgress, "Gracefully stop PhoneManager Adapter...");
         delete adaptor;
         adaptor = nullptr;
     }
     if (phoneManager) {
-        LOG(LogProgress, "Gracefully stop PhoneManager...");
+        LOG(LogLevelProgress, "Gracefully stop PhoneManager...");
         delete phoneManager;
         phoneManager = nullptr;
     }
-    LOG(LogProgress, "Succesfully terminated");
+    LOG(LogLevelProgress, "Succesfully terminated");
     return 0;
 }

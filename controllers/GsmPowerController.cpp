@@ -33,13 +33,13 @@ bool GsmPowerController::PowerOn()
 
 bool GsmPowerController::ResetOff()
 {
-    LOG(LogProgress, "RESET to OFF");
+    LOG(LogLevelProgress, "RESET to OFF");
     status = GsmPowerStatusOff;
     requestedOn = false;
 
     const bool success = Gsm::Instance().SetEnabled(false);
     if (!success)
-        LOG(LogError, "Reset failed");
+        LOG(LogLevelError, "Reset failed");
     return success;
 }
 
@@ -56,7 +56,7 @@ bool GsmPowerController::RequestOn()
     case GsmPowerStatusForcedOff: break;
     }
 
-    LOG(LogProgress, "(RequestOn) Status=%s => Status=%s, requestedOn=%d", StatusName(before), StatusName(status),
+    LOG(LogLevelProgress, "(RequestOn) Status=%s => Status=%s, requestedOn=%d", StatusName(before), StatusName(status),
         requestedOn);
     return success;
 }
@@ -76,8 +76,8 @@ bool GsmPowerController::RequestOff()
     case GsmPowerStatusForcedOff: break;
     }
 
-    LOG(LogProgress, "(RequestOff) Status=%s, => Status=%s, requestedOn=%d", StatusName(before), StatusName(status),
-        requestedOn);
+    LOG(LogLevelProgress, "(RequestOff) Status=%s, => Status=%s, requestedOn=%d", StatusName(before),
+        StatusName(status), requestedOn);
     return true;
 }
 
@@ -108,7 +108,7 @@ bool GsmPowerController::ForceOff(bool force)
         break;
     }
 
-    LOG(LogProgress, "(ForceOff=%d) Status=%s, => Status=%s, requestedOn=%d", force, StatusName(before),
+    LOG(LogLevelProgress, "(ForceOff=%d) Status=%s, => Status=%s, requestedOn=%d", force, StatusName(before),
         StatusName(status), requestedOn);
     return success;
 }

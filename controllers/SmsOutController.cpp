@@ -26,10 +26,10 @@ SmsOutController::SmsOutController() : lastSmsId(0)
 {
     Gsm& gsm = Gsm::Instance();
     if (!gsm.IsValid() || !connect(&gsm, SIGNAL(ModemRegistered()), SLOT(OnGsmModemRegistered()))) {
-        LOG_SMS(LogError, "FATAL: error connecting Gsm service");
+        LOG_SMS(LogLevelError, "FATAL: error connecting Gsm service");
         throw QtConcurrent::Exception();
     }
-    LOG_SMS(LogProgress, "Gsm service connected");
+    LOG_SMS(LogLevelProgress, "Gsm service connected");
 }
 
 uint SmsOutController::SmsSend(const QString& phoneNumber, const QString& message)
@@ -47,13 +47,13 @@ void SmsOutController::ScheduleProcessing()
 
 void SmsOutController::ProcessSmsQueue()
 {
-    LOG_SMS(LogProgress, "Process sms queue: %d messages present", static_cast<int>(smsQueue.size()));
+    LOG_SMS(LogLevelProgress, "Process sms queue: %d messages present", static_cast<int>(smsQueue.size()));
     if (smsQueue.isEmpty())
         return;
 
     int modemStatus = ModemStatusOff;
     if (!Gsm::Instance().GetModemStatus(modemStatus)) {
-        LOG_SMS(LogWarning, "Can't obtain gsm status");
+        LOG_SMS(LogLevelWarning, "Can't obtain gsm status");
         return;
     }
 
@@ -67,9 +67,9 @@ void SmsOutController::ProcessSmsQueue()
         break;
     }
     case ModemStatusOn:
-        LOG_SMS(LogRequest, "Gsm is ON: sms queue will be processed when gsm becomes REGISTERED");
+        LOG_SMS(LogLevelRequest, "Gsm is ON: sms queue will be processed when gsm becomes REGISTERED");
         break;
-    default: LOG_SMS(LogWarning, "Unexpected: the Gsm is OFF (please dig for bug)"); break;
+    default: LOG_SMS(LogLevelWarning, "Unexpected: the Gsm is OFF (please dig for bug)"); break;
     }
 }
 

@@ -16,11 +16,11 @@ extern LogInterface* _logInterface;
 
 /// How much a log line matters, in the log service's own numbers.
 enum LogLevel : unsigned int {
-    LogError = 1,    ///< an error or fatal condition
-    LogWarning = 2,  ///< a refusal, a failed remote request or a notable change of state
-    LogProgress = 4, ///< normal progress
-    LogRequest = 5,  ///< a request to the GSM daemon succeeded
-    LogTrace = 9,    ///< finest trace
+    LogLevelError = 1,    ///< an error or fatal condition
+    LogLevelWarning = 2,  ///< a refusal, a failed remote request or a notable change of state
+    LogLevelProgress = 4, ///< normal progress
+    LogLevelRequest = 5,  ///< a request to the GSM daemon succeeded
+    LogLevelTrace = 9,    ///< finest trace
 };
 
 /// Formats one line, "[file:line] signature: message", and hands it to the log. Longer lines are cut.

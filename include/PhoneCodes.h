@@ -19,16 +19,16 @@ enum SimStatus : int {
 };
 
 /// What the signal VoiceCall tells.
-enum VoiceCallStatus : uint { VoiceCallTerminated = 0, VoiceCallIncoming = 1, VoiceCallAnswered = 2 };
+enum VoiceCallStatus : uint { VoiceCallStatusTerminated = 0, VoiceCallStatusIncoming = 1, VoiceCallStatusAnswered = 2 };
 
 /// The Status of a method's answer.
 enum StatusCode : int {
-    StatusSuccess = 0,
-    StatusUnreadable = -50,    ///< the modem status or the signal strength could not be read
-    StatusPowerFailed = -51,   ///< the power decision could not be carried out
-    StatusSmsNotQueued = -53,  ///< the SMS could not be queued
-    StatusApnNotSet = -54,     ///< the GSM daemon refused or failed the APN setting
-    StatusCallFailed = -55,    ///< a call or call loop is in progress already, or could not be placed or heard
-    StatusNoSim = -57,         ///< the SIM card is not present or not yet checked
-    StatusNotRegistered = -58, ///< the modem is not registered to the network
+    StatusCodeSuccess = 0,
+    StatusCodeUnreadable = -50,    ///< the modem status or the signal strength could not be read
+    StatusCodePowerFailed = -51,   ///< the power decision could not be carried out
+    StatusCodeSmsNotQueued = -53,  ///< the SMS could not be queued
+    StatusCodeApnNotSet = -54,     ///< the GSM daemon refused or failed the APN setting
+    StatusCodeCallFailed = -55,    ///< a call or call loop is in progress already, or could not be placed or heard
+    StatusCodeNoSim = -57,         ///< the SIM card is not present or not yet checked
+    StatusCodeNotRegistered = -58, ///< the modem is not registered to the network
 };

@@ -15,10 +15,10 @@ inline void PRINT_DBUS_RESULT(const char* origin, const QString& name, const QDB
     const QByteArray call = name.toLocal8Bit();
 
     if (!reply.isValid())
-        LOG_FROM(origin, LogWarning, "Dbus %s sync call: valid=false, value=nd", call.constData());
+        LOG_FROM(origin, LogLevelWarning, "Dbus %s sync call: valid=false, value=nd", call.constData());
     else
-        LOG_FROM(origin, reply.value() == 0 ? LogTrace : LogWarning, "Dbus %s sync call: valid=true, value=%d",
-                 call.constData(), reply.value());
+        LOG_FROM(origin, reply.value() == 0 ? LogLevelTrace : LogLevelWarning,
+                 "Dbus %s sync call: valid=true, value=%d", call.constData(), reply.value());
 }
 
 /// Traces the raw result of an asynchronous remote call. An answer without error is only a trace, whatever its status:
@@ -28,14 +28,14 @@ inline void PRINT_DBUS_RESULT(const char* origin, const QString& name, const QDB
     const QByteArray call = name.toLocal8Bit();
 
     if (!reply.isFinished()) {
-        LOG_FROM(origin, LogWarning, "Dbus %s async call: finished=false", call.constData());
+        LOG_FROM(origin, LogLevelWarning, "Dbus %s async call: finished=false", call.constData());
     } else if (reply.isValid() && !reply.isError()) {
-        LOG_FROM(origin, LogTrace, "Dbus %s async call: finished=true, valid=true, error=false, value=%d",
+        LOG_FROM(origin, LogLevelTrace, "Dbus %s async call: finished=true, valid=true, error=false, value=%d",
                  call.constData(), reply.value());
     } else {
         const QString error = reply.isError() ? reply.error().message() : QStringLiteral("nd");
         const QString value = reply.isValid() ? QString::number(reply.value(), 10) : QStringLiteral("nd");
-        LOG_FROM(origin, LogWarning, "Dbus %s async call: finished=true, valid=%s, error=%s (%s), value=%s",
+        LOG_FROM(origin, LogLevelWarning, "Dbus %s async call: finished=true, valid=%s, error=%s (%s), value=%s",
                  call.constData(), reply.isValid() ? "true" : "false", reply.isError() ? "true" : "false",
                  error.toLocal8Bit().constData(), value.toLocal8Bit().constData());
     }

@@ -14,7 +14,7 @@ IsLinkUpFunction* LoadModule()
     void* module = dlopen(LinkModule, RTLD_NOW);
     void* function = module ? dlsym(module, LinkModuleSymbol) : nullptr;
     if (!function)
-        LOG(LogError, "Can't look up network interfaces: %s", dlerror());
+        LOG(LogLevelError, "Can't look up network interfaces: %s", dlerror());
     return reinterpret_cast<IsLinkUpFunction*>(function);
 }
 

@@ -135,10 +135,10 @@ void FollowCall(Phone& phone, Progress& progress, const QString& number)
             NextEvent(phone, answered ? QStringLiteral("the end of the call") : QStringLiteral("an answer"));
         if (event.kind != PhoneEvent::VoiceCall)
             continue;
-        if (event.value == VoiceCallAnswered) {
+        if (event.value == VoiceCallStatusAnswered) {
             answered = true;
             progress.Step("answered", QStringLiteral("answered"));
-        } else if (event.value == VoiceCallTerminated) {
+        } else if (event.value == VoiceCallStatusTerminated) {
             if (!answered)
                 throw Failure{ExitRefused, QStringLiteral("the call was not answered: it was rejected, could not be "
                                                           "connected, or nobody came within 30 s")};
@@ -164,14 +164,14 @@ QJsonObject FollowCallLoop(Phone& phone, Progress& progress, const QStringList& 
                                                   : QStringLiteral("the end of the call"));
         if (event.kind != PhoneEvent::VoiceCall)
             continue;
-        if (event.value == VoiceCallAnswered) {
+        if (event.value == VoiceCallStatusAnswered) {
             answeredBy = *number;
             phone.Unlimit();
             progress.Step("answered", QStringLiteral("%1 answered").arg(Printable(*number)));
-        } else if (event.value == VoiceCallTerminated && !answeredBy.isEmpty()) {
+        } else if (event.value == VoiceCallStatusTerminated && !answeredBy.isEmpty()) {
             progress.Step("ended", QStringLiteral("the call has ended"));
             return {{QStringLiteral("number"), answeredBy}};
-        } else if (event.value == VoiceCallTerminated) {
+        } else if (event.value == VoiceCallStatusTerminated) {
             progress.Step("unanswered", QStringLiteral("%1 did not answer").arg(Printable(*number)));
             if (++number == numbers.end())
                 throw Failure{ExitRefused, QStringLiteral("none of the numbers answered")};

@@ -161,7 +161,7 @@ void Phone::AwaitAnswer(const QDBusPendingCall& call, Earlier earlier)
 
 void Phone::RequireSuccess(int status)
 {
-    if (status != StatusSuccess)
+    if (status != StatusCodeSuccess)
         throw Failure{ExitRefused, QStringLiteral("%1: %2").arg(status).arg(StatusCodeMeaning(status)), status};
 }
 

@@ -45,16 +45,17 @@ QString StatusCodeMeaning(int status)
         int status;
         const char* meaning;
     } rows[] = {
-        {StatusSuccess, "done"},
-        {StatusUnreadable, "the modem's state could not be read; ask again"},
-        {StatusPowerFailed, "the GSM daemon did not take the power command; ask again, nothing tries by itself"},
-        {StatusSmsNotQueued, "the message's number has wrapped to 0; it is queued all the same, do not repeat it"},
-        {StatusApnNotSet, "the GSM daemon refused or failed the access point; check the values and ask again"},
-        {StatusCallFailed, "a call or a call loop is in progress, or this one could not be placed or heard; "
-                           "'phonectl monitor' tells when the call in progress has ended"},
-        {StatusNoSim, "the SIM card is not present or not yet checked; see 'phonectl status'"},
-        {StatusNotRegistered, "the modem is not registered to the network; see 'phonectl status', and 'phonectl enable "
-                              "--wait' follows it there"},
+        {StatusCodeSuccess, "done"},
+        {StatusCodeUnreadable, "the modem's state could not be read; ask again"},
+        {StatusCodePowerFailed, "the GSM daemon did not take the power command; ask again, nothing tries by itself"},
+        {StatusCodeSmsNotQueued, "the message's number has wrapped to 0; it is queued all the same, do not repeat it"},
+        {StatusCodeApnNotSet, "the GSM daemon refused or failed the access point; check the values and ask again"},
+        {StatusCodeCallFailed, "a call or a call loop is in progress, or this one could not be placed or heard; "
+                               "'phonectl monitor' tells when the call in progress has ended"},
+        {StatusCodeNoSim, "the SIM card is not present or not yet checked; see 'phonectl status'"},
+        {StatusCodeNotRegistered,
+         "the modem is not registered to the network; see 'phonectl status', and 'phonectl enable "
+         "--wait' follows it there"},
     };
     for (const auto& row : rows) {
         if (row.status == status)

@@ -361,7 +361,7 @@ void GsmTest::longLinesAreCut()
 {
     const QByteArray number(600, '7');
     TakeLog();
-    LOG(LogProgress, "number %s", number.constData());
+    LOG(LogLevelProgress, "number %s", number.constData());
     const QList<Logged> lines = TakeLog();
     QCOMPARE(lines[0].text.size(), 511);
     QVERIFY(lines[0].Message().startsWith("number 777"));

@@ -10,5 +10,5 @@ int main()
 {
     const Configuration settings(Names::PhoneObject);
     const SoundManagerProxy sound(Names::SoundManagerService, Names::SoundManagerObject, QDBusConnection::sessionBus());
-    return settings.IsValid() && !sound.isValid() ? StatusSuccess : StatusUnreadable;
+    return settings.IsValid() && !sound.isValid() ? StatusCodeSuccess : StatusCodeUnreadable;
 }
