@@ -155,7 +155,7 @@ QJsonObject ToJson(const ContactBook::Contact& contact)
 
 Outcome ListContacts(const Arguments&, Progress&)
 {
-    const QList<ContactBook::Contact> contacts = ContactBook(ContactBook::Read).All();
+    const QList<ContactBook::Contact> contacts = ContactBook().All();
     qsizetype numberWidth = 0;
     qsizetype nameWidth = 0;
     for (const ContactBook::Contact& contact : contacts) {
@@ -181,13 +181,13 @@ Outcome AddContact(const Arguments& arguments, Progress&)
     const ContactBook::Contact contact{CheckedNumber(arguments.positional.at(0), arguments),
                                        arguments.positional.value(1, QStringLiteral("")),
                                        arguments.Has(OptionMayCallIn) ? ContactBook::MayCallIn : 0};
-    ContactBook(ContactBook::Write).Add(contact);
+    ContactBook().Add(contact);
     return {QStringLiteral("added"), {{"contact", ToJson(contact)}}};
 }
 
 Outcome RemoveContact(const Arguments& arguments, Progress&)
 {
-    ContactBook(ContactBook::Write).Remove(arguments.positional.at(0));
+    ContactBook().Remove(arguments.positional.at(0));
     return {QStringLiteral("removed"), {}};
 }
 

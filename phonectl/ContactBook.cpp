@@ -8,12 +8,13 @@
 #include <QStandardPaths>
 #include <QVariant>
 
+#include <sys/stat.h>
+
 namespace
 {
 
 constexpr char ConnectionName[] = "contacts";
 constexpr char WaitForOthers[] = "QSQLITE_BUSY_TIMEOUT=5000";
-constexpr char WaitForOthersReadOnly[] = "QSQLITE_OPEN_READONLY;QSQLITE_BUSY_TIMEOUT=5000";
 
 constexpr const char* flagWords[] = {"emergency",   "may be called", "may be texted", "receives alarms",
                                      "may call in", "may text",      "favourite"};
@@ -44,21 +45,22 @@ QStringList ContactBook::FlagWords(uint flags)
     return words;
 }
 
-ContactBook::ContactBook(Access access)
+ContactBook::ContactBook()
     : path(DatabasePath()),
-      existed(QFileInfo::exists(path)),
       database(QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QLatin1String(ConnectionName)))
 {
-    if (access == Read && !existed)
-        return;
+    if (QFileInfo::exists(path))
+        Open();
+}
+
+// Also for reading alone with the right to write, where there is one: a write that was cut short is then rolled back.
+void ContactBook::Open()
+{
     if (!database.isValid())
         throw Refused(path,
                       QStringLiteral("Qt's SQLite driver is not installed (libqt6sql6-sqlite, libqt5sql5-sqlite)"));
-    const QString folder = QFileInfo(path).absolutePath();
-    if (access == Write && !QDir().mkpath(folder))
-        throw Refused(path, QStringLiteral("its folder cannot be made"));
     database.setDatabaseName(path);
-    database.setConnectOptions(QLatin1String(access == Write ? WaitForOthers : WaitForOthersReadOnly));
+    database.setConnectOptions(QLatin1String(WaitForOthers));
     if (!database.open())
         throw Refused(path, QStringLiteral("it cannot be opened: ") + database.lastError().databaseText());
 }
@@ -68,8 +70,6 @@ ContactBook::~ContactBook()
     database.close(); // takes back a transaction that has not been committed
     database = QSqlDatabase();
     QSqlDatabase::removeDatabase(QLatin1String(ConnectionName));
-    if (!existed && QFileInfo(path).size() == 0)
-        QFile::remove(path); // made in vain
 }
 
 QSqlQuery ContactBook::Run(const QString& statement, const QVariantList& values)
@@ -87,7 +87,8 @@ QSqlQuery ContactBook::Run(const QString& statement, const QVariantList& values)
 QList<ContactBook::Contact> ContactBook::All()
 {
     QList<Contact> contacts;
-    if (!database.isOpen())
+    // A file without contents is what another phonectl, which is about to add the first contact, has just made.
+    if (!database.isOpen() || QFileInfo(path).size() == 0)
         return contacts;
     QSqlQuery query = Run(QStringLiteral("SELECT phone_number, name, flags FROM contacts ORDER BY id"));
     while (query.next())
@@ -99,6 +100,14 @@ QList<ContactBook::Contact> ContactBook::All()
 
 void ContactBook::Add(const Contact& contact)
 {
+    if (!database.isOpen()) {
+        // Nobody else's business, neither while it is made nor afterwards.
+        umask(S_IRWXG | S_IRWXO);
+        if (!QDir().mkpath(QFileInfo(path).absolutePath()))
+            throw Refused(path, QStringLiteral("its folder cannot be made"));
+        Open();
+    }
+    // A file that was made in vain stays: beside it, another phonectl may be adding a contact to it.
     Run(QStringLiteral("BEGIN IMMEDIATE"));
     Run(QStringLiteral("CREATE TABLE IF NOT EXISTS contacts (id INTEGER PRIMARY KEY, name TEXT NOT NULL, "
                        "phone_number TEXT NOT NULL, flags INTEGER NOT NULL)"));
@@ -114,8 +123,8 @@ void ContactBook::Add(const Contact& contact)
 
 void ContactBook::Remove(const QString& number)
 {
-    if (!existed)
-        throw Refused(path, QStringLiteral("it does not exist, so NUMBER \"%1\" is not in it").arg(number));
+    if (!database.isOpen() || QFileInfo(path).size() == 0)
+        throw Refused(path, QStringLiteral("it has no contacts, so NUMBER \"%1\" is not in it").arg(number));
     if (Run(QStringLiteral("DELETE FROM contacts WHERE phone_number = ?"), {number}).numRowsAffected() == 0)
         throw Refused(path, QStringLiteral("NUMBER \"%1\" is not in it").arg(number));
 }

@@ -24,10 +24,8 @@ public:
     /// What each of a contact's flags says.
     static QStringList FlagWords(uint flags);
 
-    enum Access { Read, Write };
-
-    /// Opens the database; for writing, it is made when it is missing.
-    explicit ContactBook(Access access);
+    /// Opens the database. One that is missing is made by the first Add().
+    ContactBook();
     ~ContactBook();
     Q_DISABLE_COPY(ContactBook)
 
@@ -37,9 +35,9 @@ public:
     void Remove(const QString& number);
 
 private:
+    void Open();
     QSqlQuery Run(const QString& statement, const QVariantList& values = {});
 
     const QString path;
-    const bool existed;
     QSqlDatabase database;
 };

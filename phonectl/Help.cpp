@@ -56,8 +56,8 @@ QStringList KnownNumbers()
 {
     QStringList numbers;
     try {
-        for (const ContactBook::Contact& contact : ContactBook(ContactBook::Read).All())
-            numbers.append(contact.number);
+        for (const ContactBook::Contact& contact : ContactBook().All())
+            numbers.append(Printable(contact.number));
     } catch (const Failure&) {
         // Without contacts there is nothing to offer.
     }
