@@ -17,14 +17,6 @@ constexpr int LongestUtf8 = 4;
 constexpr int LongestApn = 100;
 constexpr int LongestPassword = 1000;
 
-QString FromUtf8(const QByteArray& bytes, const QString& what)
-{
-    const QString text = QString::fromUtf8(bytes);
-    if (bytes.contains('\0') || text.contains(QChar::ReplacementCharacter))
-        throw Failure{ExitUsage, what + QStringLiteral(" is not text in UTF-8")};
-    return text;
-}
-
 void RemoveLineEnd(QByteArray& line)
 {
     for (const char end : {'\n', '\r'}) {
@@ -74,6 +66,14 @@ QString AskUnseen()
     return FromUtf8(line, QStringLiteral("the password"));
 }
 
+}
+
+QString FromUtf8(const QByteArray& bytes, const QString& what)
+{
+    const QString text = QString::fromUtf8(bytes);
+    if (bytes.contains('\0') || text.contains(QChar::ReplacementCharacter))
+        throw Failure{ExitUsage, what + QStringLiteral(" is not text in UTF-8")};
+    return text;
 }
 
 QString CheckedNumber(const QString& number, const Arguments& arguments)

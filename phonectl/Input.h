@@ -4,6 +4,10 @@
 
 // What a person gives, read and checked. Each throws a Failure that names the argument.
 
+/// The text that bytes from outside hold.
+/// @param what they are, for the Failure when they are not UTF-8 or hold a zero.
+QString FromUtf8(const QByteArray& bytes, const QString& what);
+
 /// A phone number: digits, * and #, one + in front; anything with --raw.
 QString CheckedNumber(const QString& number, const Arguments& arguments);
 

@@ -1,7 +1,11 @@
 #include "Output.h"
 
+#include "Outcome.h"
+
 #include <QJsonDocument>
 
+#include <cerrno>
+#include <cstring>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -10,12 +14,40 @@ namespace
 
 constexpr int LiveLineIntervalMs = 500;
 constexpr int UsualColumns = 80;
+constexpr ushort LastLatin1 = 0xff;
 
 bool WantsColour()
 {
     static const bool wants =
         isatty(STDOUT_FILENO) && qEnvironmentVariableIsEmpty("NO_COLOR") && qgetenv("TERM") != "dumb";
     return wants;
+}
+
+/// Controls (C0, DEL, C1), line and paragraph separators, and the marks, embeddings, overrides and isolates of the
+/// bidirectional algorithm (Unicode Standard Annex 9).
+bool MisleadsTerminal(QChar character)
+{
+    const ushort code = character.unicode();
+    return character.category() == QChar::Other_Control || code == 0x061c || code == 0x200e || code == 0x200f ||
+           (code >= 0x2028 && code <= 0x202e) || (code >= 0x2066 && code <= 0x2069);
+}
+
+template <typename Escape>
+QString Escaped(const QString& text, Escape escape)
+{
+    QString shown;
+    for (const QChar character : text) {
+        if (MisleadsTerminal(character))
+            shown += escape(character.unicode());
+        else
+            shown += character;
+    }
+    return shown;
+}
+
+QString JsonEscape(ushort code)
+{
+    return QStringLiteral("\\u%1").arg(code, 4, 16, QLatin1Char('0'));
 }
 
 int Columns()
@@ -28,25 +60,24 @@ int Columns()
 
 QString Printable(const QString& text)
 {
-    QString shown;
-    for (const QChar character : text) {
-        if (character.category() == QChar::Other_Control)
-            shown += QStringLiteral("\\x%1").arg(character.unicode(), 2, 16, QLatin1Char('0'));
-        else
-            shown += character;
-    }
-    return shown;
+    return Escaped(text, [](ushort code) {
+        return code <= LastLatin1 ? QStringLiteral("\\x%1").arg(code, 2, 16, QLatin1Char('0')) : JsonEscape(code);
+    });
 }
 
 void PrintLine(std::FILE* stream, const QString& line)
 {
-    std::fprintf(stream, "%s\n", line.toUtf8().constData());
-    std::fflush(stream);
+    const QByteArray bytes = line.toUtf8() + '\n';
+    const bool written = std::fwrite(bytes.constData(), 1, bytes.size(), stream) == static_cast<size_t>(bytes.size()) &&
+                         std::fflush(stream) == 0;
+    if (!written && stream == stdout)
+        throw Failure{ExitRefused, QStringLiteral("standard output: ") + QString::fromLocal8Bit(std::strerror(errno))};
 }
 
 void PrintLine(const QJsonObject& object)
 {
-    PrintLine(stdout, QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)));
+    // What is escaped so far stands in texts alone, where JSON has its own escapes for the rest.
+    PrintLine(stdout, Escaped(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)), JsonEscape));
 }
 
 QString Painted(const QString& text, Colour colour)

@@ -8,10 +8,11 @@
 
 #include <cstdio>
 
-/// What a peer or a file says, safe to show on a terminal: control characters become \xNN.
+/// What a peer or a file says, safe to show on a terminal: control characters become \xNN, and characters that change
+/// the direction of writing \uNNNN, so that nothing is shown in another order than it was sent.
 QString Printable(const QString& text);
 
-/// Writes one line, in UTF-8 whatever the locale, at once.
+/// Writes one line, in UTF-8 whatever the locale, at once. Throws a Failure when standard output does not take it.
 void PrintLine(std::FILE* stream, const QString& line);
 void PrintLine(const QJsonObject& object);
 

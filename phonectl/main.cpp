@@ -1,7 +1,13 @@
 #include "Commands.h"
 #include "Help.h"
+#include "Input.h"
 
 #include <QCoreApplication>
+
+#include <algorithm>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace
 {
@@ -11,8 +17,18 @@ QStringList Words(int argc, char** argv)
 {
     QStringList words;
     for (int index = 1; index < argc; ++index)
-        words.append(QString::fromUtf8(argv[index]));
+        words.append(FromUtf8(argv[index], QStringLiteral("argument %1").arg(index)));
     return words;
+}
+
+/// A standard stream that is closed must not become the bus: what is opened next would get its number. Writing to it
+/// fails all the same.
+void FillClosedStreams()
+{
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(stream, F_GETFD) < 0)
+            open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
 }
 
 Outcome Help(Arguments arguments)
@@ -42,38 +58,47 @@ Outcome Run(Arguments arguments, Progress& progress)
 
 int main(int argc, char** argv)
 {
+    FillClosedStreams();
     QCoreApplication application(argc, argv);
-    const QStringList words = Words(argc, argv);
-    if (words.value(0) == QLatin1String("complete")) {
-        for (const QString& candidate : Completions(words.mid(1)))
-            PrintLine(stdout, candidate);
-        return ExitDone;
-    }
-
-    // Known before the command line is: an error in it is to be told in JSON too.
-    const bool json = words.contains(QStringLiteral("--json"));
+    // Known before the command line is: an error in it has to be reported in JSON too.
+    const bool json = std::any_of(argv + 1, argv + argc, [](const char* word) { return !std::strcmp(word, "--json"); });
     Progress progress(json);
     QJsonObject object;
     ExitStatus exitStatus = ExitDone;
-    try {
-        const Outcome outcome = Run(Arguments(words), progress);
-        object = outcome.details;
-        if (!json && !outcome.text.isEmpty())
-            PrintLine(stdout, outcome.text);
-        if (outcome.text.isEmpty() && outcome.details.isEmpty() && progress.Steps().isEmpty())
-            return ExitDone;
-    } catch (const Failure& failure) {
+    const auto fail = [&](const Failure& failure) {
         exitStatus = failure.exitStatus;
         object.insert(QStringLiteral("error"), failure.text);
         if (failure.serviceStatus)
             object.insert(QStringLiteral("status"), failure.serviceStatus);
         PrintLine(stderr, QStringLiteral("phonectl: ") + Printable(failure.text));
+    };
+
+    bool isAllSaid = false;
+    try {
+        const QStringList words = Words(argc, argv);
+        if (words.value(0) == QLatin1String("complete")) {
+            for (const QString& candidate : Completions(words.mid(1)))
+                PrintLine(stdout, candidate);
+            return ExitDone;
+        }
+        const Outcome outcome = Run(Arguments(words), progress);
+        object = outcome.details;
+        if (!json && !outcome.text.isEmpty())
+            PrintLine(stdout, outcome.text);
+        isAllSaid = outcome.text.isEmpty() && outcome.details.isEmpty() && progress.Steps().isEmpty();
+    } catch (const Failure& failure) {
+        fail(failure);
     }
-    if (json) {
-        object.insert(QStringLiteral("exitStatus"), exitStatus);
-        if (!progress.Steps().isEmpty())
-            object.insert(QStringLiteral("events"), progress.Steps());
+    if (!json || isAllSaid || std::ferror(stdout))
+        return exitStatus;
+
+    object.insert(QStringLiteral("exitStatus"), exitStatus);
+    if (!progress.Steps().isEmpty())
+        object.insert(QStringLiteral("events"), progress.Steps());
+    try {
         PrintLine(object);
+    } catch (const Failure& failure) {
+        fail(failure);
     }
     return exitStatus;
 }

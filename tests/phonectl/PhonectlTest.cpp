@@ -21,8 +21,16 @@ class Ctl
 {
 public:
     explicit Ctl(const QStringList& arguments, const QByteArray& input = {})
+        : Ctl(QLatin1String(Program), arguments, input)
     {
-        process.start(QLatin1String(Program), arguments);
+    }
+
+    /// What stands after the program's name on a shell's command line.
+    explicit Ctl(const char* command) : Ctl("sh", {"-c", "exec " + QLatin1String(Program) + ' ' + command}, {}) {}
+
+    Ctl(const QString& program, const QStringList& arguments, const QByteArray& input)
+    {
+        process.start(program, arguments);
         process.write(input);
         process.closeWriteChannel();
     }
@@ -100,6 +108,10 @@ private Q_SLOTS:
             QVERIFY(QDir(folder.path()).isEmpty());
         }
         QVERIFY(Ctl({"sms", "110"}, "\xff").Ends("2 phonectl: TEXT is not.*"));
+        QVERIFY(Ctl("sms 110 $(printf 'a\\377')").Ends("2 phonectl: argument 3 is not.*"));
+        QVERIFY(Ctl("--version >/dev/full").Ends("1 phonectl: standard output: No space.*"));
+        QVERIFY(Ctl("--version --json >/dev/full").Ends("1 phonectl: standard output: No space.*"));
+        QVERIFY(Ctl("status >&-").Ends("1 phonectl: standard output: Bad.*|3 .*"));
         QVERIFY(Ctl({"help", "apn"}).Ends("0 usage: phonectl apn .*\n  phonectl apn .*"));
     }
 
@@ -238,8 +250,8 @@ private Q_SLOTS:
         Ctl text({"monitor"});
         Ctl json({"monitor", "--json"});
         QVERIFY(text.Tells("is on the bus") && json.Tells("\"present\":true"));
-        QVERIFY(bed.Command("sms +4912345 \"a\tb\""));
-        QVERIFY(text.Tells("SmsReceived  \"a\\x09b\" (") && json.Tells("\"signal\":\"SmsReceived\""));
+        QVERIFY(bed.Command("sms +4912345 \"a\tb\u009b\u202ec\""));
+        QVERIFY(text.Tells("SmsReceived  \"a\\x09b\\x9b\\u202ec\" (") && json.Tells("a\\tb\\u009b\\u202ec"));
         bed.StopService();
         QVERIFY(text.Tells("left the bus") && json.Tells("\"present\":false"));
         QVERIFY(bed.StartService());
@@ -257,9 +269,6 @@ private Q_SLOTS:
         TestBed bed;
         qputenv("KOVA_CONTACTS_DB", QFile::encodeName(bed.ContactsPath()));
         QVERIFY(Ctl({"contacts", "list"}).Ends("0 no contacts\n"));
-        QVERIFY(Ctl({"contacts", "remove", "110"}).Ends("1 .*"));
-        QVERIFY(!QFile::exists(bed.ContactsPath()));
-
         QVERIFY(Ctl({"contacts", "add", "+4912345", "Anna", "--may-call-in"}).Ends("0 added\n"));
         QVERIFY(Ctl({"contacts", "add", "110"}).Ends("0 added\n"));
         QVERIFY(
@@ -278,8 +287,17 @@ private Q_SLOTS:
         QVERIFY(Ctl({"contacts", "list"}).Ends("0 110\n"));
     }
 
-    void contactsDatabaseUnusable()
+    void contactsDatabase()
     {
+        const QString made = folder.filePath("made");
+        qputenv("KOVA_CONTACTS_DB", QFile::encodeName(made + "/contacts.db"));
+        QVERIFY(Ctl({"contacts", "remove", "110"}).Ends("1 .*"));
+        QVERIFY(!QFile::exists(made));
+        QVERIFY(Ctl({"contacts", "add", "110"}).Ends("0 added\n"));
+        const auto owners = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser;
+        QCOMPARE(QFile::permissions(made + "/contacts.db"), owners);
+        QCOMPARE(QFile::permissions(made), owners | QFile::ExeOwner | QFile::ExeUser);
+
         const QByteArray text = "no database at all, but long enough to look like one from afar";
         QFile file(folder.filePath("text"));
         QVERIFY(file.open(QIODevice::ReadWrite) && file.write(text) == text.size() && file.flush());
