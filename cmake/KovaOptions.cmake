@@ -4,10 +4,8 @@ target_compile_features(kova_options INTERFACE cxx_std_20)
 target_compile_options(kova_options INTERFACE
   -Wall -Wextra -Wpedantic
   $<$<BOOL:${KOVA_WERROR}>:-Werror>
-  # A log line names its source file relative to this folder, whatever folder is built in. The shared header's lines
-  # carry the path that it has in the device's source tree; of several maps that match, the compiler takes the last.
-  -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
-  -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/include/common_qdbus.h=../../include/common_qdbus.h)
+  # The programs are the same whatever folder they are built in.
+  -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 
 if(KOVA_SANITIZE)
   target_compile_options(kova_options INTERFACE

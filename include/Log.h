@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Names.h"
+#include "SourcePlace.h"
 
 #include <LogInterface.h>
 
@@ -32,8 +33,7 @@ __attribute__((format(printf, 4, 5))) inline void LogAt(const std::source_locati
     constexpr std::size_t LineSize = 512;
 
     char line[LineSize];
-    const int prefix = std::snprintf(line, LineSize, "[%s:%d] %s: ", where.file_name(), static_cast<int>(where.line()),
-                                     where.function_name());
+    const int prefix = FormatPlace(line, LineSize, where);
     const std::size_t used = std::min<std::size_t>(std::max(prefix, 0), LineSize - 1);
 
     std::va_list arguments;

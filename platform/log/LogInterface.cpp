@@ -1,6 +1,8 @@
 #include "LogInterface.h"
 
-#include <cerrno>
+#include "LogStream.h"
+#include "SourcePlace.h"
+
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +16,10 @@ namespace
 {
 
 constexpr unsigned int DefaultLevel = 5;
+constexpr unsigned int LevelError = 1;
+
+constexpr char LossText[] = "Lines lost, since the log's reader did not keep up: %llu";
+constexpr std::size_t LossSize = 512;
 
 unsigned int LevelFromEnvironment()
 {
@@ -114,7 +120,11 @@ void AppendTime(std::string& line)
 
 }
 
-LogInterface::LogInterface(const QString&) : highestLevel(LevelFromEnvironment()), toJournal(StandardErrorIsJournal())
+LogInterface::LogInterface(const QString& objectPath)
+    : ownPath(objectPath.toStdString()),
+      highestLevel(LevelFromEnvironment()),
+      toJournal(StandardErrorIsJournal()),
+      stream(std::make_shared<LogStream>())
 {
 }
 
@@ -123,6 +133,21 @@ void LogInterface::EmitLogString(unsigned int level, const char* text, const cha
     if (level > highestLevel)
         return;
 
+    const std::string line = Line(level, text, origin);
+    const std::lock_guard lock(mutex);
+    if (lostLines > 0) {
+        char loss[LossSize];
+        const int place = FormatPlace(loss, LossSize, std::source_location::current());
+        std::snprintf(loss + place, LossSize - place, LossText, lostLines);
+        if (stream->Write(Line(LevelError, loss, ownPath.c_str())))
+            lostLines = 0;
+    }
+    if (lostLines > 0 || !stream->Write(line))
+        ++lostLines;
+}
+
+std::string LogInterface::Line(unsigned int level, const char* text, const char* origin) const
+{
     std::string line;
     if (toJournal)
         line += JournalPriority(level);
@@ -133,8 +158,5 @@ void LogInterface::EmitLogString(unsigned int level, const char* text, const cha
     line += ' ';
     AppendVisible(line, text);
     line += '\n';
-
-    // One write a line: lines of several threads and processes do not mix.
-    while (write(STDERR_FILENO, line.data(), line.size()) < 0 && errno == EINTR) {
-    }
+    return line;
 }

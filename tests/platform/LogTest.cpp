@@ -1,8 +1,12 @@
 #include <LogInterface.h>
 #include <QRegularExpression>
+#include <QTemporaryFile>
 #include <QTest>
 
+#include <fcntl.h>
 #include <functional>
+#include <poll.h>
+#include <pty.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -41,6 +45,30 @@ QList<QByteArray> Writes(const std::function<void()>& work, int processes = 1)
     }
     return writes;
 }
+
+constexpr int AnotherUser = 65534;
+
+/// Another standard error for as long as it lives; none for -1.
+class StandardError
+{
+public:
+    explicit StandardError(int descriptor)
+    {
+        close(STDERR_FILENO);
+        if (descriptor >= 0) {
+            dup2(descriptor, STDERR_FILENO);
+            close(descriptor);
+        }
+    }
+    ~StandardError()
+    {
+        dup2(before, STDERR_FILENO);
+        close(before);
+    }
+
+private:
+    const int before = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+};
 
 void EmitAllLevels()
 {
@@ -110,7 +138,7 @@ private Q_SLOTS:
     {
         constexpr int Processes = 2;
         constexpr int Threads = 3;
-        constexpr int Lines = 100;
+        constexpr int Lines = 25;         // no more than the socket holds
         const std::string text(511, 'x'); // the longest the service sends
 
         const auto emitLines = [&] {
@@ -127,6 +155,78 @@ private Q_SLOTS:
         static const QRegularExpression whole(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3} L4 \S+ x{511}\n$)");
         for (const QByteArray& line : writes)
             QVERIFY2(whole.match(QString::fromUtf8(line)).hasMatch(), line.constData());
+    }
+
+    void CountsWhatAStalledReaderLeavesNoRoomFor_data()
+    {
+        QTest::addColumn<int>("user");
+        QTest::newRow("pipe") << 0;
+        QTest::newRow("pipe of another user") << AnotherUser;
+        QTest::newRow("socket") << 0;
+        QTest::newRow("terminal") << 0;
+        QTest::newRow("terminal of another user") << AnotherUser;
+    }
+
+    void CountsWhatAStalledReaderLeavesNoRoomFor()
+    {
+        QFETCH(int, user);
+        constexpr int Lines = 1000;
+        const QByteArray stream = QTest::currentDataTag();
+        int ends[2];
+        if (stream.startsWith("terminal")) {
+            QCOMPARE(openpty(&ends[0], &ends[1], nullptr, nullptr, nullptr), 0);
+            QCOMPARE(fchmod(ends[1], S_IRUSR), 0);
+        } else {
+            QCOMPARE(stream == "socket" ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends) : pipe(ends), 0);
+        }
+        const auto readAll = [&] {
+            QByteArray text;
+            char part[4096];
+            pollfd end = {ends[0], POLLIN, 0};
+            for (ssize_t length = 0; poll(&end, 1, 0) > 0 && (length = read(ends[0], part, sizeof part)) > 0;)
+                text.append(part, static_cast<int>(length));
+            return text.replace("\r\n", "\n");
+        };
+
+        const StandardError redirected(ends[1]);
+        if (user != 0 && seteuid(user) != 0)
+            QSKIP("Only root makes streams of another user");
+        LogInterface log("/log");
+        QCOMPARE(seteuid(getuid()), 0);
+        const std::string text(5000, 'x'); // more than a pipe takes as a whole or not at all
+        for (int line = 0; line < Lines; ++line)
+            log.EmitLogString(4, text.c_str(), "/o");
+        QCOMPARE(fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK, 0); // other processes share it
+
+        QByteArray written = readAll();
+        for (const char* last : {"last", "after the last"}) {
+            log.EmitLogString(4, last, "/o");
+            written += readAll();
+        }
+        QList<QByteArray> lines = written.split('\n');
+        QCOMPARE(lines.takeLast(), QByteArray());
+        QVERIFY(lines.size() > 3);
+        QVERIFY(lines.takeLast().endsWith(" L4 /o after the last"));
+        QVERIFY(lines.takeLast().endsWith(" L4 /o last"));
+        static const QRegularExpression loss(
+            R"(^\S+ L1 /log \[platform/log/LogInterface.cpp:\d+\] void LogInterface::EmitLogString\(.*\): Lines lost.*: (\d+)$)");
+        const int lost = loss.match(lines.takeLast()).captured(1).toInt();
+        QCOMPARE(lines.size() + lost, Lines);
+        for (const QByteArray& line : lines)
+            QCOMPARE(line.mid(TimeLength), QByteArray("L4 /o ") + text.c_str());
+        close(ends[0]);
+        log.EmitLogString(1, "nobody reads this", "/o");
+    }
+
+    void LeavesAFileAloneThatGetsItsNumber()
+    {
+        const StandardError closed(-1);
+        LogInterface log("/log");
+        QTemporaryFile file;
+        QVERIFY(file.open());
+        QCOMPARE(dup2(file.handle(), STDERR_FILENO), STDERR_FILENO);
+        log.EmitLogString(1, "text", "/o");
+        QCOMPARE(QFileInfo(file.fileName()).size(), 0);
     }
 };
 
