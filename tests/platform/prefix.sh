@@ -1,21 +1,24 @@
 #!/bin/bash
-# Builds the service without platform/, against device libraries that are installed, and starts it.
+# Builds the service without platform/, against device libraries that are installed, and starts it. The build has a path
+# map of the builder's own, as image builders give one: the log names the source files all the same.
 # usage: prefix.sh SOURCE_DIR BUILD_DIR QT_VERSION
 set -euo pipefail
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+trap 'kill $(jobs -p); rm -rf "$work"' EXIT
 
 # configure FOLDER PREFIX QT_VERSION
 configure() {
     cmake -S "$work/source" -B "$1" -G Ninja -DKOVA_PLATFORM_PREFIX="$2" -DKOVA_QT_VERSION="$3" \
+        -DCMAKE_CXX_FLAGS="-ffile-prefix-map=$work/source=/usr/src/phone" \
         -DCMAKE_UNITY_BUILD=ON -DBUILD_TESTING=OFF 2>&1
 }
 
-# starts PROGRAM: it comes to run and stops in order.
+# starts PROGRAM: it calls the device, with the right places in the log, and stops in order.
 starts() {
     echo "Starting $1"
     "$1" 2>"$work/log" &
-    until grep -q "Phone Manager running" "$work/log"; do
+    until grep -q '\[main.cpp:[0-9]*\] int main(int, char\*\*): Phone Manager running' "$work/log" &&
+        grep -q '\[controllers/[A-Z]' "$work/log" && grep -q '\[../../include/common_qdbus.h:' "$work/log"; do
         kill -0 $! || { cat "$work/log"; return 1; }
         sleep 0.1
     done
@@ -34,6 +37,9 @@ grep -q "lib/libdbusproxy_qt.so" "$work/log"
 configure "$work/build" "$work/device" "$3"
 cmake --build "$work/build" --target phonemanager -- --quiet
 
-export KOVA_CONFIG_FILE=$work/config.ini
+export KOVA_CONFIG_FILE=$work/config.ini KOVA_LOG_LEVEL=9
+printf '[PHONE]\nenabled=1\n' >"$KOVA_CONFIG_FILE"
+"$work/device/bin/kova-simulator" --quiet </dev/null &
+gdbus wait --session --timeout 30 com.quillmark.kova.gsmmanager
 starts "$work/device/bin/phonemanager"
 starts "$work/build/phonemanager"
