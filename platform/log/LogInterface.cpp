@@ -16,7 +16,7 @@ namespace
 {
 
 constexpr unsigned int DefaultLevel = 5;
-constexpr unsigned int LevelError = 1;
+constexpr unsigned int LogLevelError = 1;
 
 constexpr char LossText[] = "Lines lost, since the log's reader did not keep up: %llu";
 constexpr std::size_t LossSize = 512;
@@ -139,7 +139,7 @@ void LogInterface::EmitLogString(unsigned int level, const char* text, const cha
         char loss[LossSize];
         const int place = FormatPlace(loss, LossSize, std::source_location::current());
         std::snprintf(loss + place, LossSize - place, LossText, lostLines);
-        if (stream->Write(Line(LevelError, loss, ownPath.c_str())))
+        if (stream->Write(Line(LogLevelError, loss, ownPath.c_str())))
             lostLines = 0;
     }
     if (lostLines > 0 || !stream->Write(line))

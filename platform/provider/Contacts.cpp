@@ -1,12 +1,15 @@
 #include "Contacts.h"
 
 #include "ContactsDatabase.h"
+#include "LibraryLog.h"
 
-#include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QStandardPaths>
 
-#include <dlfcn.h>
+#include <cerrno>
+#include <cstring>
+#include <sys/stat.h>
 
 namespace kova_provider
 {
@@ -16,23 +19,23 @@ namespace
 
 constexpr unsigned int FlagCount = 7;
 
-QFileInfo Database()
+QString DatabasePath()
 {
     const QString path = qEnvironmentVariable("KOVA_CONTACTS_DB");
     return QFileInfo(path.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
                                           QStringLiteral("/kova/contacts.db")
-                                    : path);
+                                    : path)
+        .absoluteFilePath();
 }
 
-ReadContacts* LoadReader()
+/// @return why the contacts cannot be read; empty when they are.
+QString Load(QList<Contact>& contacts)
 {
-    // Beside this library; it stays loaded.
-    Dl_info self = {};
-    if (dladdr(reinterpret_cast<void*>(&LoadReader), &self) == 0)
-        return nullptr;
-    const QDir folder = QFileInfo(QFile::decodeName(self.dli_fname)).absoluteDir();
-    void* module = dlopen(QFile::encodeName(folder.filePath(DatabaseModule)).constData(), RTLD_NOW);
-    return module ? reinterpret_cast<ReadContacts*>(dlsym(module, ReadContactsSymbol)) : nullptr;
+    const QString path = DatabasePath();
+    struct stat status = {};
+    if (stat(QFile::encodeName(path).constData(), &status) != 0)
+        return QString::fromLocal8Bit(std::strerror(errno));
+    return S_ISREG(status.st_mode) ? ReadContacts(path, contacts) : QStringLiteral("not a regular file");
 }
 
 uint Flags(const Contact& contact)
@@ -47,16 +50,13 @@ uint Flags(const Contact& contact)
 
 }
 
-Contacts::Contacts(const char*) : loaded(false)
+Contacts::Contacts(const char* clientName)
 {
-    const QFileInfo database = Database();
-    if (!database.isFile())
-        return;
-    static ReadContacts* const read = LoadReader();
-    // SQLite gives some names a meaning of their own (":memory:", "file:..."), but no absolute path.
-    loaded = read && read(database.absoluteFilePath(), contacts);
+    const QString failure = Load(contacts);
+    loaded = failure.isEmpty();
     if (!loaded)
-        contacts.clear();
+        LIBRARY_LOG(clientName, LogLevelError, "Can't read contacts: %s: %s", DatabasePath().toLocal8Bit().constData(),
+                    failure.toLocal8Bit().constData());
 }
 
 bool Contacts::IsLoaded() const

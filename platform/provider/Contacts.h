@@ -30,16 +30,16 @@ enum ContactFilter : unsigned int {
     ContactFilterFavourite = 64,
 };
 
-/// Read-only client of the device's contacts: an SQLite database, KOVA_CONTACTS_DB or else kova/contacts.db in the
-/// user's data folder.
+/// Client of the device's contacts, which it only reads: an SQLite database, KOVA_CONTACTS_DB or else kova/contacts.db
+/// in the user's data folder. A write that was cut short, by a power cut perhaps, is taken back first.
 class Contacts
 {
 public:
-    /// Reads the database.
+    /// Reads the database, and waits up to 5 seconds for a program that writes it. What makes that fail is logged.
     /// @param clientName who asks; the object path of a service.
     explicit Contacts(const char* clientName);
 
-    /// False when the database is missing, damaged, locked for longer than a second, or has no contacts table.
+    /// False when the database is missing, damaged, locked for longer, or has no contacts table.
     bool IsLoaded() const;
 
     /// The contacts that have every flag of the filter, in the order of their ids; empty when not loaded.

@@ -1,54 +1,101 @@
 #include "ContactsDatabase.h"
 
+#include <QDeadlineTimer>
+#include <QFile>
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QUrl>
 #include <QUuid>
 #include <QVariant>
 
-using kova_provider::Contact;
+#include <sys/statvfs.h>
+
+namespace kova_provider
+{
 
 namespace
 {
 
-constexpr char ReadOnlyOptions[] = "QSQLITE_OPEN_READONLY;QSQLITE_BUSY_TIMEOUT=1000";
+constexpr int LockTimeoutMs = 5000;
+
+// SQLite's result codes, of which the first byte is the kind.
+constexpr int ResultKind = 0xff;
+constexpr int ResultReadOnly = 8;
+constexpr int ResultCantOpen = 14;
+
+// Ways to open a database that cannot simply be read. Qt's own default makes a file that is missing; these do not.
+constexpr char Recovered[] = "mode=rw"; ///< takes back what a writer that died has left in the journal
+constexpr char Constant[] = "mode=ro&immutable=1";
+
+/// A database with a write-ahead log needs files beside it even to be read, but not where nobody can write.
+bool IsConstant(const QString& path)
+{
+    struct statvfs status = {};
+    return statvfs(QFile::encodeName(path).constData(), &status) == 0 && (status.f_flag & ST_RDONLY) &&
+           !QFile::exists(path + QStringLiteral("-wal")) && !QFile::exists(path + QStringLiteral("-journal"));
+}
 
 Contact MakeContact(const QString& phoneNumber, uint flags)
 {
-    const auto has = [flags](kova_provider::ContactFilter flag) { return (flags & flag) != 0; };
+    const auto has = [flags](ContactFilter flag) { return (flags & flag) != 0; };
     return {phoneNumber,
-            has(kova_provider::ContactFilterEmergency),
-            has(kova_provider::ContactFilterMayBeCalled),
-            has(kova_provider::ContactFilterMayBeTexted),
-            has(kova_provider::ContactFilterReceivesAlarms),
-            has(kova_provider::ContactFilterMayCallIn),
-            has(kova_provider::ContactFilterMayText),
-            has(kova_provider::ContactFilterFavourite)};
+            has(ContactFilterEmergency),
+            has(ContactFilterMayBeCalled),
+            has(ContactFilterMayBeTexted),
+            has(ContactFilterReceivesAlarms),
+            has(ContactFilterMayCallIn),
+            has(ContactFilterMayText),
+            has(ContactFilterFavourite)};
 }
 
-bool ReadAll(QSqlDatabase database, QList<Contact>& contacts)
+QSqlError ReadAll(QSqlDatabase database, QList<Contact>& contacts)
 {
+    if (!database.open())
+        return database.lastError();
     QSqlQuery query(database);
     query.setForwardOnly(true);
-    if (!query.exec(QStringLiteral("SELECT phone_number, flags FROM contacts ORDER BY id")))
-        return false;
-    while (query.next())
-        contacts.append(MakeContact(query.value(0).toString(), query.value(1).toUInt()));
-    return !query.lastError().isValid();
+    if (query.exec(QStringLiteral("SELECT phone_number, flags FROM contacts ORDER BY id"))) {
+        while (query.next())
+            contacts.append(MakeContact(query.value(0).toString(), query.value(1).toUInt()));
+    }
+    return query.lastError();
 }
 
-}
-
-bool kova_provider_read_contacts(const QString& path, QList<Contact>& contacts)
+/// @param access the option that opens the database for it.
+QSqlError Read(const QString& name, const char* access, const QDeadlineTimer& lockDeadline, QList<Contact>& contacts)
 {
     const QString connection = QUuid::createUuid().toString();
-    bool read = false;
+    QSqlError error;
     {
         QSqlDatabase database = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), connection);
-        database.setConnectOptions(ReadOnlyOptions);
-        database.setDatabaseName(path);
-        read = database.open() && ReadAll(database, contacts);
+        database.setDatabaseName(name);
+        database.setConnectOptions(
+            QStringLiteral("%1;QSQLITE_BUSY_TIMEOUT=%2").arg(QLatin1String(access)).arg(lockDeadline.remainingTime()));
+        contacts.clear();
+        error = ReadAll(database, contacts);
     }
     QSqlDatabase::removeDatabase(connection);
-    return read;
+    return error;
+}
+
+}
+
+QString ReadContacts(const QString& path, QList<Contact>& contacts)
+{
+    const QDeadlineTimer lockDeadline(LockTimeoutMs);
+    QSqlError error = Read(path, "QSQLITE_OPEN_READONLY", lockDeadline, contacts);
+
+    const int kind = error.nativeErrorCode().toInt() & ResultKind;
+    if (error.isValid() && (kind == ResultReadOnly || kind == ResultCantOpen)) {
+        const QByteArray uri =
+            "file://" + QUrl::toPercentEncoding(path, "/") + '?' + (IsConstant(path) ? Constant : Recovered);
+        error = Read(QLatin1String(uri), "QSQLITE_OPEN_URI", lockDeadline, contacts);
+    }
+    if (!error.isValid())
+        return {};
+    contacts.clear();
+    return error.databaseText().isEmpty() ? error.driverText() : error.databaseText();
+}
+
 }

@@ -8,9 +8,9 @@ perl -0777 -ne '
         my $start = pos;
         /\G.*?;\n/gs or next;
         my $statement = substr($_, $start, pos() - $start);
-        next unless $statement =~ /\bLog(Error|Warning)\b/ && $statement =~ /"((?:[^"\\]|\\.)*)"/;
+        next unless $statement =~ /\bLogLevel(Error|Warning)\b/ && $statement =~ /"((?:[^"\\]|\\.)*)"/;
         print "$1\n";
-    }' main.cpp Gsm.cpp PhoneManager.cpp controllers/*.cpp network/*.cpp include/common_qdbus.h | sort -u | {
+    }' main.cpp Gsm.cpp PhoneManager.cpp controllers/*.cpp network/*.cpp platform/*/*.cpp include/common_qdbus.h | sort -u | {
     missing=0
     found=0
     while IFS= read -r text; do

@@ -1,3 +1,5 @@
+#include "LogCapture.h"
+
 #include <Contacts.h>
 #include <QDir>
 #include <QFile>
@@ -14,6 +16,10 @@ using kova_provider::Contacts;
 
 namespace
 {
+
+/// More than fit in a database's first pages.
+constexpr char ManyContacts[] = "WITH n(id) AS (SELECT 100 UNION ALL SELECT id + 1 FROM n LIMIT 4000) "
+                                "INSERT INTO contacts SELECT id, 'a', '+1', 16 FROM n";
 
 QString Numbers(const Contacts& contacts, uint filter)
 {
@@ -75,20 +81,48 @@ private Q_SLOTS:
         }
     }
 
-    void IsNotLoadedWithoutAReadableTable_data()
+    void TakesBackAWriteThatWasCutShort_data()
     {
-        QTest::addColumn<QString>("statement");
-        for (const char* what : {"missing", "text", "folder"})
-            QTest::newRow(what) << QString();
-        QTest::newRow("other columns") << "ALTER TABLE contacts DROP COLUMN flags";
-        QTest::newRow("locked") << "BEGIN EXCLUSIVE";
-        QTest::newRow("cut") << "WITH n(id) AS (SELECT 100 UNION ALL SELECT id + 1 FROM n LIMIT 4000) "
-                                "INSERT INTO contacts SELECT id, 'a', '+1', 16 FROM n";
+        QTest::addColumn<QString>("mode");
+        QTest::newRow("journal") << "PRAGMA journal_mode=DELETE";
+        QTest::newRow("write-ahead log") << "PRAGMA journal_mode=WAL";
     }
 
-    void IsNotLoadedWithoutAReadableTable()
+    void TakesBackAWriteThatWasCutShort()
+    {
+        QFETCH(QString, mode);
+        const QString name = "a%20b?.db";
+        qputenv("KOVA_CONTACTS_DB", name.toUtf8());
+        MakeDatabase("writing.db");
+        Execute(mode);
+        Execute("PRAGMA cache_size=1"); // makes a long write reach the file before it is committed
+        Execute("BEGIN");
+        Execute(ManyContacts);
+        for (const char* part : {"", "-journal", "-wal"})
+            QFile::copy(QLatin1String("writing.db") + part, name + part);
+
+        const Contacts contacts("/client");
+        QVERIFY(contacts.IsLoaded());
+        QCOMPARE(Numbers(contacts, 0), QString("+1 +2 +3 +4"));
+    }
+
+    void TellsWhyItIsNotLoaded_data()
+    {
+        QTest::addColumn<QString>("statement");
+        QTest::addColumn<QByteArray>("reason");
+        QTest::newRow("missing") << QString() << QByteArray("No such file or directory");
+        QTest::newRow("text") << QString() << QByteArray("file is not a database");
+        QTest::newRow("folder") << QString() << QByteArray("not a regular file");
+        QTest::newRow("other columns") << "ALTER TABLE contacts DROP COLUMN flags"
+                                       << QByteArray("no such column: flags");
+        QTest::newRow("locked") << "BEGIN EXCLUSIVE" << QByteArray("database is locked");
+        QTest::newRow("cut") << ManyContacts << QByteArray("database disk image is malformed");
+    }
+
+    void TellsWhyItIsNotLoaded()
     {
         QFETCH(QString, statement);
+        QFETCH(QByteArray, reason);
         const QByteArray what = QTest::currentDataTag();
         QFile file("contacts.db");
         if (what == "folder")
@@ -108,6 +142,15 @@ private Q_SLOTS:
         QVERIFY(!contacts.IsLoaded());
         QCOMPARE(Numbers(contacts, 0), QString());
         QCOMPARE(QDir().entryList(QDir::AllEntries | QDir::Hidden), before);
+        const QList<Logged> log = TakeLog();
+        QCOMPARE(log.size(), 1);
+        QCOMPARE(log[0].level, 1U);
+        QCOMPARE(log[0].origin, QByteArray("/client"));
+        QCOMPARE(log[0].Prefix(), QByteArray("[platform/provider/Contacts.cpp] "
+                                             "kova_provider::Contacts::Contacts(const char*)"));
+        QVERIFY2(log[0].text.endsWith("Can't read contacts: " +
+                                      QFile::encodeName(QDir().absoluteFilePath("contacts.db")) + ": " + reason),
+                 log[0].text.constData());
     }
 };
 
