@@ -4,7 +4,7 @@
 cd "$1" || exit 2
 
 perl -0777 -ne '
-    while (/\bLOG\w*\(|\bLogAt\(/g) {
+    while (/\b\w*LOG\w*\(|\bLogAt\(/g) {
         my $start = pos;
         /\G.*?;\n/gs or next;
         my $statement = substr($_, $start, pos() - $start);
