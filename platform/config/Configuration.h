@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QMap>
 #include <QString>
 
@@ -13,7 +14,8 @@ public:
     /// @param clientName who asks; the object path of a service.
     explicit Configuration(const char* clientName);
 
-    /// False when the file exists and cannot be read or parsed. A missing file is an empty store.
+    /// False when the file exists and cannot be read or parsed, or is larger than 1 MiB. A missing file is an empty
+    /// store.
     bool IsValid() const;
 
     /// Reads one value; a missing file, section or key reads as the default.
@@ -25,14 +27,17 @@ public:
     /// Writes one value and keeps all others. The file is replaced as a whole: after a power cut it holds the old or
     /// the new state. The folder is made when it is missing.
     /// @param mayDefer lets the store put off the way to the disk; without it the value is there when the call returns.
-    /// @return false, and nothing is changed, when the file is not valid or cannot be written.
+    /// @return false, and nothing is changed, when the file is not valid, locked for 3 seconds or cannot be written;
+    /// the reason is logged.
     bool WriteConfigValue(const QString& section, const QString& key, const QString& value, bool mayDefer);
 
 private:
     bool Load() const;
-    bool Replace(const QFileInfo& store, const QString& folder, const QString& name, const QString& value,
-                 bool mayDefer);
+    QString Write(const QString& name, const QString& value, bool mayDefer);
+    QString Replace(const QFileInfo& store, const QString& made, const QString& name, const QString& value,
+                    bool mayDefer);
 
+    QByteArray client;
     QString path;
     mutable QMap<QString, QString> values; ///< by section/key
     mutable bool valid;

@@ -2,7 +2,6 @@
 
 #include <QFile>
 #include <QSettings>
-#include <QUuid>
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -27,38 +26,41 @@ QString IniText::ValueName(const QString& section, const QString& key)
     return section.compare(QLatin1String("General"), Qt::CaseInsensitive) == 0 ? key : section + QLatin1Char('/') + key;
 }
 
-bool IniText::Parse(const QByteArray& text, Values& values)
+QString IniText::Parse(const QByteArray& text, Values& values)
 {
     values.clear();
 
     const int copy = memfd_create("config", MFD_CLOEXEC);
-    if (copy < 0)
-        return false;
-    bool parsed = write(copy, text.constData(), text.size()) == text.size();
-    if (parsed) {
-        QSettings settings(QStringLiteral("/proc/self/fd/%1").arg(copy), QSettings::IniFormat);
-        const QStringList names = settings.allKeys();
-        for (const QString& name : names)
-            values.insert(name, Text(settings.value(name)));
-        parsed = settings.status() == QSettings::NoError;
-
-        // An empty file is always read again, whatever its time: the next copy may come under the same descriptor.
-        parsed = ftruncate(copy, 0) == 0 && parsed;
-        settings.sync();
+    if (copy < 0 || write(copy, text.constData(), text.size()) != text.size()) {
+        if (copy >= 0)
+            close(copy);
+        return QStringLiteral("no room for a copy to parse");
     }
+
+    QSettings settings(QStringLiteral("/proc/self/fd/%1").arg(copy), QSettings::IniFormat);
+    const QStringList names = settings.allKeys();
+    for (const QString& name : names)
+        values.insert(name, Text(settings.value(name)));
+    const bool parsed = settings.status() == QSettings::NoError;
+
+    // An empty file is always read again, whatever its time: the next copy may come under the same descriptor.
+    const bool emptied = ftruncate(copy, 0) == 0;
+    settings.sync();
     close(copy);
-    return parsed;
+    return parsed && emptied ? QString() : QLatin1String(NotIni);
 }
 
-QString IniText::WriteChanged(const QByteArray& text, const QString& name, const QString& value, const QString& folder)
+QString IniText::WriteChanged(const QByteArray& text, const QString& name, const QString& value, const QString& path)
 {
-    QFile copy(folder + QLatin1Char('/') + QUuid::createUuid().toString(QUuid::WithoutBraces));
+    QFile copy(path);
     if (!copy.open(QIODevice::WriteOnly) || copy.write(text) != text.size() || !copy.flush())
-        return {};
+        return copy.errorString();
     copy.close();
 
-    QSettings settings(copy.fileName(), QSettings::IniFormat);
+    QSettings settings(path, QSettings::IniFormat);
     settings.setValue(name, value);
     settings.sync();
-    return settings.status() == QSettings::NoError ? copy.fileName() : QString();
+    return settings.status() == QSettings::NoError
+               ? QString()
+               : QStringLiteral("a changed copy cannot be written; is the disk full?");
 }

@@ -14,13 +14,15 @@ using Values = QMap<QString, QString>;
 /// The name of a value in QSettings, which takes the keys of the section [General] as keys without a section.
 QString ValueName(const QString& section, const QString& key);
 
-/// @param values receives what the text holds.
-/// @return false when the text is not an INI file's.
-bool Parse(const QByteArray& text, Values& values);
+constexpr char NotIni[] = "not an INI file";
 
-/// Sets one value in a text and keeps all others.
-/// @param folder an empty folder to work in; what is left in it is of no use.
-/// @return the path of a file in the folder with the text that results; empty when it cannot be written.
-QString WriteChanged(const QByteArray& text, const QString& name, const QString& value, const QString& folder);
+/// @param values receives what the text holds.
+/// @return why it does not: NotIni, or what the system lacks; empty when it does.
+QString Parse(const QByteArray& text, Values& values);
+
+/// Sets one value in a text, keeps all others, and writes the text that results.
+/// @param path a file that nobody has read through QSettings before.
+/// @return why it cannot be written; empty when it is.
+QString WriteChanged(const QByteArray& text, const QString& name, const QString& value, const QString& path);
 
 }

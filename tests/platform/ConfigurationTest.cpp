@@ -1,12 +1,16 @@
+#include "LogCapture.h"
+
 #include <Configuration.h>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QLockFile>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <csignal>
+#include <fcntl.h>
 #include <optional>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -56,11 +60,26 @@ class ConfigurationTest : public QObject
         return QDir().entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
     }
 
-    static void CheckRefused()
+    /// The value is not written, and the log says why.
+    static void CheckNotWritten(const QByteArray& reason, const QString& value = "1")
+    {
+        TakeLog();
+        QVERIFY(!Write(value));
+        const QList<Logged> log = TakeLog();
+        QCOMPARE(log.size(), 1);
+        QCOMPARE(log[0].level, 1U);
+        QCOMPARE(log[0].origin, QByteArray("/client"));
+        QCOMPARE(log[0].Prefix(),
+                 QByteArray("[platform/config/Configuration.cpp] bool Configuration::WriteConfigValue(const QString&, "
+                            "const QString&, const QString&, bool)"));
+        QCOMPARE(log[0].Message(), "Can't write settings: " + qgetenv("KOVA_CONFIG_FILE") + ": " + reason);
+    }
+
+    static void CheckRefused(const QByteArray& reason)
     {
         QVERIFY(!Configuration("/client").IsValid());
         QCOMPARE(Read(), QString("invalid"));
-        QVERIFY(!Write("1"));
+        CheckNotWritten(reason);
         QCOMPARE(Entries(), QStringList("config.ini"));
     }
 
@@ -113,16 +132,68 @@ private Q_SLOTS:
         const QByteArray zeros(64, '\0'); // what a power cut can leave
         for (const QByteArray& text : {QByteArray("not a setting\n"), QByteArray("[PHONE\nenabled=1\n"), zeros}) {
             SetStore(text);
-            CheckRefused();
+            CheckRefused("not an INI file");
             QCOMPARE(Store(), text);
+        }
+
+        constexpr off_t Most = 1024 * 1024;
+        constexpr off_t Huge = 100 * 1024 * Most;
+        SetStore("[PHONE]\nenabled=1\n;" + QByteArray(Most, ' '));
+        QCOMPARE(truncate("config.ini", Most), 0);
+        QCOMPARE(Read(), QString("1"));
+        for (const off_t size : {Most + 1, Huge}) {
+            QCOMPARE(truncate("config.ini", size), 0);
+            CheckRefused("larger than 1048576 bytes");
         }
 
         QCOMPARE(unlink("config.ini"), 0);
         QCOMPARE(mkdir("config.ini", 0755), 0);
-        CheckRefused();
+        CheckRefused("not a regular file");
         QCOMPARE(rmdir("config.ini"), 0);
         QCOMPARE(mkfifo("config.ini", 0644), 0);
-        CheckRefused();
+        CheckRefused("not a regular file");
+        QCOMPARE(unlink("config.ini"), 0);
+        QVERIFY(QFile::link("/dev/tty", "config.ini"));
+        CheckRefused("not a regular file");
+    }
+
+    void LeavesOtherFilesAlone_data()
+    {
+        QTest::addColumn<QString>("name");
+        for (const char* name : {"config.ini.new", "config.ini.new-AbCdEf"})
+            QTest::newRow(name) << name;
+    }
+
+    void LeavesOtherFilesAlone()
+    {
+        QFETCH(QString, name);
+        QVERIFY(QDir().mkpath("other/folder"));
+        QVERIFY(QFile::link("other", name));
+        QVERIFY(Write("1"));
+        QVERIFY(QFileInfo::exists(name + "/folder"));
+
+        QVERIFY(QFile::remove(name));
+        QFile file(name);
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write("text") == 4);
+        file.close();
+        QVERIFY(Write("0"));
+        QCOMPARE(file.size(), 4);
+    }
+
+    void TellsWhyItDoesNotWrite()
+    {
+        QVERIFY(Write("0"));
+        {
+            QLockFile lock("config.ini.lock");
+            QVERIFY(lock.tryLock());
+            const timespec longAgo[] = {{1, 0}, {1, 0}};
+            QCOMPARE(utimensat(AT_FDCWD, "config.ini.lock", longAgo, 0), 0);
+            CheckNotWritten("locked by process " + QByteArray::number(getpid()) + " (platform_config)");
+        }
+        QCOMPARE(mkfifo("config.ini.lock", 0644), 0);
+        CheckNotWritten("its lock is not a regular file");
+        qputenv("KOVA_CONFIG_FILE", "config.ini/config.ini");
+        CheckNotWritten("File exists");
     }
 
     void SeesAChangeOfSameSizeAndTime()
@@ -165,13 +236,14 @@ private Q_SLOTS:
         std::signal(SIGXFSZ, SIG_IGN);
         rlimit limit = {};
         getrlimit(RLIMIT_FSIZE, &limit);
-        for (const rlim_t room : {0, 1000, 2005}) {
+        const std::pair<rlim_t, const char*> rooms[] = {{0, "its lock cannot be written; is the disk full?"},
+                                                        {1000, "no room for a copy to parse"},
+                                                        {2005, "the changed file does not read back"}};
+        for (const auto& [room, reason] : rooms) {
             const rlimit tight = {room, limit.rlim_max};
             setrlimit(RLIMIT_FSIZE, &tight);
-            const bool written = Write("longer by more");
+            CheckNotWritten(reason, "longer by more");
             setrlimit(RLIMIT_FSIZE, &limit);
-
-            QVERIFY(!written);
             QCOMPARE(Store(), text);
             QCOMPARE(Entries(), QStringList("config.ini"));
         }
