@@ -15,8 +15,6 @@
 #include <QFile>
 #include <QRegularExpression>
 #include <QSaveFile>
-#include <QSqlDatabase>
-#include <QSqlQuery>
 #include <QTest>
 
 #include <algorithm>
@@ -35,19 +33,17 @@ constexpr char Faketime[] = KOVA_FAKETIME;
 const QStringList quickDevice = {"--power-up", "20", "--register",        "20",     "--power-down", "20",
                                  "--answer",   "20", "--signal-interval", "9999999"};
 
-bool WaitFor(const std::function<bool()>& condition)
+bool WaitFor(const QString& what, const std::function<bool()>& condition)
 {
-    return QTest::qWaitFor(condition, LimitMs);
+    const bool happened = QTest::qWaitFor(condition, LimitMs);
+    if (!happened)
+        qWarning("did not happen: %s", qPrintable(what));
+    return happened;
 }
 
 SimulatorProxy Simulator()
 {
     return {ControlNames::Service, ControlNames::Object, QDBusConnection::sessionBus()};
-}
-
-bool OnBus(const char* name)
-{
-    return QDBusConnection::sessionBus().interface()->isServiceRegistered(QLatin1String(name));
 }
 
 }
@@ -108,24 +104,14 @@ QByteArray TestBed::Settings() const
 
 void TestBed::WriteContacts(const QMap<QString, int>& contacts)
 {
-    const QString connection = QStringLiteral("contacts");
-    {
-        QSqlDatabase database = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), connection);
-        database.setDatabaseName(ContactsPath());
-        QSqlQuery query(database.open() ? database : QSqlDatabase());
-        bool done = query.exec(QStringLiteral("CREATE TABLE contacts (id INTEGER PRIMARY KEY, name TEXT NOT NULL, "
-                                              "phone_number TEXT NOT NULL, flags INTEGER NOT NULL)"));
-        for (auto contact = contacts.begin(); contact != contacts.end(); ++contact) {
-            done &= query.prepare(
-                QStringLiteral("INSERT INTO contacts (name, phone_number, flags) VALUES ('somebody', ?, ?)"));
-            query.addBindValue(contact.key());
-            query.addBindValue(contact.value());
-            done &= query.exec();
-        }
-        if (!done)
-            qFatal("Can't make %s", qPrintable(ContactsPath()));
-    }
-    QSqlDatabase::removeDatabase(connection);
+    QString sql = "CREATE TABLE contacts (id INTEGER PRIMARY KEY, name TEXT NOT NULL, phone_number TEXT NOT NULL, "
+                  "flags INTEGER NOT NULL);";
+    for (auto contact = contacts.begin(); contact != contacts.end(); ++contact)
+        sql += QStringLiteral("INSERT INTO contacts (name, phone_number, flags) VALUES ('somebody', '%1', %2);")
+                   .arg(contact.key())
+                   .arg(*contact);
+    if (QProcess::execute("sqlite3", {ContactsPath(), sql}) != 0)
+        qFatal("Can't make %s", qPrintable(ContactsPath()));
 }
 
 // The two programs
@@ -134,7 +120,9 @@ bool TestBed::StartDevice(const QStringList& options)
 {
     device.start(QStringLiteral(KOVA_BUILD_DIR "/kova-simulator"),
                  QStringList{QStringLiteral("--quiet")} + quickDevice + options);
-    return WaitFor([] { return OnBus(ControlNames::Service); });
+    return WaitFor("device on the bus", [] {
+        return QDBusConnection::sessionBus().interface()->isServiceRegistered(ControlNames::Service);
+    });
 }
 
 void TestBed::LaunchService(const QMap<QString, QString>& changes)
@@ -179,16 +167,22 @@ int TestBed::StopService(int signal)
     return AwaitEnd();
 }
 
-bool TestBed::BringUp()
+bool TestBed::Start(const QByteArray& settings, const QStringList& commands)
+{
+    WriteSettings(settings);
+    return StartDevice() && Commands(commands) && StartService();
+}
+
+bool TestBed::BringUp(const QStringList& commands)
 {
     if (!QFile::exists(SettingsPath()))
-        WriteSettings("[PHONE]\nenabled=1\n");
+        WriteSettings(PhoneEnabled);
     // In this order: what a device so quick reports to a service that has no event loop yet, the bus library may
     // deliver in another order.
-    if (!StartService() || !StartDevice() || !PassSimCheck() || !WaitForLog(QStringLiteral("Gsm signal: 71")))
-        return false;
+    const bool up =
+        StartService() && StartDevice() && PassSimCheck() && WaitForLog("Gsm signal: 71") && Commands(commands);
     ForgetRecords();
-    return true;
+    return up;
 }
 
 bool TestBed::PassSimCheck()
@@ -328,18 +322,13 @@ QStringList TestBed::LogTexts(int highestLevel)
 
 bool TestBed::WaitForLog(const QString& text, int times)
 {
-    return WaitFor([&] {
-        return std::count_if(log.begin(), log.end(),
-                             [&](const LogLine& line) { return line.message.contains(text); }) >= times;
-    });
+    const auto matches = [&](const LogLine& line) { return line.message.contains(text); };
+    return WaitFor(text, [&] { return std::count_if(log.begin(), log.end(), matches) >= times; });
 }
 
 bool TestBed::WaitForEvent(const QString& text, int times)
 {
-    return WaitFor([&] {
-        return std::count_if(events.begin(), events.end(),
-                             [&](const QString& event) { return event.contains(text); }) >= times;
-    });
+    return WaitFor(text, [&] { return events.filter(text).size() >= times; });
 }
 
 void TestBed::ForgetRecords()

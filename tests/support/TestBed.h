@@ -39,11 +39,12 @@ public:
     void WriteSettings(const QByteArray& text);
     QByteArray Settings() const;
     /// Makes the contacts database: number and flags of each contact.
+    static constexpr int MayCallIn = 16;
     void WriteContacts(const QMap<QString, int>& contacts);
     QString SettingsPath() const { return folder.filePath(QStringLiteral("config.ini")); }
     QString ContactsPath() const { return folder.filePath(QStringLiteral("contacts.db")); }
 
-    // The two programs
+    // The two programs. What waits for something prints what did not happen.
 
     /// Starts the simulated device and waits until it is on the bus.
     /// @param options further options; without them it is quick and reports the signal once.
@@ -58,19 +59,28 @@ public:
     int StopService(int signal = SIGTERM);
     QByteArray StandardOutput() { return service.readAllStandardOutput(); }
     bool ServiceRuns() const { return service.state() == QProcess::Running; }
-    /// Both programs up, the phone enabled, SIM card found and modem registered; records begin after that.
-    bool BringUp();
+    /// Starts a device in the state that the commands bring about, then the service with the settings.
+    bool Start(const QByteArray& settings = PhoneEnabled, const QStringList& commands = {});
+    static constexpr char PhoneEnabled[] = "[PHONE]\nenabled=1\n";
+    /// Both programs up, the phone enabled, SIM card found and modem registered; then the commands are carried out, and
+    /// records begin after that.
+    bool BringUp(const QStringList& commands = {});
     /// Ends the wait for the SIM check and waits until the modem is registered for the phone's users.
     bool PassSimCheck();
 
     // Steering
 
-    /// One command to the device, as on its console. @return whether it was carried out.
+    /// Commands to the device, as on its console. @return whether all were carried out.
     bool Command(const QString& line);
     bool Commands(const QStringList& lines);
     QVariantMap DeviceState();
     PhoneProxy& Phone() { return phone; }
     /// The status that one of the phone's methods answers; Unanswered after an error.
+    template <typename... Arguments>
+    int Ask(const char* method, const Arguments&... arguments)
+    {
+        return StatusOf(phone.asyncCall(QLatin1String(method), QVariant(arguments)...));
+    }
     static int StatusOf(const QDBusPendingCall& call);
     static constexpr int Unanswered = -1000;
     /// All that GetStatus answers, as "(0, 2, 3, 71, 1, false)".
