@@ -61,9 +61,11 @@ void BusService::Send(const QString& signal, const QVariantList& arguments)
     const QStringList types = interface.Signals().value(signal);
     Q_ASSERT(interface.Signals().contains(signal) && types.size() == arguments.size());
 
-    if (!onBus)
+    if (!onBus && !narrating)
         return;
     Q_EMIT Sent(shortName + QLatin1Char(' ') + signal + Show(arguments));
+    if (!onBus)
+        return;
     QDBusMessage message = QDBusMessage::createSignal(objectPath, interface.Name(), signal);
     for (int i = 0; i < types.size(); ++i)
         message << ToBusType(arguments.at(i), types.at(i));
@@ -73,6 +75,11 @@ void BusService::Send(const QString& signal, const QVariantList& arguments)
 QString BusService::introspect(const QString&) const
 {
     return interface.Element();
+}
+
+void BusService::Narrate(const QString& method, const QVariantList& arguments)
+{
+    Q_EMIT Asked(shortName + QLatin1Char(' ') + method + Show(arguments));
 }
 
 QStringList BusService::Faults() const
@@ -133,7 +140,7 @@ bool BusService::handleMessage(const QDBusMessage& message, const QDBusConnectio
                                        QStringLiteral("%1 takes \"%2\"").arg(method, types.in.join(QString()))));
         return true;
     }
-    Q_EMIT Asked(shortName + QLatin1Char(' ') + method + Show(message.arguments()));
+    Narrate(method, message.arguments());
 
     const std::optional<Fault> fault = TakeFault(method);
     if (fault && fault->kind == Fault::Silent)

@@ -52,6 +52,13 @@ public:
     void Leave();
     bool IsOnBus() const { return onBus; }
 
+    /// What happens is told in the interface's terms although another front end carries it.
+    void SetNarrating() { narrating = true; }
+    /// Records a request that another front end has taken.
+    void Narrate(const QString& method, const QVariantList& arguments);
+
+    /// The fault that the next request for a method meets; it counts as met.
+    std::optional<Fault> TakeFault(const QString& method);
     void SetFault(const QString& method, const Fault& fault) { faults.insert(method, fault); }
     void ClearFault(const QString& method) { faults.remove(method); }
     QStringList Faults() const;
@@ -68,7 +75,6 @@ Q_SIGNALS:
     void Sent(const QString& signal);
 
 private:
-    std::optional<Fault> TakeFault(const QString& method);
     Answer Carry(const QDBusMessage& request, const std::optional<Fault>& fault);
     void Reply(const QDBusMessage& reply);
     QString ConnectionName() const { return QStringLiteral("simulator-") + shortName; }
@@ -80,5 +86,6 @@ private:
     QMap<QString, Handler> handlers;
     QMap<QString, Fault> faults;
     bool onBus = false;
+    bool narrating = false;
     int visit = 0; ///< counts the times on the bus: a late answer is for the visit that was asked
 };

@@ -159,8 +159,12 @@ void Commands::AddWorld()
                              return Refuse(QStringLiteral("VALUE is a number from 0 to 255"));
                          return Do([&modem, value] { modem.SetSignalQuality(value.value<uchar>()); });
                      }});
-    commands.append({"ring NUMBER", "a call comes in", 1, 1, [&modem](const QStringList& arguments) {
-                         return Do([&modem, number = arguments.at(0)] { return modem.Ring(number); });
+    commands.append({"ring NUMBER|withheld", "a call comes in", 1, 1, [this, &modem](const QStringList& arguments) {
+                         const bool withheld = arguments.at(0) == QLatin1String("withheld");
+                         return Do([this, &modem, number = withheld ? QString() : arguments.at(0)] {
+                             const QString problem = device.WhyUnheard();
+                             return problem.isEmpty() ? modem.Ring(number) : problem;
+                         });
                      }});
     commands.append({"answer", "the far end answers the call that is being dialled", 0, 0,
                      [&modem](const QStringList&) { return Do([&modem] { return modem.FarEndAnswer(); }); }});
@@ -179,23 +183,31 @@ void Commands::AddWorld()
                               {"unreachable", Modem::FarEndUnreachable}},
                              [&modem, number = arguments.at(0)](auto farEnd) { modem.SetFarEnd(number, farEnd); });
                      }});
-    commands.append({"sms NUMBER TEXT...", "a message comes in", 2, Unlimited, [&modem](const QStringList& arguments) {
-                         return Do([&modem, number = arguments.at(0), text = arguments.mid(1).join(QLatin1Char(' '))] {
-                             return modem.DeliverSms(number, text);
-                         });
-                     }});
+    commands.append(
+        {"sms NUMBER TEXT...", "a message comes in", 2, Unlimited, [this, &modem](const QStringList& arguments) {
+             return Do([this, &modem, number = arguments.at(0), text = arguments.mid(1).join(QLatin1Char(' '))] {
+                 const QString problem = device.WhyUnheard();
+                 return problem.isEmpty() ? modem.DeliverSms(number, text) : problem;
+             });
+         }});
 }
 
 void Commands::AddDevice()
 {
     Modem& modem = device.TheModem();
 
-    commands.append({"modem drop|silent|normal", "lose power by itself; stop the signal reports; report again", 1, 1,
-                     [&modem](const QStringList& arguments) {
-                         if (arguments.at(0) == QLatin1String("drop"))
-                             return Do([&modem] { return modem.Drop(); });
-                         return Choose<bool>(arguments.at(0), {{"drop", false}, {"silent", true}, {"normal", false}},
-                                             [&modem](bool silent) { modem.SetSilent(silent); });
+    commands.append({"modem drop|unplug|plug|silent|normal",
+                     "lose power by itself; be taken out; be put back; stop the signal reports, and on an AT port "
+                     "answer nothing at all; all is well again",
+                     1, 1, [&modem](const QStringList& arguments) {
+                         return Choose<std::function<QString()>>(
+                             arguments.at(0),
+                             {{"drop", [&modem] { return modem.Drop(); }},
+                              {"unplug", [&modem] { return modem.SetPlugged(false); }},
+                              {"plug", [&modem] { return modem.SetPlugged(true); }},
+                              {"silent", [&modem] { return modem.SetSilent(true), QString(); }},
+                              {"normal", [&modem] { return modem.SetSilent(false), QString(); }}},
+                             [](const std::function<QString()>& act) { return act(); });
                      }});
     commands.append({"daemon leave|return [gsm|sound|audio-out|audio-in]",
                      "a service leaves the bus as if it died, or returns; gsm if none is named", 1, 2,
@@ -238,7 +250,9 @@ Commands::Prepared Commands::SteerDaemon(const QStringList& arguments) const
 {
     BusService* service = device.Service(arguments.value(1, QStringLiteral("gsm")));
     if (!service)
-        return Refuse(QStringLiteral("\"%1\" is none of: gsm, sound, audio-out, audio-in").arg(arguments.at(1)));
+        return Refuse(QStringLiteral("the device has no service \"%1\" on the bus; there are gsm, sound, audio-out and "
+                                     "audio-in, unless options leave them out")
+                          .arg(arguments.value(1, QStringLiteral("gsm"))));
     return Choose<bool>(arguments.at(0), {{"leave", true}, {"return", false}}, [service](bool leave) {
         if (leave != service->IsOnBus())
             return QStringLiteral("%1 is %2")

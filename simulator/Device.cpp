@@ -9,13 +9,16 @@ constexpr int HistorySize = 10000;
 
 }
 
-Device::Device(const DeviceTimes& times)
-    : gsm("gsm", Names::GsmService, Names::GsmObject, "com.quillmark.kova.gsminterface"),
+Device::Device(const DeviceTimes& times, const DeviceOptions& options)
+    : options(options),
+      gsm("gsm", Names::GsmService, Names::GsmObject, "com.quillmark.kova.gsminterface"),
       sound("sound", Names::SoundManagerService, Names::SoundManagerObject, "com.quillmark.kova.soundinterface"),
       audioOut("audio-out", Names::AudioOutCtlService, Names::AudioOutCtlObject,
                "com.quillmark.kova.audiooutctlinterface"),
       audioIn("audio-in", Names::AudioInCtlService, Names::AudioInCtlObject, "com.quillmark.kova.audioinctlinterface"),
-      modem(gsm, times),
+      modem(times),
+      daemon(gsm, modem),
+      atModem(modem, gsm, options.atStaysOn),
       audio(sound, audioOut, audioIn)
 {
     for (BusService* service : Services()) {
@@ -29,22 +32,49 @@ Device::Device(const DeviceTimes& times)
         connect(service, &BusService::Sent, this,
                 [this](const QString& signal) { Q_EMIT Event(QStringLiteral("<- ") + signal); });
     }
+
+    if (!options.HasAtPort())
+        return;
+    gsm.SetNarrating();
+    connect(&atPort, &AtPort::Opened, &atModem, &AtModem::Open);
+    connect(&atPort, &AtPort::Closed, &atModem, &AtModem::Close);
+    connect(&atPort, &AtPort::Received, &atModem, &AtModem::Feed);
+    connect(&atModem, &AtModem::Output, &atPort, &AtPort::Write);
+    connect(&modem, &Modem::PowerLost, &atPort, &AtPort::Close);
+    connect(&modem, &Modem::PluggedChanged, &atPort, &AtPort::SetPlugged);
+}
+
+bool Device::IsOffered(const BusService* service) const
+{
+    return service == &gsm ? !options.HasAtPort() : options.audio;
 }
 
 QString Device::Join()
 {
     for (BusService* service : Services()) {
-        const QString problem = service->Join();
-        if (!problem.isEmpty())
+        if (!IsOffered(service))
+            continue;
+        if (const QString problem = service->Join(); !problem.isEmpty())
             return problem;
     }
-    return {};
+    if (options.atTcpPort > 0) {
+        if (const QString problem = atPort.ListenOnTcp(static_cast<quint16>(options.atTcpPort)); !problem.isEmpty())
+            return problem;
+    }
+    return options.atAbstractName.isEmpty() ? QString() : atPort.ListenOnAbstract(options.atAbstractName);
+}
+
+QString Device::WhyUnheard() const
+{
+    if (HasAtPort() || gsm.IsOnBus())
+        return {};
+    return QStringLiteral("the GSM daemon is not on the bus");
 }
 
 BusService* Device::Service(const QString& shortName)
 {
     for (BusService* service : Services()) {
-        if (service->ShortName() == shortName)
+        if (service->ShortName() == shortName && IsOffered(service))
             return service;
     }
     return nullptr;
@@ -70,6 +100,8 @@ QVariantMap Device::State() const
         state.insert(QStringLiteral("daemon-") + service->ShortName(), service->IsOnBus());
         faults.append(service->Faults());
     }
+    if (HasAtPort())
+        state.insert(QStringLiteral("at-port"), atPort.IsOpen() ? "open" : "closed");
     state.insert(QStringLiteral("faults"), faults.join(QStringLiteral("; ")));
     return state;
 }

@@ -1,9 +1,21 @@
 #pragma once
 
+#include "AtModem.h"
+#include "AtPort.h"
 #include "Audio.h"
-#include "Modem.h"
+#include "GsmDaemon.h"
 
 #include <array>
+
+/// What the device offers.
+struct DeviceOptions {
+    int atTcpPort = 0;        ///< the modem is a serial AT port there instead of the GSM daemon
+    QString atAbstractName{}; ///< the same, on a socket in the abstract namespace
+    bool atStaysOn = false;   ///< the modem keeps its power when the AT port is closed
+    bool audio = true;        ///< the three audio services
+
+    bool HasAtPort() const { return atTcpPort > 0 || !atAbstractName.isEmpty(); }
+};
 
 /// The whole simulated device: its services on the bus, what stands behind them, and what was asked of it.
 class Device : public QObject
@@ -11,9 +23,9 @@ class Device : public QObject
     Q_OBJECT
 
 public:
-    explicit Device(const DeviceTimes& times);
+    explicit Device(const DeviceTimes& times, const DeviceOptions& options = {});
 
-    /// Enters the bus with all services. @return an empty text, or what prevents it.
+    /// Enters the bus with its services, and opens the AT port. @return an empty text, or what prevents it.
     QString Join();
 
     /// @return the service of that short name (gsm, sound, audio-out, audio-in), or null.
@@ -22,6 +34,9 @@ public:
     BusService* ServiceOf(const QString& method);
 
     Modem& TheModem() { return modem; }
+    bool HasAtPort() const { return options.HasAtPort(); }
+    /// @return why nobody would be told of a call or message, if so.
+    QString WhyUnheard() const;
     QVariantMap State() const;
     QVariantMap AudioState() const { return audio.State(); }
 
@@ -35,12 +50,17 @@ Q_SIGNALS:
 
 private:
     std::array<BusService*, 4> Services() { return {&gsm, &sound, &audioOut, &audioIn}; }
+    bool IsOffered(const BusService* service) const;
 
+    const DeviceOptions options;
     BusService gsm;
     BusService sound;
     BusService audioOut;
     BusService audioIn;
     Modem modem;
+    GsmDaemon daemon;
+    AtModem atModem;
+    AtPort atPort;
     Audio audio;
     QStringList history;
 };

@@ -1,83 +1,31 @@
 #include "Modem.h"
 
-#include <QDateTime>
+#include <algorithm>
 
-namespace
-{
-
-constexpr int StatusRefused = 1; ///< what the modem cannot do now
-constexpr char ModemPath[] = "/com/quillmark/kova/gsmmanager/modem0";
-
-Answer Status(bool done)
-{
-    return {done ? 0 : StatusRefused};
-}
-
-}
-
-Modem::Modem(BusService& daemon, const DeviceTimes& times) : daemon(daemon), times(times)
+Modem::Modem(const DeviceTimes& times) : times(times)
 {
     for (QTimer* timer : {&transition, &farEndTimer})
         timer->setSingleShot(true);
     connect(&transition, &QTimer::timeout, this, &Modem::OnTransition);
     connect(&signalTimer, &QTimer::timeout, this, &Modem::ReportSignal);
-    connect(&farEndTimer, &QTimer::timeout, this,
-            [this] { farEnds.value(callNumber, FarEndAnswers) == FarEndRejects ? FarEndReject() : FarEndAnswer(); });
-    connect(&daemon, &BusService::Joined, this, [this] { this->daemon.Send("ModemAdded", {ModemPath}); });
-    HandleRequests();
-}
-
-void Modem::HandleRequests()
-{
-    daemon.Handle("ModemSetEnabled", [this](const QVariantList& arguments) {
-        SetEnabled(arguments.at(0).toBool());
-        return Answer();
-    });
-    daemon.Handle("ModemGetStatus", [this](const QVariantList&) {
-        return Answer{0, {power == Registered ? 2 : power == On ? 1 : 0}};
-    });
-    daemon.Handle("IsSimPresent", [this](const QVariantList&) { return Answer{0, {simInserted}}; });
-    daemon.Handle("PingRegistration", [this](const QVariantList&) { return Status(power == Registered); });
-    daemon.Handle("SignalStrength", [this](const QVariantList&) {
-        return Answer{power == Registered ? 0 : StatusRefused, {signalQuality}};
-    });
-    daemon.Handle("GprsSetApn", [this](const QVariantList& arguments) {
-        if (power != On && power != Registered)
-            return Status(false);
-        apn = arguments.at(0).toString();
-        return Status(true);
-    });
-    daemon.Handle("Call", [this](const QVariantList& arguments) { return Status(Dial(arguments.at(0).toString())); });
-    daemon.Handle("CallAnswer", [this](const QVariantList&) {
-        if (call != Ringing)
-            return Status(false);
-        ConnectCall();
-        return Status(true);
-    });
-    daemon.Handle("CallHangup", [this](const QVariantList&) {
-        const bool hadCall = call != NoCall;
-        EndCall("CallTerminated");
-        return Status(hadCall);
-    });
-    daemon.Handle("CallHangupAll", [this](const QVariantList&) {
-        EndCall("CallTerminated");
-        return Status(true);
-    });
-    daemon.Handle("SendSms", [this](const QVariantList&) {
-        smsSent += power == Registered;
-        return Status(power == Registered);
+    connect(&farEndTimer, &QTimer::timeout, this, [this] {
+        const Call* call = FindCall(Call::Dialling);
+        call&& farEnds.value(call->number, FarEndAnswers) == FarEndRejects ? FarEndReject() : FarEndAnswer();
     });
 }
 
 // Power and registration
 
 /// A modem that is told otherwise while it changes its power turns back at once, and reports only where it arrives.
-void Modem::SetEnabled(bool enable)
+bool Modem::SetEnabled(bool enable)
 {
+    if (enable && !plugged)
+        return false;
     if (enable && (power == Off || power == PoweringDown))
         SetPower(PoweringUp);
     else if (!enable && power != Off && power != PoweringDown)
         SetPower(PoweringDown);
+    return true;
 }
 
 void Modem::SetPower(Power next)
@@ -88,24 +36,22 @@ void Modem::SetPower(Power next)
         signalTimer.stop();
 
     switch (power) {
-    case Off:
-        EndCall(nullptr);
-        daemon.Send("ModemOff");
-        break;
+    case Off: HangupAll(EndPowerLost); break;
     case PoweringUp: transition.start(times.powerUp); break;
     case On:
-        daemon.Send("ModemPowered");
-        FollowNetwork();
-        break;
-    case Registered:
-        daemon.Send("ModemRegistered");
-        signalTimer.start(times.signalInterval);
-        ReportSignal();
-        break;
+    case Registered: break;
     case PoweringDown:
-        EndCall("CallTerminated");
+        HangupAll(EndNetworkLost);
         transition.start(times.powerDown);
         break;
+    }
+
+    Q_EMIT PowerChanged(power);
+    if (power == On) {
+        FollowNetwork();
+    } else if (power == Registered) {
+        signalTimer.start(times.signalInterval);
+        ReportSignal();
     }
 }
 
@@ -129,7 +75,7 @@ void Modem::FollowNetwork()
     else if (power == On && !canRegister)
         transition.stop();
     else if (power == Registered && !canRegister) {
-        EndCall("CallTerminated");
+        HangupAll(EndNetworkLost);
         SetPower(On);
     }
 }
@@ -137,12 +83,15 @@ void Modem::FollowNetwork()
 void Modem::ReportSignal()
 {
     if (power == Registered && !silent)
-        daemon.Send("SignalQuality", {signalQuality});
+        Q_EMIT SignalMeasured(signalQuality);
 }
 
 void Modem::SetSim(bool inserted)
 {
+    const bool changed = simInserted != inserted;
     simInserted = inserted;
+    if (changed)
+        Q_EMIT SimChanged(inserted);
     FollowNetwork();
 }
 
@@ -169,44 +118,112 @@ QString Modem::Drop()
     if (power == Off)
         return QStringLiteral("the modem is off");
     SetPower(Off);
+    Q_EMIT PowerLost();
     return {};
+}
+
+QString Modem::SetPlugged(bool plugged)
+{
+    if (this->plugged == plugged)
+        return QStringLiteral("the modem is %1 already").arg(plugged ? "plugged in" : "unplugged");
+    this->plugged = plugged;
+    if (!plugged && power != Off)
+        SetPower(Off);
+    Q_EMIT PluggedChanged(plugged);
+    return {};
+}
+
+bool Modem::SetApn(const QString& name)
+{
+    if (power != On && power != Registered)
+        return false;
+    apn = name;
+    return true;
 }
 
 // Calls and messages
 
-QVariantList Modem::CallInfo() const
+Call* Modem::FindCall(Call::State state)
 {
-    return {QVariantMap{{"LineIdentification", callNumber}}};
+    const auto found = std::find_if(calls.begin(), calls.end(), [&](const Call& call) { return call.state == state; });
+    return found == calls.end() ? nullptr : &*found;
+}
+
+void Modem::AddCall(Call::State state, const QString& number)
+{
+    Call call;
+    call.id = !calls.isEmpty() && calls.first().id == 1 ? 2 : 1;
+    call.outgoing = state == Call::Dialling;
+    call.state = state;
+    call.number = number;
+    calls.append(call);
 }
 
 bool Modem::Dial(const QString& number)
 {
     const FarEnd farEnd = farEnds.value(number, FarEndAnswers);
-    if (power != Registered || call != NoCall || farEnd == FarEndUnreachable)
+    if (power != Registered || !calls.isEmpty() || farEnd == FarEndUnreachable)
         return false;
-    call = Dialling;
-    callNumber = number;
+    AddCall(Call::Dialling, number);
     if (farEnd != FarEndDoesNotAnswer)
         farEndTimer.start(times.answer);
     return true;
 }
 
-void Modem::ConnectCall()
+bool Modem::Answer()
 {
-    farEndTimer.stop();
-    call = Active;
-    daemon.Send("CallAnswered", CallInfo());
+    Call* call = FindCall(Call::Ringing);
+    if (call)
+        Connect(*call);
+    return call;
 }
 
-/// @param signal how the daemon tells of it; a modem that loses its power tells nothing.
-void Modem::EndCall(const char* signal)
+void Modem::Connect(Call& call)
 {
-    if (call == NoCall)
-        return;
     farEndTimer.stop();
-    call = NoCall;
-    if (signal)
-        daemon.Send(signal, CallInfo());
+    call.state = Call::Active;
+    call.answered = true;
+    Q_EMIT CallAnswered(call);
+}
+
+void Modem::EndCall(int id, End why)
+{
+    const auto found = std::find_if(calls.begin(), calls.end(), [&](const Call& call) { return call.id == id; });
+    if (found == calls.end())
+        return;
+    const Call ended = *found;
+    calls.erase(found);
+    if (ended.outgoing)
+        farEndTimer.stop();
+    Q_EMIT CallEnded(ended, why);
+
+    // Whoever waited rings now.
+    if (Call* waiting = FindCall(Call::Waiting); waiting && calls.size() == 1) {
+        waiting->state = Call::Ringing;
+        Q_EMIT CallCame(*waiting);
+    }
+}
+
+bool Modem::Hangup(int id)
+{
+    const auto before = calls.size();
+    EndCall(id, EndHangup);
+    return calls.size() != before;
+}
+
+bool Modem::HangupAll(End why)
+{
+    const QList<Call> before = calls;
+    // From the last on, so that nobody who waits begins to ring.
+    for (auto call = before.rbegin(); call != before.rend(); ++call)
+        EndCall(call->id, why);
+    return !before.isEmpty();
+}
+
+bool Modem::SendSms()
+{
+    smsSent += power == Registered;
+    return power == Registered;
 }
 
 void Modem::SetFarEnd(const QString& number, FarEnd behaviour)
@@ -214,71 +231,65 @@ void Modem::SetFarEnd(const QString& number, FarEnd behaviour)
     farEnds.insert(number, behaviour);
 }
 
-/// @return why the network cannot reach the phone, if so.
-QString Modem::WhyUnreachable() const
-{
-    if (!daemon.IsOnBus())
-        return QStringLiteral("the GSM daemon is not on the bus");
-    return power == Registered ? QString() : QStringLiteral("the modem is not registered");
-}
-
 QString Modem::Ring(const QString& number)
 {
-    if (const QString problem = WhyUnreachable(); !problem.isEmpty())
-        return problem;
-    if (call != NoCall)
-        return QStringLiteral("a call is in progress");
-    call = Ringing;
-    callNumber = number;
-    daemon.Send("CallIncoming", CallInfo());
+    if (power != Registered)
+        return QStringLiteral("the modem is not registered");
+    const bool canWait = callWaiting && calls.size() == 1 && calls.first().state == Call::Active;
+    if (!calls.isEmpty() && !canWait)
+        return QStringLiteral("the line is busy: a call is in progress");
+    AddCall(calls.isEmpty() ? Call::Ringing : Call::Waiting, number);
+    Q_EMIT CallCame(calls.last());
     return {};
 }
 
 QString Modem::FarEndAnswer()
 {
-    if (call != Dialling)
+    Call* call = FindCall(Call::Dialling);
+    if (!call)
         return QStringLiteral("no call is being dialled");
-    ConnectCall();
+    Connect(*call);
     return {};
 }
 
 QString Modem::FarEndReject()
 {
-    if (call != Dialling)
+    const Call* call = FindCall(Call::Dialling);
+    if (!call)
         return QStringLiteral("no call is being dialled");
-    EndCall("CallRejected");
+    EndCall(call->id, EndRejected);
     return {};
 }
 
 QString Modem::FarEndHangup()
 {
-    if (call == NoCall)
+    if (calls.isEmpty())
         return QStringLiteral("there is no call");
-    EndCall("CallTerminated");
+    EndCall(calls.first().id, EndFarEnd);
     return {};
 }
 
 QString Modem::DeliverSms(const QString& number, const QString& text)
 {
-    if (const QString problem = WhyUnreachable(); !problem.isEmpty())
-        return problem;
-    daemon.Send(
-        "MessageReceived",
-        {text, QVariantMap{{"Sender", number}, {"SentTime", QDateTime::currentDateTime().toString(Qt::ISODate)}}});
+    if (power != Registered)
+        return QStringLiteral("the modem is not registered");
+    Q_EMIT MessageCame(number, text);
     return {};
 }
 
 QVariantMap Modem::State() const
 {
     static constexpr const char* powerNames[] = {"off", "powering up", "on", "registered", "powering down"};
-    static constexpr const char* callNames[] = {"none", "dialling", "ringing", "active"};
-    return {{"modem", powerNames[power]},
+    static constexpr const char* callNames[] = {"dialling", "ringing", "waiting", "active"};
+    const Call call = calls.value(0);
+    return {{"modem", plugged ? powerNames[power] : "unplugged"},
             {"sim", simInserted ? "in" : "out"},
             {"network", networkFound ? "found" : "lost"},
             {"signal", signalQuality},
             {"reports", silent ? "silent" : "normal"},
-            {"call", callNames[call]},
-            {"number", call == NoCall ? QString() : callNumber},
+            {"call", calls.isEmpty() ? "none" : callNames[call.state]},
+            {"number", call.number},
+            {"waiting", calls.value(1).number},
             {"apn", apn},
             {"sms-sent", smsSent}};
 }

@@ -1,9 +1,10 @@
 #pragma once
 
-#include "BusService.h"
-
+#include <QList>
+#include <QMap>
 #include <QObject>
 #include <QTimer>
+#include <QVariantMap>
 
 /// How long the device's parts take, in milliseconds.
 struct DeviceTimes {
@@ -14,16 +15,31 @@ struct DeviceTimes {
     int answer = 4000; ///< until the far end answers or rejects a call
 };
 
-/// The modem with its SIM card and the network around it, behind the GSM daemon's interface.
+/// A call, from the modem's side.
+struct Call {
+    enum State { Dialling, Ringing, Waiting, Active };
+
+    int id = 0; ///< from 1, as in 3GPP TS 22.030
+    bool outgoing = false;
+    bool answered = false;
+    State state = Dialling;
+    QString number; ///< empty when it is withheld
+};
+
+/// The modem with its SIM card and the network around it. It knows nothing of how it is reached: a front end asks it,
+/// and relays what it reports.
 class Modem : public QObject
 {
     Q_OBJECT
 
 public:
+    enum Power { Off, PoweringUp, On, Registered, PoweringDown };
     /// What happens to a call to a number.
     enum FarEnd { FarEndAnswers, FarEndRejects, FarEndDoesNotAnswer, FarEndUnreachable };
+    /// Why a call ended.
+    enum End { EndHangup, EndHangupAll, EndFarEnd, EndRejected, EndNetworkLost, EndPowerLost };
 
-    Modem(BusService& daemon, const DeviceTimes& times);
+    explicit Modem(const DeviceTimes& times);
 
     // The world around. Each that can be refused returns an empty text, or why it is.
     void SetSim(bool inserted);
@@ -32,6 +48,7 @@ public:
     void SetSignalQuality(uchar quality);
     void SetFarEnd(const QString& number, FarEnd behaviour);
     QString Drop();
+    QString SetPlugged(bool plugged);
     QString Ring(const QString& number);
     QString FarEndAnswer();
     QString FarEndReject();
@@ -40,27 +57,53 @@ public:
 
     QVariantMap State() const;
 
-private:
-    enum Power { Off, PoweringUp, On, Registered, PoweringDown };
-    enum Call { NoCall, Dialling, Ringing, Active };
+    // What a front end asks. Each that can be refused returns whether it was done.
+    Power PowerState() const { return power; }
+    bool IsSilent() const { return silent; }
+    bool IsPlugged() const { return plugged; }
+    bool IsSimInserted() const { return simInserted; }
+    uchar SignalStrength() const { return signalQuality; }
+    const QList<Call>& Calls() const { return calls; }
+    bool SetEnabled(bool enable);
+    const QString& Apn() const { return apn; }
+    bool SetApn(const QString& name);
+    bool Dial(const QString& number);
+    /// Answers the call that rings.
+    bool Answer();
+    /// Lets a second caller wait while there is a call; without, the line is busy.
+    void SetCallWaiting(bool allowed) { callWaiting = allowed; }
+    bool Hangup(int id);
+    bool HangupAll(End why);
+    bool SendSms();
 
-    void HandleRequests();
-    void SetEnabled(bool enable);
+Q_SIGNALS:
+    void PowerChanged(Modem::Power power);
+    /// The modem has lost its power by itself, or was unplugged.
+    void PowerLost();
+    void PluggedChanged(bool plugged);
+    void SimChanged(bool inserted);
+    void SignalMeasured(uchar quality);
+    /// A call came in: it rings, or waits.
+    void CallCame(const Call& call);
+    void CallAnswered(const Call& call);
+    void CallEnded(const Call& call, Modem::End why);
+    void MessageCame(const QString& number, const QString& text);
+
+private:
     void SetPower(Power next);
     void OnTransition();
     void FollowNetwork();
     void ReportSignal();
-    bool Dial(const QString& number);
-    void ConnectCall();
-    void EndCall(const char* signal);
-    QVariantList CallInfo() const;
-    QString WhyUnreachable() const;
+    Call* FindCall(Call::State state);
+    void AddCall(Call::State state, const QString& number);
+    void Connect(Call& call);
+    void EndCall(int id, End why);
 
-    BusService& daemon;
     const DeviceTimes times;
     Power power = Off;
-    Call call = NoCall;
-    QString callNumber;
+    QList<Call> calls; ///< at most two, of which one waits
+    bool callWaiting = false;
+    bool plugged = true;
     bool simInserted = true;
     bool networkFound = true;
     bool silent = false;

@@ -9,6 +9,7 @@
 #include <QTime>
 
 #include <algorithm>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <iterator>
@@ -32,6 +33,7 @@ network and an audio path.
   kova-simulator send ring +493023125001  steer the one that runs: a call comes in
   kova-simulator send fault Call silent   the GSM daemon no longer answers when it is to dial
   kova-simulator send log                 follow what the phone service asks of the device
+  kova-simulator --at-tcp 4321            offer the modem as an AT port instead, for oFono or ModemManager
   kova-simulator play no-sim.scenario     be the device, play a scenario, and fail if it does not come true)";
 
 struct TimeOption {
@@ -96,10 +98,11 @@ QString JoinWords(QStringList words)
 }
 
 /// @param scenarioFile to be played, or empty to be the device on the console.
-int BeDevice(const DeviceTimes& times, const QString& scenarioFile, bool quiet, int signalInput)
+int BeDevice(const DeviceTimes& times, const DeviceOptions& options, const QString& scenarioFile, bool quiet,
+             int signalInput)
 {
     const bool plays = !scenarioFile.isEmpty();
-    Device device(times);
+    Device device(times, options);
     Commands commands(device);
     Control control(device, commands);
     std::unique_ptr<Scenario> scenario;
@@ -158,6 +161,19 @@ int main(int argc, char** argv)
         options.addOption({option.name,
                            QStringLiteral("Time %1, in milliseconds (%2).").arg(option.what).arg(times.*option.time),
                            QStringLiteral("ms"), QString::number(times.*option.time)});
+    const QCommandLineOption atTcp(
+        QStringLiteral("at-tcp"),
+        QStringLiteral("Offer the modem as an AT port on this TCP port of the machine itself "
+                       "instead of the GSM daemon."),
+        QStringLiteral("port"));
+    const QCommandLineOption atAbstract(QStringLiteral("at-abstract"),
+                                        QStringLiteral("The same, on a socket of this name in the abstract namespace."),
+                                        QStringLiteral("name"));
+    const QCommandLineOption atStaysOn(
+        QStringLiteral("at-stays-on"),
+        QStringLiteral("Keep the modem's power and calls when the AT port is closed; else it is switched off."));
+    const QCommandLineOption noAudio(QStringLiteral("no-audio"), QStringLiteral("Do not be the three audio services."));
+    options.addOptions({atTcp, atAbstract, atStaysOn, noAudio});
     const QCommandLineOption quiet(QStringLiteral("quiet"), QStringLiteral("Do not print what happens."));
     options.addOption(quiet);
     options.addPositionalArgument(QStringLiteral("mode"), QStringLiteral("play FILE, send COMMAND, or nothing."),
@@ -177,5 +193,12 @@ int main(int argc, char** argv)
                         QStringLiteral("options, then \"play FILE\", \"send COMMAND\" or nothing; see --help"));
     if (!ReadTimes(options, times))
         return Complain(ExitUsage, QStringLiteral("times are whole numbers of milliseconds; see --help"));
-    return BeDevice(times, mode.value(1), options.isSet(quiet), HoldSignals());
+    DeviceOptions offers;
+    offers.atTcpPort = options.value(atTcp).toInt();
+    offers.atAbstractName = options.value(atAbstract);
+    offers.atStaysOn = options.isSet(atStaysOn);
+    offers.audio = !options.isSet(noAudio);
+    if (options.isSet(atTcp) && (offers.atTcpPort < 1 || offers.atTcpPort > USHRT_MAX))
+        return Complain(ExitUsage, QStringLiteral("a TCP port is a number from 1 to 65535"));
+    return BeDevice(times, offers, mode.value(1), options.isSet(quiet), HoldSignals());
 }

@@ -1,0 +1,643 @@
+#include "AtModem.h"
+
+#include <QRegularExpression>
+
+namespace
+{
+
+constexpr int RingIntervalMs = 5000;
+constexpr char OperatorName[] = "Kova";
+constexpr char OperatorNumber[] = "00101"; ///< the test network of 3GPP TS 36.508
+
+// 3GPP TS 24.008, 10.5.4.7: types of numbers
+constexpr int NumberInternational = 145;
+constexpr int NumberUnknown = 129;
+constexpr int NumberWithheld = 128;
+
+/// Commands that do the same as a method of the GSM daemon.
+struct Counterpart {
+    const char* command; ///< with its operation
+    QStringList methods;
+    /// What the method would take, or nothing when the command does something else this time.
+    std::optional<QVariantList> (*arguments)(const AtCommand& command);
+};
+
+std::optional<QVariantList> None(const AtCommand&)
+{
+    return QVariantList();
+}
+
+const QList<Counterpart>& AllCounterparts()
+{
+    static const QList<Counterpart> all = {
+        {"D=",
+         {"Call"},
+         [](const AtCommand& command) { return std::optional(QVariantList{command.parameters.at(0)}); }},
+        {"A", {"CallAnswer"}, None},
+        {"H", {"CallHangup", "CallHangupAll"}, None},
+        {"+CHUP", {"CallHangup", "CallHangupAll"}, None},
+        {"+CHLD=", {"CallHangup", "CallHangupAll"}, None},
+        {"+CFUN=",
+         {"ModemSetEnabled"},
+         [](const AtCommand& command) { return std::optional(QVariantList{command.Number(0, 0) == 1}); }},
+        {"+CREG?", {"ModemGetStatus"}, None},
+        {"+CPIN?", {"IsSimPresent"}, None},
+        {"+COPS=",
+         {"PingRegistration"},
+         [](const AtCommand& command) {
+             return command.Number(0, 0) == 0 ? std::optional(QVariantList()) : std::nullopt;
+         }},
+        {"+CSQ", {"SignalStrength"}, None},
+        {"+CGDCONT=",
+         {"GprsSetApn"},
+         [](const AtCommand& command) {
+             return std::optional(QVariantList{command.parameters.value(2), "", ""});
+         }},
+    };
+    return all;
+}
+
+const Counterpart* FindCounterpart(const AtCommand& command)
+{
+    static constexpr const char* signs[] = {"", "?", "=?", "="};
+    const QString text = command.name + QLatin1String(signs[command.operation]);
+    for (const Counterpart& counterpart : AllCounterparts()) {
+        if (text == QLatin1String(counterpart.command))
+            return &counterpart;
+    }
+    return nullptr;
+}
+
+AtAnswer Refuse(int number)
+{
+    return {AtAnswer::EquipmentError, number};
+}
+
+QByteArray Quoted(const QString& text)
+{
+    // What would end the text or the line cannot be said there.
+    QString plain = text;
+    plain.remove(QRegularExpression(QStringLiteral("[\"[:cntrl:]]")));
+    return '"' + plain.toUtf8() + '"';
+}
+
+int NumberType(const QString& number)
+{
+    return number.isEmpty()                      ? NumberWithheld
+           : number.startsWith(QLatin1Char('+')) ? NumberInternational
+                                                 : NumberUnknown;
+}
+
+/// 3GPP TS 27.007, 8.5: 0 to 31 for a signal of 0 to 100 percent.
+QByteArray SignalText(int quality)
+{
+    constexpr int Most = 31;
+    return "+CSQ: " + QByteArray::number((qMin(quality, 100) * Most + 50) / 100) + ",99";
+}
+
+}
+
+AtModem::AtModem(Modem& modem, BusService& contract, bool staysOn) : modem(modem), contract(contract), staysOn(staysOn)
+{
+    HandleCommands();
+    ringTimer.setInterval(RingIntervalMs);
+    connect(&ringTimer, &QTimer::timeout, this, &AtModem::ReportRing);
+    connect(&modem, &Modem::PowerChanged, this, &AtModem::OnPowerChanged);
+    connect(&modem, &Modem::SimChanged, this,
+            [this](bool inserted) { Report("+USIMSTATE: " + QByteArray::number(int{inserted})); });
+    connect(&modem, &Modem::SignalMeasured, this, [this](uchar quality) { Report(SignalText(quality)); });
+    connect(&modem, &Modem::CallCame, this, &AtModem::OnCallCame);
+    connect(&modem, &Modem::CallAnswered, &ringTimer, &QTimer::stop);
+    connect(&modem, &Modem::CallEnded, this, &AtModem::OnCallEnded);
+    connect(&modem, &Modem::MessageCame, this, [this](const QString& number, const QString& text) {
+        const QList<QByteArray> lines = messages.Deliver(number, text, open && !this->modem.IsSilent());
+        for (const QByteArray& line : lines)
+            Report(line);
+    });
+}
+
+QString AtModem::Counterparts()
+{
+    QStringList lines;
+    for (const Counterpart& counterpart : AllCounterparts())
+        lines.append(counterpart.methods.join(QStringLiteral(", ")).leftJustified(28) + QLatin1String("AT") +
+                     QLatin1String(counterpart.command));
+    lines.append(QStringLiteral("SendSms").leftJustified(28) + QLatin1String("AT+CMGS=, of the last part"));
+    return lines.join(QLatin1Char('\n'));
+}
+
+// The port
+
+void AtModem::Open()
+{
+    open = true;
+    ++visit;
+    reported = Registration();
+    if (!modem.Calls().isEmpty() && modem.Calls().first().state == Call::Ringing)
+        ringTimer.start();
+}
+
+/// A port that is opened again has its settings as at the start.
+void AtModem::Close()
+{
+    open = false;
+    settings = {};
+    messages.Reset();
+    modem.SetCallWaiting(false);
+    input.Clear();
+    queue.clear();
+    reports.clear();
+    executing = waiting = prompting = false;
+    arrival.reset();
+    arrivalDelay = 0;
+    contextActive = false;
+    ringTimer.stop();
+    const Modem::Power power = modem.PowerState();
+    if (!staysOn && power != Modem::Off && power != Modem::PoweringDown) {
+        contract.Narrate("ModemSetEnabled", {false});
+        modem.SetEnabled(false);
+    }
+}
+
+void AtModem::Feed(const QByteArray& data)
+{
+    if (modem.IsSilent())
+        return;
+    if (settings.echo && !prompting)
+        Q_EMIT Output(data);
+    input.Append(data);
+    Process();
+}
+
+void AtModem::Process()
+{
+    while (open && !waiting) {
+        if (!queue.isEmpty()) {
+            Execute(queue.takeFirst());
+            continue;
+        }
+        if (executing && !prompting) {
+            EndLine("OK");
+            continue;
+        }
+
+        const std::optional<AtInput::Item> item = input.Take(prompting);
+        if (!item)
+            return;
+        if (prompting) {
+            TakeData(*item);
+            continue;
+        }
+        // Noise on the line is no command line.
+        if (item->kind != AtInput::TooLong && !item->bytes.trimmed().toUpper().startsWith("AT"))
+            continue;
+        const std::optional<QList<AtCommand>> commands =
+            item->kind == AtInput::TooLong ? std::nullopt : ParseAtLine(item->bytes.trimmed().mid(2));
+        executing = true;
+        if (commands)
+            queue = *commands;
+        else
+            EndLine("ERROR");
+    }
+}
+
+void AtModem::Execute(const AtCommand& command)
+{
+    const auto act = [this, command] {
+        if (AtMessages::Knows(command.name))
+            return messages.Carry(command);
+        const Handler handler = handlers.value(command.name);
+        return handler ? handler(command) : AtAnswer{AtAnswer::Error};
+    };
+    const Counterpart* counterpart = FindCounterpart(command);
+    const std::optional<QVariantList> arguments = counterpart ? counterpart->arguments(command) : std::nullopt;
+    if (arguments)
+        Meet(counterpart->methods, *arguments, act);
+    else
+        Finish(act());
+}
+
+void AtModem::TakeData(const AtInput::Item& item)
+{
+    prompting = false;
+    if (item.kind == AtInput::Aborted)
+        return Finish({});
+    if (item.kind == AtInput::TooLong)
+        return Finish({AtAnswer::MessageError, CmsInvalidPdu});
+    const AtMessages::Submission submission = messages.Submit(item.bytes);
+    if (!submission.message)
+        return Finish(submission.answer);
+    Meet({"SendSms"}, {submission.message->number, submission.message->text}, [this, submission] {
+        if (!modem.SendSms())
+            return AtAnswer{AtAnswer::MessageError, CmsNoNetwork};
+        messages.ForgetSubmitted(*submission.message);
+        return submission.answer;
+    });
+}
+
+/// Carries out what does the same as a method of the GSM daemon, under the fault that was planted there.
+void AtModem::Meet(const QStringList& methods, const QVariantList& arguments, const std::function<AtAnswer()>& act)
+{
+    contract.Narrate(methods.first(), arguments);
+    std::optional<Fault> fault;
+    for (const QString& method : methods) {
+        if (!fault)
+            fault = contract.TakeFault(method);
+    }
+    if (!fault)
+        return Finish(act());
+
+    switch (fault->kind) {
+    case Fault::Silent:
+        queue.clear();
+        executing = false;
+        break;
+    case Fault::Error: Finish({AtAnswer::Error}); break;
+    case Fault::Status:
+        Finish({methods.first() == QLatin1String("SendSms") ? AtAnswer::MessageError : AtAnswer::EquipmentError,
+                fault->number});
+        break;
+    case Fault::Delay: FinishLater(act(), fault->number); break;
+    }
+}
+
+void AtModem::FinishLater(const AtAnswer& answer, int ms)
+{
+    if (answer.result == AtAnswer::Later) {
+        arrivalDelay = ms;
+        return Finish(answer);
+    }
+    waiting = true;
+    QTimer::singleShot(ms, this, [this, answer, asked = visit] {
+        if (!open || asked != visit)
+            return;
+        Finish(answer);
+        Process();
+    });
+}
+
+void AtModem::Finish(const AtAnswer& answer)
+{
+    waiting = answer.result == AtAnswer::Later;
+    for (const QByteArray& line : answer.lines)
+        Write(line);
+    const QByteArray number = QByteArray::number(answer.number);
+    switch (answer.result) {
+    case AtAnswer::Ok:
+    case AtAnswer::Later: break;
+    case AtAnswer::Prompt:
+        prompting = true;
+        Q_EMIT Output("\r\n> ");
+        break;
+    case AtAnswer::Error: EndLine("ERROR"); break;
+    case AtAnswer::EquipmentError: EndLine(settings.errorNumbers ? "+CME ERROR: " + number : "ERROR"); break;
+    case AtAnswer::MessageError: EndLine("+CMS ERROR: " + number); break;
+    case AtAnswer::NoCarrier: EndLine("NO CARRIER"); break;
+    }
+}
+
+/// Ends a command line, also before its end, and says what waited for that.
+void AtModem::EndLine(const QByteArray& result)
+{
+    Write(result);
+    queue.clear();
+    executing = false;
+    const QList<QByteArray> due = reports;
+    reports.clear();
+    for (const QByteArray& line : due)
+        Write(line);
+}
+
+void AtModem::Write(const QByteArray& line)
+{
+    if (open && !modem.IsSilent())
+        Q_EMIT Output("\r\n" + line + "\r\n");
+}
+
+/// Says something unasked, between command lines.
+void AtModem::Report(const QByteArray& line)
+{
+    if (executing)
+        reports.append(line);
+    else
+        Write(line);
+}
+
+// Commands
+
+void AtModem::Accept(const char* name)
+{
+    handlers.insert(name, [](const AtCommand&) { return AtAnswer(); });
+}
+
+void AtModem::Inform(const char* name, const QByteArray& text)
+{
+    handlers.insert(name, [text](const AtCommand& command) {
+        return command.operation == AtCommand::Test ? AtAnswer() : AtAnswer{AtAnswer::Ok, 0, {text}};
+    });
+}
+
+void AtModem::Keep(const char* name, int most, int& value)
+{
+    handlers.insert(name, [name, most, &value](const AtCommand& command) {
+        const QByteArray prefix = QByteArray(name) + ": ";
+        if (command.operation == AtCommand::Test)
+            return AtAnswer{AtAnswer::Ok, 0, {prefix + "(0-" + QByteArray::number(most) + ')'}};
+        if (command.operation == AtCommand::Read)
+            return AtAnswer{AtAnswer::Ok, 0, {prefix + QByteArray::number(value)}};
+        const int wanted = command.Number(0, 0);
+        if (wanted < 0 || wanted > most)
+            return Refuse(CmeNotAllowed);
+        value = wanted;
+        return AtAnswer();
+    });
+}
+
+void AtModem::HandleCommands()
+{
+    HandlePort();
+    HandleNetwork();
+    HandleCalls();
+    HandleData();
+}
+
+void AtModem::HandlePort()
+{
+    for (const char* name : {"Q", "X", "&C", "&D", "&F", "Z", "+CSCS", "+IFC"})
+        Accept(name);
+    handlers.insert("V", [](const AtCommand& command) {
+        return command.Number(0, 1) == 1 ? AtAnswer() : AtAnswer{AtAnswer::Error};
+    });
+    Keep("E", 1, settings.echo);
+    Keep("+CMEE", 2, settings.errorNumbers);
+    Inform("I", "Kova simulated modem");
+    Inform("+GCAP", "+GCAP: +CGSM");
+    for (const char* name : {"+CGMI", "+GMI"})
+        Inform(name, "Kova");
+    for (const char* name : {"+CGMM", "+GMM"})
+        Inform(name, "Simulated modem");
+    for (const char* name : {"+CGMR", "+GMR"})
+        Inform(name, "1.0");
+    for (const char* name : {"+CGSN", "+GSN"})
+        Inform(name, "490154203237518");
+    Inform("+CBC", "+CBC: 0,100");
+}
+
+void AtModem::HandleNetwork()
+{
+    handlers.insert("+CFUN", [this](const AtCommand& command) { return SetFunction(command); });
+    const auto withSim = [this](const QByteArray& text) {
+        return modem.IsSimInserted() ? AtAnswer{AtAnswer::Ok, 0, {text}} : Refuse(CmeSimNotInserted);
+    };
+    handlers.insert("+CPIN", [withSim](const AtCommand& command) {
+        return command.operation == AtCommand::Read ? withSim("+CPIN: READY") : AtAnswer();
+    });
+    handlers.insert("+CIMI", [withSim](const AtCommand&) { return withSim("001010123456789"); });
+    // oFono's plugin for simulated modems asks for the card this way.
+    handlers.insert("+SIMSTATE", [this](const AtCommand&) {
+        return AtAnswer{AtAnswer::Ok, 0, {"+SIMSTATE: " + QByteArray::number(int{modem.IsSimInserted()})}};
+    });
+    handlers.insert("+CSQ", [this](const AtCommand&) {
+        return AtAnswer{
+            AtAnswer::Ok,
+            0,
+            {modem.PowerState() == Modem::Registered ? SignalText(modem.SignalStrength()) : QByteArray("+CSQ: 99,99")}};
+    });
+    handlers.insert("+CREG",
+                    [this](const AtCommand& command) { return ShowRegistration(command, settings.registration); });
+    handlers.insert(
+        "+CGREG", [this](const AtCommand& command) { return ShowRegistration(command, settings.packetRegistration); });
+    handlers.insert("+COPS", [this](const AtCommand& command) { return SelectOperator(command); });
+}
+
+void AtModem::HandleCalls()
+{
+    Keep("+CRC", 1, settings.ringType);
+    Keep("+CLIP", 1, settings.callerNumber);
+    Keep("+CCWA", 1, settings.callWaiting);
+    const Handler keepWaiting = handlers.value("+CCWA");
+    handlers.insert("+CCWA", [this, keepWaiting](const AtCommand& command) {
+        const AtAnswer answer = keepWaiting(command);
+        modem.SetCallWaiting(settings.callWaiting);
+        return answer;
+    });
+    handlers.insert("D", [this](const AtCommand& command) { return Dial(command); });
+    handlers.insert("A",
+                    [this](const AtCommand&) { return modem.Answer() ? AtAnswer() : AtAnswer{AtAnswer::NoCarrier}; });
+    const auto hangUp = [this](const AtCommand& command) {
+        if (command.operation == AtCommand::Execute)
+            modem.HangupAll(Modem::EndHangup);
+        return AtAnswer();
+    };
+    handlers.insert("H", hangUp);
+    handlers.insert("+CHUP", hangUp);
+    handlers.insert("+CHLD", [this](const AtCommand& command) { return HandleWaiting(command); });
+    handlers.insert("+CLCC", [this](const AtCommand& command) {
+        return command.operation == AtCommand::Execute ? ListCalls() : AtAnswer();
+    });
+}
+
+void AtModem::HandleData()
+{
+    Accept("+CGATT");
+    handlers.insert("+CGDCONT", [this](const AtCommand& command) { return DefineContext(command); });
+    handlers.insert("+CGACT", [this](const AtCommand& command) {
+        if (command.operation == AtCommand::Test)
+            return AtAnswer{AtAnswer::Ok, 0, {"+CGACT: (0,1)"}};
+        if (command.operation == AtCommand::Read)
+            return AtAnswer{AtAnswer::Ok, 0, {"+CGACT: 1," + QByteArray::number(int{contextActive})}};
+        if (modem.PowerState() != Modem::Registered)
+            return Refuse(CmeNoNetwork);
+        contextActive = command.Number(0, 0) == 1;
+        return AtAnswer();
+    });
+}
+
+AtAnswer AtModem::SetFunction(const AtCommand& command)
+{
+    const Modem::Power power = modem.PowerState();
+    const bool isOn = power == Modem::On || power == Modem::Registered;
+    if (command.operation == AtCommand::Test)
+        return {AtAnswer::Ok, 0, {"+CFUN: (0,1,4),(0)"}};
+    if (command.operation == AtCommand::Read)
+        return {AtAnswer::Ok, 0, {isOn ? "+CFUN: 1" : "+CFUN: 4"}};
+
+    const int function = command.Number(0, -1);
+    if (function != 0 && function != 1 && function != 4)
+        return Refuse(CmeNotAllowed);
+    const bool enable = function == 1;
+    if (enable ? isOn : power == Modem::Off)
+        return {};
+    arrival = enable ? Modem::On : Modem::Off;
+    modem.SetEnabled(enable);
+    return {AtAnswer::Later};
+}
+
+/// 3GPP TS 27.007, 7.2: 0 off, 1 registered, 2 searching.
+int AtModem::Registration() const
+{
+    const Modem::Power power = modem.PowerState();
+    return power == Modem::Registered ? 1 : power == Modem::On && modem.IsSimInserted() ? 2 : 0;
+}
+
+QByteArray AtModem::RegistrationText(int mode) const
+{
+    const QByteArray place = mode == 2 && Registration() == 1 ? ",\"0001\",\"0001\"" : "";
+    return QByteArray::number(Registration()) + place;
+}
+
+AtAnswer AtModem::ShowRegistration(const AtCommand& command, int& mode)
+{
+    const QByteArray prefix = command.name.toLatin1() + ": ";
+    if (command.operation == AtCommand::Test)
+        return {AtAnswer::Ok, 0, {prefix + "(0-2)"}};
+    if (command.operation != AtCommand::Set)
+        return {AtAnswer::Ok, 0, {prefix + QByteArray::number(mode) + ',' + RegistrationText(mode)}};
+    mode = qBound(0, command.Number(0, 0), 2);
+    return {};
+}
+
+AtAnswer AtModem::SelectOperator(const AtCommand& command)
+{
+    constexpr int FormatNumeric = 2;
+    constexpr int OnlyFormat = 3;
+    const bool registered = modem.PowerState() == Modem::Registered;
+    const QByteArray name = settings.operatorFormat == FormatNumeric ? OperatorNumber : OperatorName;
+    switch (command.operation) {
+    case AtCommand::Test:
+        return {AtAnswer::Ok,
+                0,
+                {QByteArray("+COPS: (") + (registered ? '2' : '1') + ",\"" + OperatorName + "\",\"" + OperatorName +
+                 "\",\"" + OperatorNumber + "\",0),,(0,1,3),(0-2)"}};
+    case AtCommand::Read:
+        return {AtAnswer::Ok,
+                0,
+                {"+COPS: 0" + (registered ? ',' + QByteArray::number(settings.operatorFormat) + ",\"" + name + "\",0"
+                                          : QByteArray())}};
+    case AtCommand::Execute:
+    case AtCommand::Set: break;
+    }
+    const int mode = command.Number(0, 0);
+    if (mode == OnlyFormat)
+        settings.operatorFormat = qBound(0, command.Number(1, 0), FormatNumeric);
+    return mode == 0 || mode == 1 || mode == OnlyFormat ? AtAnswer() : Refuse(CmeNotAllowed);
+}
+
+AtAnswer AtModem::Dial(const AtCommand& command)
+{
+    static const QRegularExpression noDigit(QStringLiteral("[^0-9*#+]")); // the rest steers how to dial
+    const QString number = QString(command.parameters.value(0)).remove(noDigit);
+    if (command.parameters.value(1).isEmpty()) // a data call
+        return {AtAnswer::NoCarrier};
+    if (number.isEmpty() || !modem.Calls().isEmpty())
+        return Refuse(CmeNotAllowed);
+    if (modem.PowerState() != Modem::Registered)
+        return Refuse(CmeNoNetwork);
+    return {modem.Dial(number) ? AtAnswer::Ok : AtAnswer::NoCarrier};
+}
+
+/// 3GPP TS 27.007, 7.18.
+AtAnswer AtModem::ListCalls() const
+{
+    static constexpr int states[] = {3, 4, 5, 0}; // alerting, incoming, waiting, active
+    AtAnswer answer;
+    for (const Call& call : modem.Calls()) {
+        QByteArray line = "+CLCC: " + QByteArray::number(call.id) + ',' + (call.outgoing ? '0' : '1') + ',' +
+                          QByteArray::number(states[call.state]) + ",0,0";
+        if (!call.number.isEmpty())
+            line += ',' + Quoted(call.number) + ',' + QByteArray::number(NumberType(call.number));
+        answer.lines.append(line);
+    }
+    return answer;
+}
+
+/// 3GPP TS 22.030, 6.5.5: 0 refuses whoever waits or rings, 1 ends the call and takes the one that waits, 1 and a
+/// number ends that call. There is no holding.
+AtAnswer AtModem::HandleWaiting(const AtCommand& command)
+{
+    if (command.operation == AtCommand::Test)
+        return {AtAnswer::Ok, 0, {"+CHLD: (0,1,1x)"}};
+    const QString action = command.parameters.value(0);
+    if (action.size() == 2 && action.startsWith(QLatin1Char('1')))
+        return modem.Hangup(action.mid(1).toInt()) ? AtAnswer() : Refuse(CmeNotAllowed);
+    for (const Call& call : modem.Calls()) {
+        const bool isNew = call.state == Call::Waiting || call.state == Call::Ringing;
+        if (action == QLatin1String("0") && isNew) {
+            modem.Hangup(call.id);
+            return {};
+        }
+        if (action == QLatin1String("1") && call.state == Call::Active) {
+            modem.Hangup(call.id);
+            modem.Answer();
+            return {};
+        }
+    }
+    return Refuse(CmeNotAllowed);
+}
+
+AtAnswer AtModem::DefineContext(const AtCommand& command)
+{
+    switch (command.operation) {
+    case AtCommand::Test: return {AtAnswer::Ok, 0, {"+CGDCONT: (1-4),\"IP\",,,(0),(0)"}};
+    case AtCommand::Read: return {AtAnswer::Ok, 0, {"+CGDCONT: 1,\"IP\"," + Quoted(modem.Apn()) + ",\"\",0,0"}};
+    case AtCommand::Execute:
+    case AtCommand::Set: break;
+    }
+    return modem.SetApn(command.parameters.value(2)) ? AtAnswer() : Refuse(CmeNotAllowed);
+}
+
+// Reports
+
+void AtModem::OnPowerChanged()
+{
+    const bool arrived = arrival && (modem.PowerState() == *arrival ||
+                                     (*arrival == Modem::On && modem.PowerState() == Modem::Registered));
+    if (const int registration = Registration(); registration != reported) {
+        reported = registration;
+        contextActive = contextActive && registration == 1;
+        if (settings.registration > 0)
+            Report("+CREG: " + RegistrationText(settings.registration));
+        if (settings.packetRegistration > 0)
+            Report("+CGREG: " + RegistrationText(settings.packetRegistration));
+    }
+    if (arrived) {
+        arrival.reset();
+        FinishLater({}, std::exchange(arrivalDelay, 0));
+    }
+}
+
+void AtModem::OnCallCame(const Call& call)
+{
+    if (call.state == Call::Waiting) {
+        Report("+CCWA: " + Quoted(call.number) + ',' + QByteArray::number(NumberType(call.number)) + ",1");
+        return;
+    }
+    ReportRing();
+    if (open)
+        ringTimer.start();
+}
+
+/// 3GPP TS 27.007, 7.11: the last field of a withheld number says so.
+void AtModem::ReportRing()
+{
+    for (const Call& call : modem.Calls()) {
+        if (call.state != Call::Ringing)
+            continue;
+        Report(settings.ringType ? "+CRING: VOICE" : "RING");
+        if (settings.callerNumber)
+            Report("+CLIP: " + Quoted(call.number) + ',' + QByteArray::number(NumberType(call.number)) +
+                   (call.number.isEmpty() ? ",\"\",,\"\",1" : ",\"\",,\"\",0"));
+        return;
+    }
+    ringTimer.stop();
+}
+
+void AtModem::OnCallEnded(const Call& call, Modem::End why)
+{
+    if (call.state == Call::Ringing)
+        ringTimer.stop();
+    if (why == Modem::EndRejected)
+        Report("BUSY");
+    else if (why == Modem::EndFarEnd || why == Modem::EndNetworkLost)
+        Report("NO CARRIER");
+}

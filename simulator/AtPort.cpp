@@ -1,0 +1,157 @@
+#include "AtPort.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr int MaxPending = 256 * 1024; ///< bytes
+
+bool WouldBlock()
+{
+    return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+}
+
+}
+
+AtPort::~AtPort()
+{
+    // Whoever is connected to the signals may be gone.
+    blockSignals(true);
+    Close();
+    for (Entrance& entrance : entrances) {
+        entrance.arrival.reset();
+        close(entrance.socket);
+    }
+}
+
+QString AtPort::ListenOnTcp(quint16 port)
+{
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    const int yes = 1;
+    setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    return Listen(listener, &address, sizeof address, QStringLiteral("TCP port %1").arg(port));
+}
+
+QString AtPort::ListenOnAbstract(const QString& name)
+{
+    const QString label = QStringLiteral("abstract socket %1").arg(name);
+    const QByteArray bytes = name.toUtf8();
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (bytes.isEmpty() || bytes.size() >= static_cast<int>(sizeof address.sun_path))
+        return label + QStringLiteral(": its name has 1 to %1 bytes").arg(sizeof address.sun_path - 1);
+    std::memcpy(address.sun_path + 1, bytes.constData(), static_cast<std::size_t>(bytes.size()));
+    return Listen(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0), &address,
+                  static_cast<unsigned>(offsetof(sockaddr_un, sun_path) + 1) + static_cast<unsigned>(bytes.size()),
+                  label);
+}
+
+QString AtPort::Listen(int listener, const void* address, unsigned size, const QString& name)
+{
+    if (listener < 0 || bind(listener, static_cast<const sockaddr*>(address), size) != 0 || listen(listener, 1) != 0) {
+        const QString problem = name + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno));
+        if (listener >= 0)
+            close(listener);
+        return problem;
+    }
+    Entrance entrance{listener, std::make_unique<QSocketNotifier>(listener, QSocketNotifier::Read)};
+    connect(entrance.arrival.get(), &QSocketNotifier::activated, this, [this, listener] { Accept(listener); });
+    entrances.push_back(std::move(entrance));
+    Admit();
+    return {};
+}
+
+/// Takes those who wait while nobody has the port.
+void AtPort::Admit()
+{
+    for (Entrance& entrance : entrances)
+        entrance.arrival->setEnabled(client < 0 || !plugged);
+}
+
+void AtPort::Accept(int listener)
+{
+    const int arrived = accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (arrived < 0)
+        return;
+    if (!plugged) {
+        close(arrived);
+        return;
+    }
+    const int yes = 1;
+    setsockopt(arrived, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes); // fails on the other kind of socket, harmlessly
+    client = arrived;
+    readable = std::make_unique<QSocketNotifier>(client, QSocketNotifier::Read);
+    writable = std::make_unique<QSocketNotifier>(client, QSocketNotifier::Write);
+    writable->setEnabled(false);
+    connect(readable.get(), &QSocketNotifier::activated, this, &AtPort::OnReadable);
+    connect(writable.get(), &QSocketNotifier::activated, this, &AtPort::OnWritable);
+    Admit();
+    Q_EMIT Opened();
+}
+
+void AtPort::SetPlugged(bool plugged)
+{
+    this->plugged = plugged;
+    if (!plugged)
+        Close();
+    Admit();
+}
+
+void AtPort::Close()
+{
+    if (client < 0)
+        return;
+    // The notifiers may be in the middle of their own signal.
+    for (std::unique_ptr<QSocketNotifier>* notifier : {&readable, &writable}) {
+        (*notifier)->setEnabled(false);
+        notifier->release()->deleteLater();
+    }
+    close(client);
+    client = -1;
+    pending.clear();
+    Admit();
+    Q_EMIT Closed();
+}
+
+void AtPort::OnReadable()
+{
+    char buffer[4096];
+    const ssize_t size = read(client, buffer, sizeof buffer);
+    if (size > 0)
+        Q_EMIT Received(QByteArray(buffer, static_cast<int>(size)));
+    else if (size == 0 || !WouldBlock())
+        Close();
+}
+
+void AtPort::Write(const QByteArray& data)
+{
+    if (client < 0 || pending.size() + data.size() > MaxPending)
+        return;
+    const bool idle = pending.isEmpty();
+    pending += data;
+    if (idle)
+        OnWritable();
+}
+
+void AtPort::OnWritable()
+{
+    const ssize_t size = send(client, pending.constData(), static_cast<std::size_t>(pending.size()), MSG_NOSIGNAL);
+    if (size > 0)
+        pending.remove(0, static_cast<int>(size));
+    else if (size < 0 && !WouldBlock())
+        pending.clear(); // the end of the connection is read next
+    writable->setEnabled(!pending.isEmpty());
+}
