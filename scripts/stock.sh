@@ -1,0 +1,92 @@
+# Sourced after stage.sh by what runs stock modem stacks: a private system bus, the simulated modem behind an AT port,
+# and oFono or ModemManager on it. All of it ends with the stage.
+
+# start_system_bus: where everybody may do everything. Sets DBUS_SYSTEM_BUS_ADDRESS.
+start_system_bus() {
+    export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$scene/system-bus
+    cat >"$scene/system-bus.conf" <<END
+<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>$DBUS_SYSTEM_BUS_ADDRESS</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow send_type="method_call"/>
+    <allow send_type="signal"/>
+    <allow send_requested_reply="true" send_type="method_return"/>
+    <allow send_requested_reply="true" send_type="error"/>
+    <allow receive_type="method_call"/>
+    <allow receive_type="method_return"/>
+    <allow receive_type="error"/>
+    <allow receive_type="signal"/>
+  </policy>
+</busconfig>
+END
+    dbus-daemon --config-file="$scene/system-bus.conf" --nofork --nopidfile 2>"$scene/system-bus.log" &
+    players+=($!)
+    await $! "$scene/system-bus.log" test -S "$scene/system-bus"
+}
+
+# await PID LOG COMMAND...: waits until the command succeeds, fails with the log when the process ends before.
+await() {
+    local pid=$1 log=$2
+    shift 2
+    until "$@" >/dev/null 2>&1; do
+        kill -0 "$pid" 2>/dev/null || { cat "$log" >&2; return 1; }
+        sleep 0.05
+    done
+}
+
+# start_at_device [OPTION...]: the simulated modem behind an AT port, of which AT_PORT is the TCP port and AT_NAME the
+# name in the abstract namespace; it can be steered with "kova-simulator send". Its events are in $scene/device.log.
+start_at_device() {
+    AT_NAME=kova-$$
+    for AT_PORT in $(shuf -n 20 -i 20000-32000); do
+        "$build/kova-simulator" --at-tcp "$AT_PORT" --at-abstract "$AT_NAME" "$@" </dev/null >"$scene/device.log" 2>&1 &
+        players+=($!)
+        if await $! /dev/null grep -qx ready "$scene/device.log"; then
+            export AT_PORT AT_NAME
+            return
+        fi
+        grep -q 'Address already in use' "$scene/device.log" || break # else another port
+    done
+    cat "$scene/device.log" >&2
+    return 1
+}
+
+# write_ofono_config: makes every ofonod of this shell find the AT port, as the modem /phonesim.
+write_ofono_config() {
+    export OFONO_PHONESIM_CONFIG=$scene/phonesim.conf
+    printf '[phonesim]\nDriver=phonesim\nAddress=127.0.0.1\nPort=%s\n' "$AT_PORT" >"$OFONO_PHONESIM_CONFIG"
+}
+
+# on_system_bus SERVICE OBJECT INTERFACE.METHOD [ARGUMENT...]: one call on the private system bus, with its answer.
+on_system_bus() {
+    local service=$1 object=$2 method=$3
+    shift 3
+    dbus-send --bus="$DBUS_SYSTEM_BUS_ADDRESS" --print-reply=literal --dest="$service" "$object" "$method" "$@"
+}
+
+# start_ofonod: sets OFONOD to its process; its log, with all AT traffic, is $scene/ofonod.log.
+start_ofonod() {
+    write_ofono_config
+    OFONO_AT_DEBUG=1 ofonod -n -d >>"$scene/ofonod.log" 2>&1 &
+    OFONOD=$!
+    players+=($OFONOD)
+    await $OFONOD "$scene/ofonod.log" on_system_bus org.ofono / org.ofono.Manager.GetModems
+}
+
+# start_modemmanager: sets MODEMMANAGER to its process, with the AT port as its one modem; the log is
+# $scene/modemmanager.log.
+start_modemmanager() {
+    ModemManager --test-session --test-enable --no-auto-scan --debug >>"$scene/modemmanager.log" 2>&1 &
+    MODEMMANAGER=$!
+    players+=($MODEMMANAGER)
+    await $MODEMMANAGER "$scene/modemmanager.log" dbus-send --session --print-reply \
+        --dest=org.freedesktop.ModemManager1 /org/freedesktop/ModemManager1 \
+        org.freedesktop.ModemManager1.Test.SetProfile string:kova string:generic array:string:"abstract:$AT_NAME"
+}
