@@ -8,9 +8,10 @@
 
 constexpr OptionRow optionRows[] = {
     {OptionHelp, "--help", nullptr, "Explain phonectl, or the command."},
-    {OptionVersion, "--version", nullptr, "Tell the version."},
-    {OptionJson, "--json", nullptr, "Answer with one JSON object; of monitor, one a line."},
+    {OptionVersion, "--version", nullptr, "Print the version."},
+    {OptionJson, "--json", nullptr, "Answer with one JSON object; of monitor and --watch, one a line."},
     {OptionWait, "--wait", nullptr, "Follow what was asked for to its end."},
+    {OptionWatch, "--watch", nullptr, "Show it again whenever it changes."},
     {OptionTimeout, "--timeout", "SECONDS", "Stop following or waiting for an answer after so long."},
     {OptionRaw, "--raw", nullptr, "Pass NUMBER on as it is, unchecked."},
     {OptionMayCallIn, "--may-call-in", nullptr, "Calls from this contact are answered."},
@@ -45,7 +46,8 @@ int EditDistance(const QString& from, const QString& to)
 const OptionRow& FindOption(const QString& name)
 {
     const auto row = std::find_if(std::begin(optionRows), std::end(optionRows), [&](const OptionRow& row) {
-        return name == QLatin1String(row.name) || (row.option == OptionHelp && name == QLatin1String("-h"));
+        return name == QLatin1String(row.name) || (row.option == OptionHelp && name == QLatin1String("-h")) ||
+               (row.option == OptionVersion && name == QLatin1String("-V"));
     });
     if (row != std::end(optionRows))
         return *row;

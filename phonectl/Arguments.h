@@ -18,6 +18,8 @@ enum Option : unsigned {
     OptionMayCallIn = 64,
     OptionPasswordFile = 128,
     OptionAskPassword = 256,
+    OptionWatch = 512,
+    OptionOutput = 1024,
     OptionsEverywhere = OptionHelp | OptionVersion | OptionJson,
 };
 

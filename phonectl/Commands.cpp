@@ -5,99 +5,14 @@
 #include "Input.h"
 #include "Monitor.h"
 #include "PhoneCodes.h"
-#include "Words.h"
+#include "SmsParts.h"
+#include "Status.h"
 
 #include <algorithm>
 #include <climits>
 
 namespace
 {
-
-constexpr int LabelWidth = 12;
-
-// The phone's state
-
-QString Row(const char* label, const QString& value, Colour colour = Plain)
-{
-    return QString::fromLatin1(label).leftJustified(LabelWidth) + Painted(value, colour);
-}
-
-Outcome Status(const Arguments& arguments, Progress& progress)
-{
-    Phone phone(arguments, progress);
-    const PhoneState state = phone.State();
-    const bool registered = state.phoneStatus == ModemStatusRegistered;
-    const SignalStrength strength = ReadSignal(state.rssi);
-    const QString signal = !registered    ? QStringLiteral("-")
-                           : strength.dBm ? QStringLiteral("%1 (%2 dBm)").arg(strength.word).arg(*strength.dBm)
-                                          : strength.word;
-    const Colour simColour = state.simStatus == SimStatusPresent  ? Green
-                             : state.simStatus == SimStatusAbsent ? Red
-                                                                  : Yellow;
-
-    QJsonObject details{{"phoneStatus", static_cast<qint64>(state.phoneStatus)},
-                        {"phone", PhoneStatusWord(state.phoneStatus)},
-                        {"simStatus", static_cast<qint64>(state.simStatus)},
-                        {"sim", SimStatusWord(state.simStatus)},
-                        {"rssi", static_cast<qint64>(state.rssi)},
-                        {"userEnabled", state.userEnabled},
-                        {"forced", state.forced}};
-    if (registered) {
-        details.insert(QStringLiteral("signal"), strength.word);
-        if (strength.dBm)
-            details.insert(QStringLiteral("signalDbm"), *strength.dBm);
-    }
-    const bool off = state.phoneStatus == ModemStatusOff;
-    return {QStringList{Row("Modem", off ? QStringLiteral("off") : QStringLiteral("on"), off ? Plain : Green),
-                        Row("Network", off ? QStringLiteral("-") : PhoneStatusWord(state.phoneStatus),
-                            registered ? Green
-                            : off      ? Plain
-                                       : Yellow),
-                        Row("Signal", signal), Row("SIM card", SimStatusWord(state.simStatus), simColour),
-                        Row("Asked for", state.userEnabled ? QStringLiteral("on") : QStringLiteral("off")),
-                        Row("Forced off", state.forced ? QStringLiteral("yes") : QStringLiteral("no"),
-                            state.forced ? Red : Plain)}
-                .join(QLatin1Char('\n')),
-            details};
-}
-
-// Power
-
-Outcome Switch(const Arguments& arguments, Progress& progress, bool on)
-{
-    Phone phone(arguments, progress);
-    phone.Ask(phone.Proxy().PhoneSetEnabled(on));
-    if (!arguments.Has(OptionWait))
-        return {on ? QStringLiteral("enabled") : QStringLiteral("disabled"), {}};
-    on ? FollowOn(phone, progress) : FollowOff(phone, progress);
-    return {};
-}
-
-Outcome SwitchOn(const Arguments& arguments, Progress& progress)
-{
-    return Switch(arguments, progress, true);
-}
-
-Outcome SwitchOff(const Arguments& arguments, Progress& progress)
-{
-    return Switch(arguments, progress, false);
-}
-
-Outcome ForceOff(const Arguments& arguments, Progress& progress)
-{
-    const bool off = arguments.positional.at(0) == QLatin1String("on");
-    Phone phone(arguments, progress);
-    phone.Ask(phone.Proxy().ForcePhoneOff(off));
-    if (!arguments.Has(OptionWait))
-        return {off ? QStringLiteral("forced off") : QStringLiteral("no longer forced off"), {}};
-    if (off)
-        FollowOff(phone, progress);
-    else if (phone.State().userEnabled)
-        FollowOn(phone, progress);
-    else
-        return {QStringLiteral("no longer forced off; the phone is not enabled, so there is nothing to wait for"), {}};
-    return {};
-}
 
 // Messages, calls, access point
 
@@ -107,9 +22,46 @@ Outcome SendSms(const Arguments& arguments, Progress& progress)
     const QString text = MessageText(arguments.positional.value(1));
     Phone phone(arguments, progress);
     phone.Ask(phone.Proxy().QueueSms(number, text));
-    if (!arguments.Has(OptionWait))
-        return {QStringLiteral("queued"), {}};
-    return {{}, FollowSms(phone, progress)};
+
+    const SmsParts parts = CountSmsParts(text);
+    QJsonObject details{{"parts", parts.count}, {"alphabet", QLatin1String(parts.alphabet)}};
+    const QString size = parts.count > 1
+                             ? QStringLiteral(" in %1 parts (%2)").arg(parts.count).arg(QLatin1String(parts.alphabet))
+                             : QString();
+    if (arguments.Has(OptionWait)) {
+        const QJsonObject sent = FollowSms(phone, progress, size);
+        for (auto entry = sent.begin(); entry != sent.end(); ++entry)
+            details.insert(entry.key(), entry.value());
+        return {{}, details};
+    }
+    const uint modem = phone.State().phoneStatus;
+    details.insert(QStringLiteral("phoneStatus"), static_cast<qint64>(modem));
+    return {
+        QStringLiteral("queued%1%2")
+            .arg(size, modem == ModemStatusRegistered ? QString()
+                       : modem == ModemStatusOff
+                           ? QStringLiteral("; the modem is off, and the message waits until something switches it on")
+                           : QStringLiteral("; the message waits until the modem is registered to the network")),
+        details};
+}
+
+/// Follows a call; Ctrl-C offers to hang it up.
+template <typename Follow>
+QJsonObject FollowOrHangUp(Phone& phone, Progress& progress, Follow follow)
+{
+    phone.Gsm(); // whose reports are a part of what is followed
+    try {
+        return follow();
+    } catch (Failure& failure) {
+        if (failure.exitStatus != ExitInterrupted && failure.exitStatus != ExitTimedOut)
+            throw;
+        failure.text += QStringLiteral("; 'phonectl hangup' ends it");
+        if (failure.exitStatus == ExitTimedOut || !phone.Confirm(QStringLiteral("\nThe call goes on. Hang up? [y/N] ")))
+            throw;
+    }
+    phone.Unlimit();
+    HangUp(phone, progress);
+    throw Failure{ExitInterrupted, QStringLiteral("interrupted and hung up")};
 }
 
 Outcome MakeCall(const Arguments& arguments, Progress& progress)
@@ -119,19 +71,26 @@ Outcome MakeCall(const Arguments& arguments, Progress& progress)
     phone.Ask(phone.Proxy().VoiceCallMake(number));
     if (!arguments.Has(OptionWait))
         return {QStringLiteral("dialling %1").arg(Printable(number)), {}};
-    FollowCall(phone, progress, number);
-    return {};
+    return {{}, FollowOrHangUp(phone, progress, [&] { return FollowCall(phone, progress, number); })};
 }
 
 Outcome MakeCallLoop(const Arguments& arguments, Progress& progress)
 {
+    QStringList numbers;
     for (const QString& number : arguments.positional)
-        CheckedNumber(number, arguments);
+        numbers.append(CheckedNumber(number, arguments));
     Phone phone(arguments, progress);
-    phone.Ask(phone.Proxy().VoiceCallLoopMake(arguments.positional));
+    phone.Ask(phone.Proxy().VoiceCallLoopMake(numbers));
     if (!arguments.Has(OptionWait))
         return {QStringLiteral("calling until one answers"), {}};
-    return {{}, FollowCallLoop(phone, progress, arguments.positional)};
+    return {{}, FollowOrHangUp(phone, progress, [&] { return FollowCallLoop(phone, progress, numbers); })};
+}
+
+Outcome EndCall(const Arguments& arguments, Progress& progress)
+{
+    Phone phone(arguments, progress);
+    const int ended = HangUp(phone, progress);
+    return {ended == 0 ? QStringLiteral("hung up") : QString(), {{"ended", ended}}};
 }
 
 Outcome SetApn(const Arguments& arguments, Progress& progress)
@@ -187,7 +146,7 @@ Outcome AddContact(const Arguments& arguments, Progress&)
 
 Outcome RemoveContact(const Arguments& arguments, Progress&)
 {
-    ContactBook().Remove(arguments.positional.at(0));
+    ContactBook().Remove(CheckedNumber(arguments.positional.at(0), arguments));
     return {QStringLiteral("removed"), {}};
 }
 
@@ -198,10 +157,12 @@ const QList<Command>& Commands()
     constexpr unsigned Bus = OptionTimeout;
     constexpr unsigned Followed = OptionTimeout | OptionWait;
     static const QList<Command> commands = {
-        {"status", "", Bus, "Show the phone's state",
+        {"status", "", Bus | OptionWatch, "Show the phone's state",
          "Modem, network, signal, SIM card, what the user has asked for, and whether the modem is forced off, as last "
-         "reported.\nSignal: excellent from -70 dBm, good from -85, fair from -100, weak below.",
-         "phonectl status\nphonectl status --json | jq .signalDbm", Status},
+         "reported, and which of the services below it are missing from the bus.\nSignal: excellent from -70 dBm, good "
+         "from "
+         "-85, fair from -100, weak below. With --watch: again whenever it changes, until Ctrl-C.",
+         "phonectl status\nphonectl status --json | jq .signalDbm", ShowStatus},
         {"enable", "", Followed, "Switch the phone on for good",
          "With --wait: until the modem is registered to the network, or turns out to have no SIM card.",
          "phonectl enable --wait", SwitchOn},
@@ -222,6 +183,11 @@ const QList<Command>& Commands()
         {"call-loop", "NUMBER...", Followed | OptionRaw, "Call numbers in turn until one answers",
          "With --wait: until the call with the number that answers has ended, or all have rejected.",
          "phonectl call-loop +4912345 +4967890", MakeCallLoop},
+        {"hangup", "", Bus, "End the call in progress",
+         "Ringing, dialled or answered; a call loop is ended with all the numbers that it would still dial. Asks the "
+         "GSM "
+         "daemon: the phone service does not hang up by itself.",
+         "phonectl hangup", EndCall},
         {"apn", "APN [USER [PASSWORD]]", Bus | OptionPasswordFile | OptionAskPassword,
          "Set the data connection's access point",
          "A password on the command line can be read by others, in the shell's history and while phonectl runs.",
@@ -238,7 +204,7 @@ const QList<Command>& Commands()
          "is "
          "missing.",
          "phonectl contacts add +4912345 Anna --may-call-in", AddContact},
-        {"contacts remove", "NUMBER", OptionNone, "Remove a contact", "", "phonectl contacts remove +4912345",
+        {"contacts remove", "NUMBER", OptionRaw, "Remove a contact", "", "phonectl contacts remove +4912345",
          RemoveContact},
     };
     return commands;
@@ -272,24 +238,33 @@ const Command* FindCommand(const QStringList& words)
     return found == Commands().end() ? nullptr : &*found;
 }
 
+QStringList GroupMembers(const QString& word)
+{
+    QStringList members;
+    for (const Command& command : Commands()) {
+        const QStringList name = QString::fromLatin1(command.name).split(QLatin1Char(' '));
+        if (name.size() > 1 && name.first() == word)
+            members.append(name.last());
+    }
+    return members;
+}
+
 const Command& TakeCommand(Arguments& arguments)
 {
     const Command* const command = FindCommand(arguments.positional);
     if (!command) {
-        const QString group = arguments.positional.value(0) + QLatin1Char(' ');
-        QStringList names;
-        QStringList members;
-        for (const Command& known : Commands()) {
-            names.append(QLatin1String(known.name));
-            if (names.last().startsWith(group))
-                members.append(names.last().mid(group.size()));
-        }
+        const QString word = arguments.positional.value(0);
+        const QStringList members = GroupMembers(word);
+        const QString given = arguments.positional.value(1);
         if (!members.isEmpty())
-            throw Failure{
-                ExitUsage,
-                QStringLiteral("%1 takes one of: %2").arg(group.trimmed(), members.join(QStringLiteral(", ")))};
-        throw Failure{ExitUsage, QStringLiteral("no command '%1'%2 ('phonectl --help' lists them)")
-                                     .arg(group.trimmed(), DidYouMean(group.trimmed(), names))};
+            throw Failure{ExitUsage, QStringLiteral("%1 takes one of: %2%3; see 'phonectl help %1'")
+                                         .arg(word, members.join(QStringLiteral(", ")), DidYouMean(given, members))};
+        QStringList names;
+        for (const Command& known : Commands())
+            names.append(QLatin1String(known.name));
+        throw Failure{
+            ExitUsage,
+            QStringLiteral("no command '%1'%2 ('phonectl --help' lists them)").arg(word, DidYouMean(word, names))};
     }
 
     arguments.positional = arguments.positional.mid(QString::fromLatin1(command->name).count(QLatin1Char(' ')) + 1);

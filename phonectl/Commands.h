@@ -27,6 +27,9 @@ const QList<Command>& Commands();
 /// The command that the words begin with, or null.
 const Command* FindCommand(const QStringList& words);
 
+/// What follows a first word that several commands share, as "list" does "contacts"; none when it is no such word.
+QStringList GroupMembers(const QString& word);
+
 /// The command that the arguments begin with; its name is taken from them. Throws a Failure when there is none.
 const Command& TakeCommand(Arguments& arguments);
 

@@ -1,5 +1,6 @@
 #include "Follow.h"
 
+#include "Names.h"
 #include "PhoneCodes.h"
 
 #include <algorithm>
@@ -14,6 +15,8 @@ constexpr int PowerOffLimitS = 120;
 constexpr int LoopStepLimitS = 90;
 /// While messages are queued and the modem is registered, a message is sent each second.
 constexpr int QueueQuietMs = 1500;
+/// A modem stack reports the end of a call some seconds after it was hung up.
+constexpr int HangUpLimitMs = 5000;
 
 /// The next event; what is followed ends with the service.
 PhoneEvent NextEvent(Phone& phone, const QString& awaited)
@@ -81,16 +84,19 @@ void FollowOff(Phone& phone, Progress& progress)
 // to GetStatus proves it: the service, having one thread, gives it only after the message that it may be sending. If
 // all reports agree, so does ours; who queues at the same time may make them differ, and then it cannot be told which
 // is whose.
-QJsonObject FollowSms(Phone& phone, Progress& progress)
+QJsonObject FollowSms(Phone& phone, Progress& progress, const QString& size)
 {
-    progress.Step("queued", QStringLiteral("queued"));
+    progress.Step("queued", QStringLiteral("queued") + size);
     QList<PhoneEvent> reports;
     uint modem = phone.State(Phone::KeepEarlier).phoneStatus;
     while (true) {
-        const QString awaited = modem != ModemStatusRegistered
-                                    ? QStringLiteral("the network (queuing does not switch the modem on)")
-                                : reports.isEmpty() ? QStringLiteral("the message to be sent")
-                                                    : QStringLiteral("further messages of the queue");
+        const QString awaited =
+            modem != ModemStatusRegistered
+                ? modem == ModemStatusOff
+                      ? QStringLiteral("the modem, which is off, to be switched on by something else")
+                      : QStringLiteral("the network")
+            : reports.isEmpty() ? QStringLiteral("the message to be sent")
+                                : QStringLiteral("further messages of the queue");
         if (const auto event = phone.Next(awaited, reports.isEmpty() ? -1 : QueueQuietMs)) {
             if (event->kind == PhoneEvent::ServiceLeft)
                 throw Failure{ExitNotOnBus, QStringLiteral("the phone service left the bus, and forgot the message if "
@@ -126,24 +132,29 @@ QJsonObject FollowSms(Phone& phone, Progress& progress)
     return details;
 }
 
-void FollowCall(Phone& phone, Progress& progress, const QString& number)
+QJsonObject FollowCall(Phone& phone, Progress& progress, const QString& number)
 {
     progress.Step("dialling", QStringLiteral("dialling %1").arg(Printable(number)));
     bool answered = false;
+    bool endedBelow = false;
     while (true) {
         const PhoneEvent event =
             NextEvent(phone, answered ? QStringLiteral("the end of the call") : QStringLiteral("an answer"));
+        endedBelow |= event.kind == PhoneEvent::CallEndedBelow;
         if (event.kind != PhoneEvent::VoiceCall)
             continue;
         if (event.value == VoiceCallStatusAnswered) {
             answered = true;
             progress.Step("answered", QStringLiteral("answered"));
-        } else if (event.value == VoiceCallStatusTerminated) {
-            if (!answered)
-                throw Failure{ExitRefused, QStringLiteral("the call was not answered: it was rejected, could not be "
-                                                          "connected, or nobody came within 30 s")};
+        } else if (event.value == VoiceCallStatusTerminated && answered) {
             progress.Step("ended", QStringLiteral("the call has ended"));
-            return;
+            return {};
+        } else if (event.value == VoiceCallStatusTerminated) {
+            throw Failure{ExitRefused, endedBelow
+                                           ? QStringLiteral("the call was not answered: it was rejected, could not be "
+                                                            "connected, or nobody came within 30 s")
+                                           : QStringLiteral("the call was lost: the modem went off, or the GSM daemon "
+                                                            "left the bus")};
         }
     }
 }
@@ -151,10 +162,14 @@ void FollowCall(Phone& phone, Progress& progress, const QString& number)
 QJsonObject FollowCallLoop(Phone& phone, Progress& progress, const QStringList& numbers)
 {
     // A call that the loop displaced has ended by the answer to this: the loop begins 2 s after it was asked for.
-    phone.State();
+    const bool wasOff = phone.State().phoneStatus == ModemStatusOff;
     QString answeredBy;
+    bool endedBelow = false;
     auto number = numbers.begin();
-    progress.Step("dialling", QStringLiteral("dialling %1").arg(Printable(*number)));
+    const auto tell = [&](const char* event, const QString& text) {
+        progress.Step(event, text.arg(Printable(*number)));
+    };
+    tell("dialling", QStringLiteral("dialling %1"));
     while (true) {
         if (answeredBy.isEmpty())
             phone.LimitTo(LoopStepLimitS);
@@ -162,20 +177,72 @@ QJsonObject FollowCallLoop(Phone& phone, Progress& progress, const QStringList& 
             NextEvent(phone, answeredBy.isEmpty() ? QStringLiteral("an answer (a number that rings in vain for 30 s "
                                                                    "may end the loop)")
                                                   : QStringLiteral("the end of the call"));
+        endedBelow |= event.kind == PhoneEvent::CallEndedBelow;
         if (event.kind != PhoneEvent::VoiceCall)
             continue;
         if (event.value == VoiceCallStatusAnswered) {
             answeredBy = *number;
             phone.Unlimit();
-            progress.Step("answered", QStringLiteral("%1 answered").arg(Printable(*number)));
+            tell("answered", QStringLiteral("%1 answered"));
         } else if (event.value == VoiceCallStatusTerminated && !answeredBy.isEmpty()) {
             progress.Step("ended", QStringLiteral("the call has ended"));
             return {{QStringLiteral("number"), answeredBy}};
         } else if (event.value == VoiceCallStatusTerminated) {
-            progress.Step("unanswered", QStringLiteral("%1 did not answer").arg(Printable(*number)));
+            // The GSM daemon reports the end of each call that it has placed; without that there was none.
+            if (endedBelow) {
+                tell("unanswered", QStringLiteral("%1 did not answer"));
+            } else {
+                const PhoneState state = phone.State(Phone::KeepEarlier);
+                if (!phone.IsOnBus(Names::GsmService))
+                    throw Failure{ExitRefused, QStringLiteral("the GSM daemon is not on the bus, which ends the loop")};
+                if (state.phoneStatus == ModemStatusOff && !wasOff)
+                    throw Failure{ExitRefused, QStringLiteral("the modem went off, which ended the loop")};
+                tell("undialled",
+                     state.simStatus != SimStatusPresent ? QStringLiteral("%1 was not dialled: no SIM card is known")
+                     : state.phoneStatus != ModemStatusRegistered
+                         ? QStringLiteral("%1 was not dialled: the modem is not registered to the network")
+                         : QStringLiteral("%1 could not be dialled: the GSM daemon refused it, or the call had no "
+                                          "sound"));
+            }
+            endedBelow = false;
             if (++number == numbers.end())
                 throw Failure{ExitRefused, QStringLiteral("none of the numbers answered")};
-            progress.Step("dialling", QStringLiteral("dialling %1").arg(Printable(*number)));
+            tell("dialling", QStringLiteral("dialling %1"));
         }
+    }
+}
+
+int HangUp(Phone& phone, Progress& progress)
+{
+    const bool isServed = phone.IsOnBus(Names::PhoneService);
+    int ended = 0;
+    while (true) {
+        phone.ForgetEvents();
+        const auto answer = phone.Gsm().CallHangup();
+        phone.Await(answer, QStringLiteral("the GSM daemon's answer"));
+        if (answer.isError() && answer.error().type() == QDBusError::ServiceUnknown)
+            throw Failure{ExitNotOnBus, QStringLiteral("the GSM daemon, which hangs up, is not on the bus; the phone "
+                                                       "service has ended its calls with it")};
+        if (answer.isError())
+            throw Failure{ExitRefused, QStringLiteral("the GSM daemon did not hang up: ") + answer.error().message()};
+        if (answer.argumentAt<0>() != StatusCodeSuccess && ended == 0)
+            throw Failure{ExitRefused, QStringLiteral("the GSM daemon has no call to hang up, or refused (status %1)")
+                                           .arg(answer.argumentAt<0>())};
+        if (answer.argumentAt<0>() != StatusCodeSuccess || !isServed)
+            return ended;
+
+        // A call loop dials its next number before the service answers anything else.
+        phone.State(Phone::KeepEarlier);
+        std::optional<PhoneEvent> event;
+        do {
+            event = phone.Next(QStringLiteral("the end of the call"), HangUpLimitMs);
+        } while (event && (event->kind != PhoneEvent::VoiceCall || event->value != VoiceCallStatusTerminated));
+        if (!event && ended == 0)
+            throw Failure{ExitRefused, QStringLiteral("the GSM daemon took the request, but no call has ended")};
+        if (!event)
+            return ended;
+        ++ended;
+        progress.Step("ended", QStringLiteral("the call has ended"));
+        phone.State(Phone::KeepEarlier);
     }
 }

@@ -11,6 +11,8 @@ namespace
 
 constexpr int CommandWidth = 34;
 constexpr int OptionWidth = 26;
+/// Has the shell offer its files.
+constexpr char Files[] = ":files";
 
 constexpr char Introduction[] = R"(usage: phonectl COMMAND [ARGUMENT...] [OPTION...]
 
@@ -34,6 +36,18 @@ constexpr char Ending[] = R"(
 QString Usage(const Command& command)
 {
     return QStringLiteral("%1 %2").arg(QLatin1String(command.name), QLatin1String(command.arguments)).trimmed();
+}
+
+/// One line for each command that begins with a text.
+QString CommandLines(const QString& beginning)
+{
+    QString lines;
+    for (const Command& command : Commands()) {
+        const QString usage = Usage(command);
+        if (usage.startsWith(beginning))
+            lines += QStringLiteral("  %1%2\n").arg(usage.leftJustified(CommandWidth), QLatin1String(command.summary));
+    }
+    return lines;
 }
 
 QString OptionLines(unsigned options)
@@ -68,12 +82,15 @@ QStringList KnownNumbers()
 
 QString GeneralHelp()
 {
-    QString text = QLatin1String(Introduction);
-    for (const Command& command : Commands())
-        text +=
-            QStringLiteral("  %1%2\n").arg(Usage(command).leftJustified(CommandWidth), QLatin1String(command.summary));
-    return text + QStringLiteral("\nOptions of all commands:\n") + OptionLines(OptionsEverywhere) +
-           QLatin1String(Ending);
+    return QLatin1String(Introduction) + CommandLines({}) + QStringLiteral("\nOptions of all commands:\n") +
+           OptionLines(OptionsEverywhere) + QLatin1String(Ending);
+}
+
+QString GroupHelp(const QString& word)
+{
+    return QStringLiteral("usage: phonectl %1 %2 [ARGUMENT...] [OPTION...]\n\n%3\n'phonectl help %1 %4' tells more.\n")
+        .arg(word, GroupMembers(word).join(QLatin1Char('|')), CommandLines(word + QLatin1Char(' ')),
+             GroupMembers(word).first());
 }
 
 QString CommandHelp(const Command& command)
@@ -93,13 +110,16 @@ QStringList Completions(QStringList words)
         return row.value && !words.isEmpty() && words.last() == QLatin1String(row.name);
     });
     if (valued != optionRowsEnd)
-        return {};
+        return valued->value == QLatin1String("FILE") ? QStringList(QLatin1String(Files)) : QStringList();
 
     QStringList positional;
     for (const QString& word : words) {
         if (!word.startsWith(QLatin1Char('-')))
             positional.append(word);
     }
+    const bool isHelp = positional.value(0) == QLatin1String("help");
+    if (isHelp)
+        positional.removeFirst();
     const Command* const command = FindCommand(positional);
     QStringList candidates;
     if (typed.startsWith(QLatin1Char('-'))) {
@@ -113,11 +133,15 @@ QStringList Completions(QStringList words)
             if (positional.size() < name.size() && name.mid(0, positional.size()) == positional)
                 candidates.append(name.at(static_cast<int>(positional.size())));
         }
-    } else {
+        if (positional.isEmpty() && !isHelp)
+            candidates.append(QStringLiteral("help"));
+    } else if (!isHelp) {
         const QStringList wanted = command->ArgumentNames();
         const auto place = positional.size() - QString::fromLatin1(command->name).count(QLatin1Char(' ')) - 1;
         const QString argument =
             command->Most() > wanted.size() ? wanted.value(0) : wanted.value(static_cast<int>(place));
+        if (argument == QLatin1String("FILE"))
+            return {QLatin1String(Files)};
         candidates = argument.startsWith(QLatin1String("NUMBER")) ? KnownNumbers() : argument.split(QLatin1Char('|'));
         if (candidates.size() == 1 && candidates.first() == argument)
             candidates.clear();

@@ -14,6 +14,8 @@ namespace
 /// 255 parts of 153 characters: the longest message that GSM can carry.
 constexpr int LongestText = 39015;
 constexpr int LongestUtf8 = 4;
+/// RFC 3966, section 3: "visual-separator".
+constexpr QLatin1String VisualSeparators("-.()");
 constexpr int LongestApn = 100;
 constexpr int LongestPassword = 1000;
 
@@ -80,19 +82,26 @@ QString CheckedNumber(const QString& number, const Arguments& arguments)
 {
     if (arguments.Has(OptionRaw))
         return number;
-    for (int place = 0; place < number.size(); ++place) {
-        const QChar character = number.at(place);
+    QString dialled;
+    for (const QChar character : number) {
+        const bool separates = character.isSpace() || VisualSeparators.contains(character);
         const bool allowed = (character >= QLatin1Char('0') && character <= QLatin1Char('9')) ||
                              character == QLatin1Char('*') || character == QLatin1Char('#') ||
-                             (character == QLatin1Char('+') && place == 0);
-        if (!allowed)
+                             (character == QLatin1Char('+') && dialled.isEmpty());
+        if (allowed)
+            dialled += character;
+        else if (!separates)
             throw Failure{ExitUsage, QStringLiteral("NUMBER \"%1\": '%2' does not belong in a number (digits, * and #, "
                                                     "one + in front); --raw passes it on as it is")
                                          .arg(number, character)};
     }
-    if (number.isEmpty() || number == QLatin1String("+"))
+    if (dialled.isEmpty() || dialled == QLatin1String("+"))
         throw Failure{ExitUsage, QStringLiteral("NUMBER \"%1\" is empty").arg(number)};
-    return number;
+    // Meant for callers from within the country, who leave out what is before it.
+    if (dialled.startsWith(QLatin1Char('+')) && number.contains(QLatin1String("(0)")))
+        throw Failure{ExitUsage,
+                      QStringLiteral("NUMBER \"%1\": leave out \"(0)\", which is not dialled after a +").arg(number)};
+    return dialled;
 }
 
 QString MessageText(const QString& argument)

@@ -8,7 +8,8 @@
 /// @param what they are, for the Failure when they are not UTF-8 or hold a zero.
 QString FromUtf8(const QByteArray& bytes, const QString& what);
 
-/// A phone number: digits, * and #, one + in front; anything with --raw.
+/// A phone number: digits, * and #, one + in front; anything with --raw. Without it, what sets digits apart for the eye
+/// is taken out.
 QString CheckedNumber(const QString& number, const Arguments& arguments);
 
 /// A message's text: the argument, or standard input when it is missing or "-".

@@ -47,6 +47,7 @@ Report Describe(const PhoneEvent& event)
                 {{"text", event.text}, {"info", QJsonObject::fromVariantMap(event.info)}}};
     case PhoneEvent::ServiceLeft: return {"service", QStringLiteral("left the bus"), {{"present", false}}};
     case PhoneEvent::ServiceCame: return {"service", QStringLiteral("is on the bus"), {{"present", true}}};
+    case PhoneEvent::CallEndedBelow: break; // is not listened to here
     }
     return {};
 }

@@ -5,9 +5,11 @@
 #include "Words.h"
 
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 
 #include <algorithm>
 #include <csignal>
+#include <poll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -17,6 +19,8 @@ namespace
 /// Longer than the service can be blocked by what is asked and what it is at: switching the modem off alone takes up to
 /// 60 s, a message 20 s, a call with its audio 45 s.
 constexpr int AnswerTimeoutMs = 300000;
+/// The GSM daemon has 15 s to hang up.
+constexpr int GsmTimeoutMs = 20000;
 
 /// Ctrl-C as something to read. Made before the bus connection's thread, which takes over the signal mask.
 int OpenInterrupt()
@@ -69,6 +73,9 @@ Phone::Phone(const Arguments& arguments, Progress& progress)
       watcher(Names::PhoneService, proxy.connection(), QDBusServiceWatcher::WatchForOwnerChange)
 {
     proxy.setTimeout(AnswerTimeoutMs);
+    proxy.connection().connect({}, QStringLiteral("/org/freedesktop/DBus/Local"),
+                               QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
+                               SLOT(OnBusLost()));
     connect(&interrupt, &QSocketNotifier::activated, this, [this] {
         interrupt.setEnabled(false);
         interrupted = true;
@@ -92,6 +99,12 @@ Phone::Phone(const Arguments& arguments, Progress& progress)
                 if (!now.isEmpty())
                     Add({PhoneEvent::ServiceCame});
             });
+}
+
+void Phone::OnBusLost()
+{
+    isBusLost = true;
+    loop.quit();
 }
 
 Phone::~Phone()
@@ -126,7 +139,7 @@ bool Phone::Wait(const QString& awaited, QDeadlineTimer until, const std::functi
     alarm.setSingleShot(true);
     alarm.setTimerType(Qt::PreciseTimer);
     connect(&alarm, &QTimer::timeout, &loop, &QEventLoop::quit);
-    while (!isOver() && !interrupted && !end.hasExpired()) {
+    while (!isOver() && !interrupted && !isBusLost && !end.hasExpired()) {
         if (!end.isForever())
             alarm.start(static_cast<int>(end.remainingTime()));
         loop.exec();
@@ -135,6 +148,8 @@ bool Phone::Wait(const QString& awaited, QDeadlineTimer until, const std::functi
 
     if (isOver())
         return true;
+    if (isBusLost)
+        throw Failure{ExitNotOnBus, QStringLiteral("the session bus is gone")};
     if (interrupted)
         throw Failure{ExitInterrupted,
                       QStringLiteral("no longer waiting for %1; what was asked for goes on").arg(awaited)};
@@ -144,25 +159,71 @@ bool Phone::Wait(const QString& awaited, QDeadlineTimer until, const std::functi
     return false;
 }
 
-void Phone::AwaitAnswer(const QDBusPendingCall& call, Earlier earlier)
+void Phone::Await(const QDBusPendingCall& call, const QString& awaited, const std::function<void()>& onAnswer)
 {
     bool answered = false;
     QDBusPendingCallWatcher answer(call);
     connect(&answer, &QDBusPendingCallWatcher::finished, this, [&] {
         answered = true;
-        if (earlier == ForgetEarlier)
-            events.clear();
+        onAnswer();
         loop.quit();
     });
-    Wait(QStringLiteral("the service's answer"), QDeadlineTimer::Forever, [&] { return answered; });
-    if (answer.isError())
-        throw Explain(answer.error());
+    Wait(awaited, QDeadlineTimer::Forever, [&] { return answered; });
 }
 
-void Phone::RequireSuccess(int status)
+void Phone::AwaitAnswer(const QDBusPendingCall& call, Earlier earlier)
+{
+    Await(call, QStringLiteral("the service's answer"), [&] {
+        if (earlier == ForgetEarlier)
+            events.clear();
+    });
+    if (call.isError())
+        throw Explain(call.error());
+}
+
+void Phone::RequireSuccess(int status) const
 {
     if (status != StatusCodeSuccess)
-        throw Failure{ExitRefused, QStringLiteral("%1: %2").arg(status).arg(StatusCodeMeaning(status)), status};
+        throw Failure{ExitRefused,
+                      QStringLiteral("%1: %2").arg(status).arg(StatusCodeMeaning(status, IsOnBus(Names::GsmService))),
+                      status};
+}
+
+bool Phone::IsOnBus(const char* service) const
+{
+    return proxy.connection().interface()->isServiceRegistered(QLatin1String(service));
+}
+
+GsmProxy& Phone::Gsm()
+{
+    if (!gsm) {
+        gsm = std::make_unique<GsmProxy>(Names::GsmService, Names::GsmObject, proxy.connection());
+        gsm->setTimeout(GsmTimeoutMs);
+        const auto onEnd = [this] { Add({PhoneEvent::CallEndedBelow}); };
+        connect(gsm.get(), &GsmProxy::CallRejected, this, onEnd);
+        connect(gsm.get(), &GsmProxy::CallTerminated, this, onEnd);
+    }
+    return *gsm;
+}
+
+bool Phone::Confirm(const QString& question)
+{
+    if (!isatty(STDIN_FILENO))
+        return false;
+    signalfd_siginfo taken = {};
+    if (read(interruptFd, &taken, sizeof taken) != sizeof taken)
+        return false;
+    std::fputs(question.toUtf8().constData(), stderr);
+    pollfd sources[] = {{STDIN_FILENO, POLLIN, 0}, {interruptFd, POLLIN, 0}};
+    char answer = 'n';
+    if (poll(sources, std::size(sources), -1) > 0 && sources[1].revents == 0 && read(STDIN_FILENO, &answer, 1) == 1 &&
+        (answer == 'y' || answer == 'Y')) {
+        interrupted = false;
+        interrupt.setEnabled(true);
+        return true;
+    }
+    std::fputs("\n", stderr);
+    return false;
 }
 
 PhoneState Phone::State(Earlier earlier)

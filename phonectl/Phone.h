@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Arguments.h"
+#include "GsmProxy.h"
 #include "Output.h"
 #include "PhoneProxy.h"
 
@@ -12,11 +13,21 @@
 #include <QVariantMap>
 
 #include <functional>
+#include <memory>
 #include <optional>
 
 /// What the service tells without being asked, or what became of it.
 struct PhoneEvent {
-    enum Kind { PhoneStatus, SimPresent, VoiceCall, SmsSent, SmsReceived, ServiceLeft, ServiceCame };
+    enum Kind {
+        PhoneStatus,
+        SimPresent,
+        VoiceCall,
+        SmsSent,
+        SmsReceived,
+        ServiceLeft,
+        ServiceCame,
+        CallEndedBelow, ///< the GSM daemon reports a call's end; heard before the service's VoiceCall
+    };
 
     Kind kind;
     uint value = 0; ///< of PhoneStatus, VoiceCall; the identifier of SmsSent
@@ -64,16 +75,31 @@ public:
     /// @param quietMs return nothing when none has come for so long; -1 waits on.
     std::optional<PhoneEvent> Next(const QString& awaited, int quietMs = -1);
     bool HasEvent() const { return !events.isEmpty(); }
+    void ForgetEvents() { events.clear(); }
+
+    /// Waits for an answer that is not the service's; an error is the caller's to judge.
+    /// @param onAnswer is done when it comes, before any event that follows.
+    void Await(
+        const QDBusPendingCall& call, const QString& awaited, const std::function<void()>& onAnswer = [] {});
+
+    /// After Ctrl-C: asks on the terminal, and waits again if the answer is yes. A second Ctrl-C says no, as does a
+    /// standard input that is no terminal.
+    bool Confirm(const QString& question);
+
+    /// Whether a service of the session bus is there.
+    bool IsOnBus(const char* service) const;
 
     /// The time left from now on, unless the user has given one.
     void LimitTo(int seconds);
     void Unlimit();
 
     PhoneProxy& Proxy() { return proxy; }
+    /// The GSM daemon, whose reports of calls are among the events once this has been called.
+    GsmProxy& Gsm();
 
 private:
     void AwaitAnswer(const QDBusPendingCall& call, Earlier earlier);
-    static void RequireSuccess(int status);
+    void RequireSuccess(int status) const;
     bool Wait(const QString& awaited, QDeadlineTimer until, const std::function<bool()>& isOver);
     void Add(const PhoneEvent& event);
 
@@ -83,8 +109,13 @@ private:
     const int interruptFd;
     QSocketNotifier interrupt;
     bool interrupted = false;
+    bool isBusLost = false;
     PhoneProxy proxy;
+    std::unique_ptr<GsmProxy> gsm;
     QDBusServiceWatcher watcher;
     QEventLoop loop;
     QList<PhoneEvent> events;
+
+private Q_SLOTS:
+    void OnBusLost();
 };

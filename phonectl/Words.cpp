@@ -39,19 +39,23 @@ QString VoiceCallWord(uint status)
     return Word({"terminated", "incoming", "answered"}, status);
 }
 
-QString StatusCodeMeaning(int status)
+QString StatusCodeMeaning(int status, bool isGsmDaemonPresent)
 {
-    static constexpr struct {
+    const struct {
         int status;
         const char* meaning;
     } rows[] = {
         {StatusCodeSuccess, "done"},
         {StatusCodeUnreadable, "the modem's state could not be read; ask again"},
-        {StatusCodePowerFailed, "the GSM daemon did not take the power command; ask again, nothing tries by itself"},
+        {StatusCodePowerFailed,
+         isGsmDaemonPresent ? "the GSM daemon did not take the power command; ask again, nothing tries by itself"
+                            : "the GSM daemon is not on the bus; what was asked for is done when it comes"},
         {StatusCodeSmsNotQueued, "the message's number has wrapped to 0; it is queued all the same, do not repeat it"},
         {StatusCodeApnNotSet, "the GSM daemon refused or failed the access point; check the values and ask again"},
-        {StatusCodeCallFailed, "a call or a call loop is in progress, or this one could not be placed or heard; "
-                               "'phonectl monitor' tells when the call in progress has ended"},
+        {StatusCodeCallFailed,
+         "a call or a call loop is in progress, which 'phonectl hangup' ends, or this one could not "
+         "be placed or heard; when the GSM daemon has refused to dial, the phone stays busy until "
+         "the modem has been off: 'phonectl force-off on --wait', then 'force-off off'"},
         {StatusCodeNoSim, "the SIM card is not present or not yet checked; see 'phonectl status'"},
         {StatusCodeNotRegistered,
          "the modem is not registered to the network; see 'phonectl status', and 'phonectl enable "

@@ -11,7 +11,8 @@ QString SimStatusWord(uint status);
 QString VoiceCallWord(uint status);
 
 /// What a status code means and what to do about it.
-QString StatusCodeMeaning(int status);
+/// @param isGsmDaemonPresent whether the GSM daemon is on the bus.
+QString StatusCodeMeaning(int status, bool isGsmDaemonPresent);
 
 /// The signal strength as a person reads it.
 struct SignalStrength {

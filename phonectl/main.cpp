@@ -33,7 +33,11 @@ void FillClosedStreams()
 
 Outcome Help(Arguments arguments)
 {
-    const QString text = arguments.positional.isEmpty() ? GeneralHelp() : CommandHelp(TakeCommand(arguments));
+    const QString word = arguments.positional.value(0);
+    const QString text = word.isEmpty() || word == QLatin1String("help") ? GeneralHelp()
+                         : arguments.positional.size() == 1 && !GroupMembers(word).isEmpty()
+                             ? GroupHelp(word)
+                             : CommandHelp(TakeCommand(arguments));
     return {text.trimmed(), {{"help", text}}};
 }
 

@@ -6,6 +6,9 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
 #include <utility>
 
 namespace
@@ -27,6 +30,16 @@ public:
 
     /// What stands after the program's name on a shell's command line.
     explicit Ctl(const char* command) : Ctl("sh", {"-c", "exec " + QLatin1String(Program) + ' ' + command}, {}) {}
+
+    /// With a terminal as standard input, on which Type() types.
+    enum StandardInput { Terminal };
+    Ctl(const QStringList& arguments, StandardInput) : terminal(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
+    {
+        if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0)
+            qFatal("no terminal");
+        process.setStandardInputFile(ptsname(terminal));
+        process.start(QLatin1String(Program), arguments);
+    }
 
     Ctl(const QString& program, const QStringList& arguments, const QByteArray& input)
     {
@@ -55,7 +68,8 @@ public:
         bool matches = wanted.match(said).hasMatch();
         if (process.arguments().contains("--json")) {
             const QList<QByteArray> lines = out.chopped(1).split('\n');
-            matches &= lines.size() == 1 || process.arguments().contains("monitor");
+            matches &=
+                lines.size() == 1 || process.arguments().contains("monitor") || process.arguments().contains("--watch");
             for (const QByteArray& line : lines)
                 matches &= QJsonDocument::fromJson(line).isObject();
         }
@@ -64,9 +78,11 @@ public:
         return matches;
     }
 
+    bool Type(const QByteArray& keys) const { return write(terminal, keys.constData(), keys.size()) == keys.size(); }
     void Interrupt() { ::kill(static_cast<pid_t>(process.processId()), SIGINT); }
 
 private:
+    const int terminal = -1;
     QProcess process;
     QByteArray out;
 };
@@ -94,6 +110,8 @@ private Q_SLOTS:
             {{"force-off", "maybe"}, "on, off"},
             {{"call", ""}, "NUMBER \"\" is empty"},
             {{"call", "4+9"}, "'+'"},
+            {{"call", "+49 (0)30"}, "leave out \"(0)\""},
+            {{"contacts", "lst"}, "did you mean 'list'"},
             {{"call-loop", "110", "one"}, "NUMBER \"one\""},
             {{"call", "1\033[2J"}, "\\x1b"},
             {{"sms", "110"}, "TEXT is empty"}, // nor is there any on standard input
@@ -113,6 +131,8 @@ private Q_SLOTS:
         QVERIFY(Ctl("--version --json >/dev/full").Ends("1 phonectl: standard output: No space.*"));
         QVERIFY(Ctl("status >&-").Ends("1 phonectl: standard output: Bad.*|3 .*"));
         QVERIFY(Ctl({"help", "apn"}).Ends("0 usage: phonectl apn .*\n  phonectl apn .*"));
+        QVERIFY(
+            Ctl({"help", "contacts"}).Ends("0 usage: phonectl contacts list\\|add\\|remove .*contacts add NUMBER.*"));
     }
 
     /// The latter on a bus of its own, with an activation file.
@@ -137,7 +157,9 @@ private Q_SLOTS:
                               QStringLiteral("%1 status; kill $(cat %2/pid)").arg(Program, data.path())});
         QVERIFY(session.waitForFinished(LimitMs));
         const QByteArray said = session.readAllStandardOutput();
-        QVERIFY2(said.startsWith("Modem       off\n"), said + session.readAllStandardError());
+        QVERIFY2(said.startsWith("GSM daemon  not on the bus") &&
+                     said.contains("\nNo sound    not on the bus: sound manager, "),
+                 said + session.readAllStandardError());
     }
 
     void status()
@@ -145,6 +167,8 @@ private Q_SLOTS:
         TestBed bed;
         QVERIFY(bed.BringUp());
         QVERIFY(Ctl({"status", "--json"}).Ends(R"(0 .*"rssi":71,"signal":"good","signalDbm":-71,.*)"));
+        Ctl watch({"status", "--watch", "--json"});
+        QVERIFY(watch.Tells("\"rssi\":71"));
         for (const auto& [reading, shown] : {std::pair(185, "good (-71 dBm)"), std::pair(60, "excellent (-60 dBm)"),
                                              std::pair(0, "not reported"), std::pair(121, "unclear (reading 121)")}) {
             QVERIFY(bed.Command(QStringLiteral("signal %1").arg(reading)));
@@ -154,7 +178,29 @@ private Q_SLOTS:
                         .Ends("0 Modem       on\nNetwork     registered" + signal +
                               "\nSIM card    present\nAsked for   on\nForced off  no\n"));
         }
-        QVERIFY(Ctl({"status", "--json"}).Ends(R"(0 .*"rssi":121,"signal":"unclear .reading 121.","sim".*)"));
+        QVERIFY(Ctl({"status", "--json"}).Ends(R"(0 .*"rssi":121,"signal":"unclear .reading 121.",.*)"));
+        QVERIFY(watch.Tells("\"rssi\":121"));
+
+        // What the service remembers of a daemon that has left is not passed off as the present.
+        QVERIFY(bed.Command("daemon leave") && watch.Tells("\"gsmDaemon\":false"));
+        QVERIFY(Ctl({"status"}).Ends("0 GSM daemon  not on the bus.*\nModem       on\n.*"));
+        QVERIFY(Ctl({"hangup"}).Ends("3 phonectl: the GSM daemon.*"));
+        bed.StopService();
+        QVERIFY(watch.Tells("{\"present\":false}"));
+        watch.Interrupt();
+        QVERIFY(watch.Ends("0 .*"));
+    }
+
+    /// Whatever the service's answer says.
+    void settingThatIsNotStored()
+    {
+        TestBed bed;
+        QVERIFY(bed.StartService());
+        QVERIFY(Ctl({"enable"}).Ends("1 phonectl: -51: .* is done when it comes\n"));
+        bed.WriteSettings("[PHONE]\n# switched off in the workshop\nenabled=0\n");
+        QVERIFY(bed.StartDevice());
+        QVERIFY(Ctl({"enable"}).Ends("1 phonectl: the setting was not stored in .*: line 2 .*"));
+        QVERIFY(Ctl({"disable"}).Ends("1 phonectl: the setting was not stored in .*: line 2 .*"));
     }
 
     void power()
@@ -179,8 +225,14 @@ private Q_SLOTS:
         TestBed bed;
         QVERIFY(bed.BringUp());
         QVERIFY(Ctl({"sms", "--wait", "--json", "+4912345"}, "Grüße\n\n")
-                    .Ends(R"(0 \{"events":\["queued","sent"\],.*"identifier":1\}\n)"));
+                    .Ends(R"(0 .*"events":\["queued","sent"\],.*"identifier":1,"parts":1\}\n)"));
         QVERIFY(bed.WaitForEvent(R"(-> gsm SendSms("+4912345", "Grüße\x0a"))"));
+        for (const auto& [text, size] :
+             {std::pair(QString(160, 'x'), "1,"), std::pair(QString(161, 'x'), "2,"),
+              std::pair(QString(152, 'x') + "{" + QString(152, 'x'), "3,"), std::pair(QString(70, QChar(0x416)), "1,"),
+              std::pair(QString(66, QChar(0x416)) + QString::fromUtf8("😀") + QString(66, QChar(0x416)), "3,")})
+            QVERIFY(Ctl({"sms", "--json", "110", text}).Ends(".*\"parts\":" + QString(size) + ".*"));
+        QVERIFY(bed.WaitForEvent("-> gsm SendSms", 6));
         QVERIFY(Ctl({"sms", "--raw", "--", "Anna", "-"}, "raw").Ends("0 queued\n"));
         QVERIFY(bed.WaitForEvent(R"(-> gsm SendSms("Anna", "raw"))"));
 
@@ -193,7 +245,7 @@ private Q_SLOTS:
         Ctl ours({"sms", "--wait", "110", "x"});
         QVERIFY(ours.Tells("queued"));
         bed.PassTime(QueueDelayMs);
-        QVERIFY(ours.Ends("1 .*message 4 of the queue was lost.*message 5 of the queue was sent.*cannot be told.*"));
+        QVERIFY(ours.Ends("1 .*message 9 of the queue was lost.*message 10 of the queue was sent.*cannot be told.*"));
 
         QVERIFY(Ctl({"apn", "internet", "me", "--password-file", "-"}, "a b\r\nmore\n").Ends("0 access point set\n"));
         QVERIFY(bed.WaitForEvent(R"(-> gsm GprsSetApn("internet", "me", "a b"))"));
@@ -209,12 +261,18 @@ private Q_SLOTS:
         Ctl interrupted({"call", "--wait", "110"});
         QVERIFY(interrupted.Tells("answered"));
         interrupted.Interrupt();
-        QVERIFY(interrupted.Ends("130 .*goes on.*"));
+        QVERIFY(interrupted.Ends("130 .*goes on.*'phonectl hangup'.*"));
         QCOMPARE(bed.DeviceState().value("call").toString(), QString("active"));
-        QVERIFY(bed.Command("hangup"));
+        QVERIFY(Ctl({"hangup"}).Ends("0 .*the call has ended\n"));
         QVERIFY(bed.WaitForEvent("phone VoiceCall(0)"));
+        QVERIFY(Ctl({"hangup", "--json"}).Ends("1 .*no call to hang up.*"));
+        Ctl offered({"call", "--wait", "110"}, Ctl::Terminal);
+        QVERIFY(offered.Tells("answered"));
+        offered.Interrupt();
+        QVERIFY(offered.Type("y\n"));
+        QVERIFY(offered.Ends("130 .*the call has ended.*Hang up.*interrupted and hung up\n"));
 
-        Ctl call({"call", "--wait", "*100#"});
+        Ctl call({"call", "--wait", "* (100)-#"});
         QVERIFY(call.Tells("dialling *100#") && call.Tells("answered"));
         QVERIFY(Ctl({"call", "110"}).Ends("1 phonectl: -55: .*"));
         QVERIFY(bed.Command("hangup"));
@@ -222,9 +280,9 @@ private Q_SLOTS:
 
         QVERIFY(bed.Commands({"number 1 reject", "number 2 unreachable", "number 3 answer"}));
         Ctl loop({"call-loop", "--wait", "--json", "1", "2", "3"});
-        QVERIFY(bed.WaitForEvent("phone VoiceCall(2)", 3));
+        QVERIFY(bed.WaitForEvent("phone VoiceCall(2)", 4));
         QVERIFY(bed.Command("hangup"));
-        QVERIFY(loop.Ends(R"(0 .*\["dialling","unanswered","dialling","unanswered","dialling","answered","ended"\].*)"
+        QVERIFY(loop.Ends(R"(0 .*\["dialling","unanswered","dialling","undialled","dialling","answered","ended"\].*)"
                           R"("number":"3"\}\n)"));
         QVERIFY(Ctl({"call-loop", "--wait", "1", "2"}).Ends("1 .*none of the numbers answered.*"));
         bed.Settle();
@@ -261,6 +319,18 @@ private Q_SLOTS:
         json.Interrupt();
         QVERIFY(text.Ends("0 .*is on the bus((?!is on the bus).)*is on the bus((?!is on the bus).)*"));
         QVERIFY(json.Ends("0 .*"));
+
+        const QByteArray ours = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+        QProcess bus;
+        bus.start("dbus-daemon", {"--session", "--nofork", "--print-address"});
+        QVERIFY(bus.waitForReadyRead(LimitMs));
+        qputenv("DBUS_SESSION_BUS_ADDRESS", bus.readLine().trimmed());
+        Ctl orphan({"monitor"});
+        qputenv("DBUS_SESSION_BUS_ADDRESS", ours);
+        QVERIFY(orphan.Tells("left the bus"));
+        bus.kill();
+        QVERIFY(orphan.Ends("3 .*the session bus is gone\n"));
+        bus.waitForFinished();
     }
 
     /// Round trip, and what the service makes of it.

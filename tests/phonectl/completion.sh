@@ -17,7 +17,7 @@ expect() {
     exit 1
 }
 
-expect _phonectl "$2" "list add remove" contacts ""
+expect _phonectl "$2" "list add remove" help contacts ""
 expect _phonectl "$2" "on off" --json force-off ""
 expect _phonectl "$2" "--wait" sms --w
 expect _phonectl "$2" "+4912345" call-loop 110 +

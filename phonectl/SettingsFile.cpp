@@ -1,0 +1,98 @@
+#include "SettingsFile.h"
+
+#include "Names.h"
+
+#include <QDBusConnectionInterface>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcessEnvironment>
+#include <QSettings>
+
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
+namespace
+{
+
+/// Above this the settings library does not read the file.
+constexpr qint64 LargestFile = 1048576;
+
+/// @return the first line that is no section, key or comment of an INI file as QSettings reads it; 0 when all are.
+int FindBadLine(const QByteArray& text)
+{
+    int number = 0;
+    bool continues = false;
+    for (const QByteArray& line : text.split('\n')) {
+        ++number;
+        const QByteArray trimmed = line.trimmed();
+        const bool isSection = trimmed.startsWith('[');
+        if (!continues && !trimmed.isEmpty() && !trimmed.startsWith(';') &&
+            !(isSection ? trimmed.contains(']') : trimmed.contains('=')))
+            return number;
+        continues = trimmed.endsWith('\\');
+    }
+    return 0;
+}
+
+QString WhyUnwritable(const QString& path)
+{
+    // The file is replaced, so its folder decides; one that is missing is made.
+    QFileInfo folder(QFileInfo(path).absolutePath());
+    while (!folder.exists() && !folder.isRoot())
+        folder = QFileInfo(folder.absolutePath());
+    if (!folder.isDir())
+        return QStringLiteral("\"%1\" is no folder").arg(folder.filePath());
+    if (access(QFile::encodeName(folder.filePath()).constData(), W_OK | X_OK) != 0)
+        return QStringLiteral("folder \"%1\": %2").arg(folder.filePath(), QString::fromLocal8Bit(std::strerror(errno)));
+    return {};
+}
+
+}
+
+ServiceEnvironment::ServiceEnvironment(Phone& phone)
+{
+    const QDBusReply<uint> pid = phone.Proxy().connection().interface()->servicePid(QLatin1String(Names::PhoneService));
+    QFile file(QStringLiteral("/proc/%1/environ").arg(pid.value()));
+    isService = pid.isValid() && file.open(QIODevice::ReadOnly);
+    const QStringList lines = isService ? QString::fromLocal8Bit(file.readAll()).split(QChar('\0'))
+                                        : QProcessEnvironment::systemEnvironment().toStringList();
+    for (const QString& line : lines)
+        values.insert(line.section(QLatin1Char('='), 0, 0), line.section(QLatin1Char('='), 1));
+}
+
+QString ServiceEnvironment::File(const char* variable, const char* baseVariable, const char* baseBelowHome,
+                                 const char* name) const
+{
+    if (const QString path = Value(variable); !path.isEmpty())
+        return path;
+    const QString base = Value(baseVariable);
+    return (base.startsWith(QLatin1Char('/')) ? base : Value("HOME") + QLatin1String(baseBelowHome)) +
+           QLatin1String("/kova/") + QLatin1String(name);
+}
+
+SettingsFile::SettingsFile(const ServiceEnvironment& environment)
+    : path(environment.File("KOVA_CONFIG_FILE", "XDG_CONFIG_HOME", "/.config", "config.ini")),
+      exists(QFileInfo::exists(path)),
+      unwritable(WhyUnwritable(path))
+{
+    if (!exists)
+        return;
+    QFile file(path);
+    if (!QFileInfo(path).isFile()) {
+        problem = QStringLiteral("it is no file");
+    } else if (file.size() > LargestFile) {
+        problem = QStringLiteral("it is larger than 1 MiB");
+    } else if (!file.open(QIODevice::ReadOnly)) {
+        problem = file.errorString();
+    } else {
+        const int line = FindBadLine(file.readAll());
+        const QSettings settings(path, QSettings::IniFormat);
+        const auto isOn = [&](const char* name) { return settings.value(QLatin1String(name)).toString() == "1"; };
+        phoneEnabled = isOn("PHONE/enabled");
+        gprsEnabled = isOn("DEVICES_SETUP/gprs-enabled");
+        if (settings.status() != QSettings::NoError)
+            problem = line == 0 ? QStringLiteral("it is no INI file")
+                                : QStringLiteral("line %1 is no [section], key=value or ;comment").arg(line);
+    }
+}
