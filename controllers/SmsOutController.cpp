@@ -4,8 +4,6 @@
 #include "Log.h"
 #include "QtCompat.h"
 
-#include <QTimer>
-
 // Readers of the log look for the queue's lines under the sound manager's path.
 #define LOG_SMS(level, ...) LOG_FROM(Names::SoundManagerObject, level, __VA_ARGS__)
 
@@ -29,6 +27,9 @@ SmsOutController::SmsOutController() : lastSmsId(0)
         LOG_SMS(LogLevelError, "FATAL: error connecting Gsm service");
         throw QtConcurrent::Exception();
     }
+    nextRun.setSingleShot(true);
+    nextRun.setTimerType(Qt::PreciseTimer);
+    connect(&nextRun, &QTimer::timeout, this, &SmsOutController::OnRunDue);
     LOG_SMS(LogLevelProgress, "Gsm service connected");
 }
 
@@ -40,9 +41,28 @@ uint SmsOutController::SmsSend(const QString& phoneNumber, const QString& messag
     return lastSmsId;
 }
 
+// Each run blocks for as long as the daemon takes to send. Timers that are due at the same time fire one after the
+// other before the event loop takes anything else, so that with a timer for each run an emergency call would wait for a
+// whole burst of messages. A single timer, started again after each run, lets the loop take calls, signals and the
+// request to stop in between.
+
 void SmsOutController::ScheduleProcessing()
 {
-    QTimer::singleShot(ProcessingDelayMs, this, SLOT(ProcessSmsQueue()));
+    dueRuns.emplace(ProcessingDelayMs, Qt::PreciseTimer);
+    AwaitNextRun();
+}
+
+void SmsOutController::AwaitNextRun()
+{
+    if (!dueRuns.empty() && !nextRun.isActive())
+        nextRun.start(static_cast<int>(dueRuns.front().remainingTime()));
+}
+
+void SmsOutController::OnRunDue()
+{
+    dueRuns.pop();
+    ProcessSmsQueue();
+    AwaitNextRun();
 }
 
 void SmsOutController::ProcessSmsQueue()

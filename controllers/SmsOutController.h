@@ -2,8 +2,11 @@
 
 #include "Sms.h"
 
+#include <QDeadlineTimer>
 #include <QList>
 #include <QObject>
+#include <QTimer>
+#include <queue>
 
 /// The queue of outgoing messages. It hands them to the GSM daemon one at a time, in order, while the modem is
 /// registered, and reports each exactly once. It never switches the modem on, and lives in memory only.
@@ -32,7 +35,11 @@ private:
     SmsOutController();
 
     void ScheduleProcessing();
+    void AwaitNextRun();
+    void OnRunDue();
 
     quint32 lastSmsId;
     QList<Sms> smsQueue;
+    std::queue<QDeadlineTimer> dueRuns; ///< when each scheduled run is due; equal delays keep them in order
+    QTimer nextRun;
 };

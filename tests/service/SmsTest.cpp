@@ -1,5 +1,6 @@
 #include "TestBed.h"
 
+#include <QRegularExpression>
 #include <QTest>
 
 /// Messages out and in.
@@ -15,6 +16,8 @@ private Q_SLOTS:
     void waitsWhileOff();
     void receives();
     void receivesAfterBlockedSend();
+    void yieldsToEmergencyCall();
+    void yieldsToTermination();
 };
 
 namespace
@@ -136,6 +139,41 @@ void SmsTest::receivesAfterBlockedSend()
     const QStringList events = bed.Events("phone ");
     QCOMPARE(events[0], "phone SmsSent(1, false)");
     QVERIFY(events[1].startsWith(R"(phone SmsReceived("meanwhile", )"));
+}
+
+// In a burst of messages that are all due, each send blocks the service.
+
+void SmsTest::yieldsToEmergencyCall()
+{
+    TestBed bed;
+    QVERIFY(bed.BringUp() && bed.Command("fault SendSms silent times 2"));
+    for (int i = 0; i < 5; ++i)
+        QCOMPARE(Queue(bed, "+491"), 0);
+    bed.BeginPassTime(1000);
+    QVERIFY(bed.WaitForEvent("-> gsm SendSms"));
+    const QDBusPendingCall loop = bed.Phone().VoiceCallLoopMake({"112"});
+    QVERIFY(bed.Command("sms +492 meanwhile"));
+    bed.EndRemoteCall(20000);
+    QCOMPARE(TestBed::StatusOf(loop), 0);
+    bed.EndRemoteCall(20000); // the second send, during which the loop's start becomes due
+    QVERIFY(bed.WaitForEvent("phone SmsSent", 5));
+    const QStringList events =
+        bed.Events().replaceInStrings(QRegularExpression("SmsReceived.*"), QStringLiteral("SmsReceived"));
+    VERIFY_IN_ORDER(events, {"phone SmsSent(1, false)", "phone SmsReceived", "phone SmsSent(2, false)",
+                             R"(-> gsm Call("112"))", "phone SmsSent(3, true)"});
+}
+
+void SmsTest::yieldsToTermination()
+{
+    constexpr int Burst = 8;
+    TestBed bed;
+    QVERIFY(bed.BringUp() && bed.Command("fault SendSms delay 200"));
+    for (int i = 0; i < Burst; ++i)
+        QCOMPARE(Queue(bed, "+491"), 0);
+    bed.BeginPassTime(1000);
+    QVERIFY(bed.WaitForEvent("-> gsm SendSms"));
+    QCOMPARE(bed.StopService(), 0);
+    QVERIFY(bed.Events("-> gsm SendSms").size() < Burst);
 }
 
 QTEST_GUILESS_MAIN(SmsTest)

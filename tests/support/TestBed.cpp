@@ -251,15 +251,21 @@ void TestBed::EndRemoteCall(int timeoutMs)
 void TestBed::Settle()
 {
     // The service answers from its event loop, that is after what it was about. A timer that is due when the first
-    // request wakes it has been handled before it takes the second.
+    // request wakes it has been handled before it takes the second. Each run of the message queue takes another turn of
+    // the loop, and writes to the log.
     // Its log is read all the while: with a full pipe it would never answer.
-    for (int i = 0; i < 2 && ServiceRuns(); ++i) {
-        const QDBusPendingCallWatcher answer(phone.GetStatus());
-        QEventLoop loop;
-        connect(&answer, &QDBusPendingCallWatcher::finished, &loop, &QEventLoop::quit);
-        if (!answer.isFinished())
-            loop.exec();
-    }
+    qsizetype logged = 0;
+    do {
+        logged = log.size();
+        for (int i = 0; i < 2 && ServiceRuns(); ++i) {
+            const QDBusPendingCallWatcher answer(phone.GetStatus());
+            QEventLoop loop;
+            connect(&answer, &QDBusPendingCallWatcher::finished, &loop, &QEventLoop::quit);
+            if (!answer.isFinished())
+                loop.exec();
+        }
+        ReadLog();
+    } while (log.size() != logged);
     // Likewise everything that the device tells of has been told before its answer.
     if (device.state() == QProcess::Running)
         Simulator().State().waitForFinished();
