@@ -1,10 +1,11 @@
+#include "BusGuard.h"
 #include "Log.h"
 #include "PhoneManager.h"
 #include "PhoneManagerAdaptor.h"
+#include "Process.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
-#include <QTimer>
 
 #include <csignal>
 #include <cstdio>
@@ -27,31 +28,25 @@ void OnTerminationSignal(int signum)
         QCoreApplication::exit(0);
 }
 
-sigset_t TerminationSignals()
-{
-    sigset_t stopping;
-    sigemptyset(&stopping);
-    sigaddset(&stopping, SIGINT);
-    sigaddset(&stopping, SIGTERM);
-    return stopping;
-}
-
 }
 
 int main(int argc, char** argv)
 {
+    Process::Prepare();
+    if (argc > 1) {
+        std::fprintf(stderr, "phonemanager: unexpected argument '%s': the service takes none\n", argv[1]);
+        return StartFailed;
+    }
+
     application = new QCoreApplication(argc, argv);
     _logInterface = new LogInterface(Names::LogObject);
     LOG(LogLevelProgress, "Starting Phone Manager...");
 
+    Process::HoldTermination();
     if (std::signal(SIGINT, OnTerminationSignal) == SIG_ERR)
         LOG(LogLevelWarning, "Can't catch SIGINT");
     if (std::signal(SIGTERM, OnTerminationSignal) == SIG_ERR)
         LOG(LogLevelWarning, "Can't catch SIGTERM");
-    // Without an event loop to end, the handler would do nothing and the request to stop be lost: it waits for the
-    // loop.
-    const sigset_t terminationSignals = TerminationSignals();
-    pthread_sigmask(SIG_BLOCK, &terminationSignals, nullptr);
 
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) {
@@ -59,6 +54,7 @@ int main(int argc, char** argv)
         std::puts("DBUS: Can't connect session bus");
         return StartFailed;
     }
+    const BusGuard busGuard(bus);
 
     phoneManager = new PhoneManager;
     if (!phoneManager->IsValid() || !phoneManager->IsInitialized()) {
@@ -66,7 +62,7 @@ int main(int argc, char** argv)
         return StartFailed;
     }
 
-    // The adaptor comes before the name: who sees the name on the bus finds the whole interface.
+    // Calls that arrive from here on wait: Qt delivers none before the event loop runs.
     adaptor = new PhoneManagerAdaptor(phoneManager);
     if (!bus.registerService(Names::PhoneService)) {
         LOG(LogLevelError, "DBUS: Can't register service [%s]", Names::PhoneService);
@@ -78,7 +74,6 @@ int main(int argc, char** argv)
     }
 
     LOG(LogLevelProgress, "Phone Manager running");
-    QTimer::singleShot(0, application, [&] { pthread_sigmask(SIG_UNBLOCK, &terminationSignals, nullptr); });
     QCoreApplication::exec();
 
     if (adaptor) {

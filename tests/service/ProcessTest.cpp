@@ -3,6 +3,7 @@
 #include "TestBed.h"
 
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QFile>
 #include <QTest>
 
@@ -12,7 +13,12 @@ class ProcessTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void takesNoArguments();
     void noBus();
+    void losesBus();
+    void hearsAfterLargeRequest();
+    void badOutput_data();
+    void badOutput();
     void nameTaken();
     void stops_data();
     void stops();
@@ -21,6 +27,26 @@ private Q_SLOTS:
     void linesTellTheirPlace();
 };
 
+namespace
+{
+
+constexpr char Service[] = KOVA_BUILD_DIR "/phonemanager";
+
+}
+
+/// A second service would power the modem off before it found the name taken.
+void ProcessTest::takesNoArguments()
+{
+    QProcess service;
+    service.start(Service, {"--help"});
+    QVERIFY(service.waitForFinished());
+    QCOMPARE(service.exitCode(), 255);
+    const QByteArray complaint = service.readAllStandardError();
+    QCOMPARE(complaint.count('\n'), 1);
+    QVERIFY2(complaint.contains("--help"), complaint.constData());
+    QCOMPARE(service.readAllStandardOutput(), QByteArray());
+}
+
 void ProcessTest::noBus()
 {
     TestBed bed;
@@ -28,6 +54,57 @@ void ProcessTest::noBus()
     QCOMPARE(bed.AwaitEnd(), 255);
     QCOMPARE(bed.StandardOutput(), "DBUS: Can't connect session bus\n");
     QCOMPARE(bed.LogTexts(9), QStringList({"4 Starting Phone Manager...", "1 DBUS: Can't connect session bus"}));
+}
+
+void ProcessTest::losesBus()
+{
+    QProcess bus;
+    bus.start("dbus-daemon", {"--session", "--nofork", "--print-address"});
+    QVERIFY(bus.waitForReadyRead());
+    TestBed bed;
+    bed.LaunchService({{"DBUS_SESSION_BUS_ADDRESS", bus.readLine().trimmed()}});
+    QVERIFY(bed.WaitForLog("Phone Manager running"));
+    bus.kill();
+    QVERIFY(bus.waitForFinished());
+    QVERIFY(bed.WaitForLog("DBUS: Lost the connection to the bus"));
+    QCOMPARE(bed.StopService(), 0);
+}
+
+/// The bus library of its own stops reading above 63 MiB, for ever.
+void ProcessTest::hearsAfterLargeRequest()
+{
+    TestBed bed;
+    QVERIFY(bed.StartService());
+    const QString text(70'000'000, 'x');
+    QCOMPARE(TestBed::StatusOf(bed.Phone().QueueSms("+491", text)), -57);
+    QCOMPARE(TestBed::StatusOf(bed.Phone().GetStatus()), 0);
+}
+
+void ProcessTest::badOutput_data()
+{
+    QTest::addColumn<QString>("redirections");
+    QTest::addColumn<QString>("target");
+    QTest::newRow("closed") << "<&- >&- 2>&-"
+                            << "/dev/null";
+    QTest::newRow("reader gone") << "2> >(:)"
+                                 << "";
+}
+
+void ProcessTest::badOutput()
+{
+    QFETCH(QString, redirections);
+    QFETCH(QString, target);
+    QProcess service;
+    service.start("bash", {"-c", "exec " + QString(Service) + ' ' + redirections});
+    QTRY_VERIFY(QDBusConnection::sessionBus().interface()->isServiceRegistered(Names::PhoneService));
+    if (!target.isEmpty())
+        QCOMPARE(QFile::symLinkTarget(QStringLiteral("/proc/%1/fd/2").arg(service.processId())), target);
+    TestBed bed;
+    QCOMPARE(TestBed::StatusOf(bed.Phone().ForcePhoneOff(true)), 0);
+    service.terminate();
+    QVERIFY(service.waitForFinished());
+    QCOMPARE(service.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(service.exitCode(), 0);
 }
 
 void ProcessTest::nameTaken()
@@ -73,7 +150,7 @@ void ProcessTest::stops()
 void ProcessTest::exportsLog()
 {
     QProcess nm;
-    nm.start("nm", {"--dynamic", "--defined-only", KOVA_BUILD_DIR "/phonemanager"});
+    nm.start("nm", {"--dynamic", "--defined-only", Service});
     QVERIFY(nm.waitForFinished() && nm.exitCode() == 0);
     QVERIFY(nm.readAllStandardOutput().contains(" B _logInterface\n"));
 }

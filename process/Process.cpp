@@ -1,0 +1,45 @@
+#include "Process.h"
+
+#include <QCoreApplication>
+#include <QTimer>
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace
+{
+
+sigset_t TerminationSignals()
+{
+    sigset_t termination;
+    sigemptyset(&termination);
+    sigaddset(&termination, SIGINT);
+    sigaddset(&termination, SIGTERM);
+    return termination;
+}
+
+void MaskTermination(int how)
+{
+    const sigset_t termination = TerminationSignals();
+    pthread_sigmask(how, &termination, nullptr);
+}
+
+}
+
+void Process::Prepare()
+{
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+        // The lowest free number is the closed descriptor's: those below are open by now.
+        if (fcntl(descriptor, F_GETFD) < 0 && errno == EBADF)
+            static_cast<void>(open("/dev/null", O_RDWR));
+    }
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+void Process::HoldTermination()
+{
+    MaskTermination(SIG_BLOCK);
+    QTimer::singleShot(0, QCoreApplication::instance(), [] { MaskTermination(SIG_UNBLOCK); });
+}
