@@ -19,12 +19,18 @@ struct Counterpart {
     const char* command; ///< with its operation
     QStringList methods;
     /// What the method would take, or nothing when the command does something else this time.
-    std::optional<QVariantList> (*arguments)(const AtCommand& command);
+    std::optional<QVariantList> (*arguments)(const AtCommand& command, const Modem& modem);
 };
 
-std::optional<QVariantList> None(const AtCommand&)
+std::optional<QVariantList> None(const AtCommand&, const Modem&)
 {
     return QVariantList();
+}
+
+/// ModemManager hangs up at its start to be on the safe side.
+std::optional<QVariantList> NoneInCall(const AtCommand&, const Modem& modem)
+{
+    return modem.Calls().isEmpty() ? std::nullopt : std::optional(QVariantList());
 }
 
 const QList<Counterpart>& AllCounterparts()
@@ -32,25 +38,25 @@ const QList<Counterpart>& AllCounterparts()
     static const QList<Counterpart> all = {
         {"D=",
          {"Call"},
-         [](const AtCommand& command) { return std::optional(QVariantList{command.parameters.at(0)}); }},
+         [](const AtCommand& command, const Modem&) { return std::optional(QVariantList{command.parameters.at(0)}); }},
         {"A", {"CallAnswer"}, None},
-        {"H", {"CallHangup", "CallHangupAll"}, None},
-        {"+CHUP", {"CallHangup", "CallHangupAll"}, None},
-        {"+CHLD=", {"CallHangup", "CallHangupAll"}, None},
+        {"H", {"CallHangup", "CallHangupAll"}, NoneInCall},
+        {"+CHUP", {"CallHangup", "CallHangupAll"}, NoneInCall},
+        {"+CHLD=", {"CallHangup", "CallHangupAll"}, NoneInCall},
         {"+CFUN=",
          {"ModemSetEnabled"},
-         [](const AtCommand& command) { return std::optional(QVariantList{command.Number(0, 0) == 1}); }},
+         [](const AtCommand& command, const Modem&) { return std::optional(QVariantList{command.Number(0, 0) == 1}); }},
         {"+CREG?", {"ModemGetStatus"}, None},
         {"+CPIN?", {"IsSimPresent"}, None},
         {"+COPS=",
          {"PingRegistration"},
-         [](const AtCommand& command) {
+         [](const AtCommand& command, const Modem&) {
              return command.Number(0, 0) == 0 ? std::optional(QVariantList()) : std::nullopt;
          }},
         {"+CSQ", {"SignalStrength"}, None},
         {"+CGDCONT=",
          {"GprsSetApn"},
-         [](const AtCommand& command) {
+         [](const AtCommand& command, const Modem&) {
              return std::optional(QVariantList{command.parameters.value(2), "", ""});
          }},
     };
@@ -210,7 +216,7 @@ void AtModem::Execute(const AtCommand& command)
         return handler ? handler(command) : AtAnswer{AtAnswer::Error};
     };
     const Counterpart* counterpart = FindCounterpart(command);
-    const std::optional<QVariantList> arguments = counterpart ? counterpart->arguments(command) : std::nullopt;
+    const std::optional<QVariantList> arguments = counterpart ? counterpart->arguments(command, modem) : std::nullopt;
     if (arguments)
         Meet(counterpart->methods, *arguments, act);
     else
@@ -393,6 +399,14 @@ void AtModem::HandleNetwork()
         return command.operation == AtCommand::Read ? withSim("+CPIN: READY") : AtAnswer();
     });
     handlers.insert("+CIMI", [withSim](const AtCommand&) { return withSim("001010123456789"); });
+    // ModemManager reads the card's own number there, and waits for it.
+    handlers.insert("+CRSM", [withSim](const AtCommand& command) {
+        constexpr int ReadBinary = 176;   // 3GPP TS 27.007, 8.18
+        constexpr int FileIccid = 0x2fe2; // 3GPP TS 31.102, 4.2
+        return command.Number(0, 0) == ReadBinary && command.Number(1, 0) == FileIccid
+                   ? withSim("+CRSM: 144,0,\"98941000000000000013\"")
+                   : AtAnswer{AtAnswer::Error};
+    });
     // oFono's plugin for simulated modems asks for the card this way.
     handlers.insert("+SIMSTATE", [this](const AtCommand&) {
         return AtAnswer{AtAnswer::Ok, 0, {"+SIMSTATE: " + QByteArray::number(int{modem.IsSimInserted()})}};

@@ -61,7 +61,11 @@ QString Device::Join()
         if (const QString problem = atPort.ListenOnTcp(static_cast<quint16>(options.atTcpPort)); !problem.isEmpty())
             return problem;
     }
-    return options.atAbstractName.isEmpty() ? QString() : atPort.ListenOnAbstract(options.atAbstractName);
+    if (options.atAbstractName.isEmpty())
+        return {};
+    // ModemManager takes the prefix with which it marks such a port for a part of the socket's name.
+    const QString problem = atPort.ListenOnAbstract(options.atAbstractName);
+    return problem.isEmpty() ? atPort.ListenOnAbstract(QStringLiteral("abstract:") + options.atAbstractName) : problem;
 }
 
 QString Device::WhyUnheard() const
