@@ -36,8 +36,11 @@ GsmDaemon::GsmDaemon(BusService& service, Modem& modem) : service(service), mode
     connect(&modem, &Modem::CallAnswered, this,
             [this](const Call& call) { this->service.Send("CallAnswered", CallInfo(call)); });
     connect(&modem, &Modem::CallEnded, this, [this](const Call& call, Modem::End why) {
-        if (why != Modem::EndPowerLost) // a modem without power cannot say anything
-            this->service.Send(why == Modem::EndRejected ? "CallRejected" : "CallTerminated", CallInfo(call));
+        if (why == Modem::EndPowerLost) // a modem without power cannot say anything
+            return;
+        // An emergency loop goes on to its next number only when this one counts as rejected.
+        const bool rejected = call.outgoing && !call.answered && why != Modem::EndHangupAll;
+        this->service.Send(rejected ? "CallRejected" : "CallTerminated", CallInfo(call));
     });
     connect(&modem, &Modem::MessageCame, this, [this](const QString& number, const QString& text) {
         this->service.Send(
