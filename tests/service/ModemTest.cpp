@@ -272,7 +272,7 @@ private Q_SLOTS:
         // What the modem last was is known until the daemon is back.
         QCOMPARE(bed.PhoneStatus(), "(0, 2, 3, 71, 1, false)");
         bed.ForgetRecords();
-        QVERIFY(bed.Command("daemon return") && bed.PassSimCheck());
+        QVERIFY(bed.Command("daemon return") && bed.PassSimCheck() && bed.WaitForEvent("phone SimPresent(true)"));
         QCOMPARE(bed.Ask("VoiceCallMake", "+49222"), 0);
     }
 
