@@ -1,4 +1,4 @@
-#include "Names.h"
+#include "FakePeers.h"
 #include "TestBed.h"
 
 #include <QDBusArgument>
@@ -6,13 +6,10 @@
 #include <QDBusMessage>
 #include <QDBusUnixFileDescriptor>
 #include <QDBusVariant>
-#include <QDBusVirtualObject>
 #include <QRandomGenerator>
 #include <QTest>
-#include <QThread>
 
-#include <sys/socket.h>
-#include <sys/un.h>
+#include <memory>
 #include <unistd.h>
 
 namespace
@@ -23,7 +20,6 @@ constexpr int LookInterval = 50;  ///< messages until the service is given the t
 constexpr int TimeInterval = 100; ///< messages until timers fire
 constexpr int TimeStepMs = 30000;
 
-constexpr char GsmInterface[] = "com.quillmark.kova.gsminterface";
 constexpr char PhoneInterface[] = "com.quillmark.kova.phoneinterface";
 
 /// A method or signal and its arguments: the bus's type letters, but l for a list of texts and m for a map.
@@ -160,114 +156,18 @@ private:
     QRandomGenerator random;
 };
 
-/// Stands for the GSM daemon and the audio services, in a thread of its own: the service waits for its answers.
-class FalsePeers : public QDBusVirtualObject
+/// Answers that fit, that almost fit, and errors.
+FakePeers::Answer HostileAnswers(quint32 seed)
 {
-public:
-    explicit FalsePeers(quint32 seed) : hostility(seed)
-    {
-        moveToThread(&thread);
-        thread.start();
-        for (const char* object :
-             {Names::GsmObject, Names::SoundManagerObject, Names::AudioOutCtlObject, Names::AudioInCtlObject})
-            bus.registerVirtualObject(object, this);
-        for (const char* name : {Names::SoundManagerService, Names::AudioOutCtlService, Names::AudioInCtlService})
-            bus.registerService(name);
-    }
-
-    ~FalsePeers() override
-    {
-        QDBusConnection::disconnectFromBus(bus.name());
-        thread.quit();
-        thread.wait();
-    }
-
-    QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, "peers");
-
-    QString introspect(const QString&) const override { return {}; }
-
-    bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override
-    {
-        if (message.type() != QDBusMessage::MethodCallMessage)
-            return false;
-        const char* types = peerAnswers.value(message.member(), "i");
-        QVariantList answer = hostility.Arguments(types);
-        if (hostility.OneIn(6)) // where a number should be
-            answer = {0, hostility.Structure()};
-        else if (!hostility.OneIn(4) && !answer.isEmpty())
+    return [hostility = std::make_shared<Hostility>(seed)](const QDBusMessage& call) {
+        QVariantList answer = hostility->Arguments(peerAnswers.value(call.member(), "i"));
+        if (hostility->OneIn(6)) // where a number should be
+            answer = {0, hostility->Structure()};
+        else if (!hostility->OneIn(4) && !answer.isEmpty())
             answer[0] = 0;
-        connection.send(hostility.OneIn(8)
-                            ? message.createErrorReply("org.example.Error", hostility.Value('s').toString())
-                            : message.createReply(answer));
-        return true;
-    }
-
-private:
-    Hostility hostility;
-    QThread thread;
-};
-
-/// One element of a header of a message on the wire.
-void AppendField(QByteArray& message, char code, char type, const QByteArray& text)
-{
-    message.append(QByteArray((8 - message.size() % 8) % 8, '\0'));
-    message += QByteArray{} + code + '\1' + type + '\0';
-    message += static_cast<char>(text.size());
-    message += (type == 'g' ? QByteArray() : QByteArray(3, '\0')) + text + '\0';
-}
-
-/// A call with a text that is not UTF-8, as no bus library lets it be made. @return whether the bus hung up.
-bool SendInvalidUtf8()
-{
-    QByteArray path = qgetenv("DBUS_SESSION_BUS_ADDRESS").split(',').value(0);
-    const bool isAbstract = path.startsWith("unix:abstract=");
-    path = (isAbstract ? QByteArray(1, '\0') : QByteArray()) + path.mid(path.indexOf('=') + 1);
-    sockaddr_un address = {AF_UNIX, {}};
-    memcpy(address.sun_path, path.constData(), std::min<size_t>(path.size(), sizeof address.sun_path - 1));
-
-    constexpr char hello[] = "l\1\0\1\0\0\0\0\1\0\0\0";
-    QByteArray header(hello, 12);
-    header += QByteArray(4, '\0');
-    AppendField(header, 1, 'o', "/org/freedesktop/DBus");
-    AppendField(header, 3, 's', "Hello");
-    AppendField(header, 6, 's', "org.freedesktop.DBus");
-    const auto finish = [](QByteArray message, const QByteArray& body) {
-        message[4] = static_cast<char>(body.size());
-        message[12] = static_cast<char>(message.size() - 16);
-        return message + QByteArray((8 - message.size() % 8) % 8, '\0') + body;
+        return hostility->OneIn(8) ? call.createErrorReply("org.example.Error", hostility->Value('s').toString())
+                                   : call.createReply(answer);
     };
-    QByteArray call(hello, 12);
-    call += QByteArray(4, '\0');
-    call[8] = 2; // serial number
-    AppendField(call, 1, 'o', Names::PhoneObject);
-    AppendField(call, 3, 's', "VoiceCallMake");
-    AppendField(call, 6, 's', Names::PhoneService);
-    AppendField(call, 8, 'g', "s");
-
-    const int wire = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const size_t size = offsetof(sockaddr_un, sun_path) + path.size() + (isAbstract ? 0 : 1);
-    const auto send = [wire](const QByteArray& bytes) {
-        return write(wire, bytes.constData(), bytes.size()) == bytes.size();
-    };
-    // Until the text comes, or without one until the bus hangs up.
-    const auto receive = [wire](const char* text) {
-        QByteArray received;
-        char part[1024];
-        while (!text || !received.contains(text)) {
-            const ssize_t length = read(wire, part, sizeof part);
-            if (length <= 0)
-                return !text;
-            received.append(part, static_cast<int>(length));
-        }
-        return true;
-    };
-    const bool hungUp = connect(wire, reinterpret_cast<sockaddr*>(&address), static_cast<socklen_t>(size)) == 0 &&
-                        send(QByteArray(1, '\0') + "AUTH EXTERNAL " + QByteArray::number(getuid()).toHex() +
-                             "\r\nBEGIN\r\n" + finish(header, {})) &&
-                        receive("NameAcquired") && send(finish(call, QByteArray("\3\0\0\0\xff\xfe\x80\0", 8))) &&
-                        receive(nullptr);
-    close(wire);
-    return hungUp;
 }
 
 }
@@ -281,65 +181,61 @@ public:
     static void initMain() { qputenv("QTEST_FUNCTION_TIMEOUT", "86400000"); } // a long run takes its time
 
 private Q_SLOTS:
-    void SurvivesEverything();
-};
-
-void BusFuzz::SurvivesEverything()
-{
-    const int messages =
-        qEnvironmentVariableIsSet("FUZZ_MESSAGES") ? qEnvironmentVariableIntValue("FUZZ_MESSAGES") : ShortRun;
-    const quint32 seed = qEnvironmentVariableIsSet("FUZZ_SEED") ? qEnvironmentVariable("FUZZ_SEED").toUInt()
-                                                                : QRandomGenerator::global()->generate();
-    qInfo("FUZZ_SEED=%u FUZZ_MESSAGES=%d", seed, messages);
-
-    TestBed bed;
-    bed.WriteSettings("[PHONE]\nenabled=1\n");
-    QVERIFY(bed.StartService());
+    void SurvivesEverything()
     {
-        FalsePeers peers(seed);
-        Hostility hostility(seed);
-        bool present = false;
-        for (int i = 0; i < messages; ++i) {
-            if (!present || hostility.OneIn(400)) {
-                present = !present;
-                QVERIFY(present ? peers.bus.registerService(Names::GsmService)
-                                : peers.bus.unregisterService(Names::GsmService));
-            }
-            if (hostility.OneIn(2)) {
-                const Member& method = hostility.Choose(phoneMethods);
-                QDBusMessage call = QDBusMessage::createMethodCall(Names::PhoneService, Names::PhoneObject,
-                                                                   PhoneInterface, method.name);
-                call.setArguments(hostility.Arguments(method.types));
-                QDBusConnection::sessionBus().asyncCall(call);
-            } else {
-                const Member& member = hostility.Choose(gsmSignals);
-                QDBusMessage signal = QDBusMessage::createSignal(Names::GsmObject, GsmInterface, member.name);
-                signal.setArguments(hostility.Arguments(member.types));
-                peers.bus.send(signal);
-            }
-            if (i % TimeInterval == 0)
-                bed.PassTime(TimeStepMs);
-            if (i % LookInterval == 0) {
-                bed.Settle();
-                QVERIFY2(bed.ServiceRuns(), qPrintable(QStringLiteral("gone after message %1").arg(i)));
-                bed.ForgetRecords();
+        const int messages =
+            qEnvironmentVariableIsSet("FUZZ_MESSAGES") ? qEnvironmentVariableIntValue("FUZZ_MESSAGES") : ShortRun;
+        const quint32 seed = qEnvironmentVariableIsSet("FUZZ_SEED") ? qEnvironmentVariable("FUZZ_SEED").toUInt()
+                                                                    : QRandomGenerator::global()->generate();
+        qInfo("FUZZ_SEED=%u FUZZ_MESSAGES=%d", seed, messages);
+
+        TestBed bed;
+        bed.WriteSettings("[PHONE]\nenabled=1\n");
+        QVERIFY(bed.StartService());
+        {
+            FakePeers peers(HostileAnswers(seed));
+            for (const char* name : {Names::SoundManagerService, Names::AudioOutCtlService, Names::AudioInCtlService})
+                QVERIFY(peers.Join(name));
+            Hostility hostility(seed);
+            bool present = false;
+            for (int i = 0; i < messages; ++i) {
+                if (!present || hostility.OneIn(400)) {
+                    present = !present;
+                    QVERIFY(present ? peers.Join(Names::GsmService) : peers.Leave(Names::GsmService));
+                }
+                if (hostility.OneIn(2)) {
+                    const Member& method = hostility.Choose(phoneMethods);
+                    QDBusMessage call = QDBusMessage::createMethodCall(Names::PhoneService, Names::PhoneObject,
+                                                                       PhoneInterface, method.name);
+                    call.setArguments(hostility.Arguments(method.types));
+                    QDBusConnection::sessionBus().asyncCall(call);
+                } else {
+                    const Member& member = hostility.Choose(gsmSignals);
+                    peers.Send(member.name, hostility.Arguments(member.types));
+                }
+                if (i % TimeInterval == 0)
+                    bed.PassTime(TimeStepMs);
+                if (i % LookInterval == 0) {
+                    bed.Settle();
+                    QVERIFY2(bed.ServiceRuns(), qPrintable(QStringLiteral("gone after message %1").arg(i)));
+                    bed.ForgetRecords();
+                }
             }
         }
-    }
-    QVERIFY(SendInvalidUtf8());
 
-    // What is still under way ends; then a sane device and a sane user find a sane service.
-    bed.PassTime(TimeStepMs);
-    bed.Phone().ForcePhoneOff(false).waitForFinished();
-    bed.Phone().PhoneSetEnabled(true).waitForFinished();
-    bed.ForgetRecords();
-    QVERIFY(bed.StartDevice());
-    QVERIFY(bed.PassSimCheck());
-    const QDBusMessage status = bed.Phone().call("GetStatus");
-    QCOMPARE(status.signature(), QString("iuuuub"));
-    QCOMPARE(status.arguments(), (QVariantList{0, 2U, 3U, 71U, 1U, false}));
-    QCOMPARE(bed.StopService(), 0);
-}
+        // What is still under way ends; then a sane device and a sane user find a sane service.
+        bed.PassTime(TimeStepMs);
+        bed.Phone().ForcePhoneOff(false).waitForFinished();
+        bed.Phone().PhoneSetEnabled(true).waitForFinished();
+        bed.ForgetRecords();
+        QVERIFY(bed.StartDevice());
+        QVERIFY(bed.PassSimCheck());
+        const QDBusMessage status = bed.Phone().call("GetStatus");
+        QCOMPARE(status.signature(), QString("iuuuub"));
+        QCOMPARE(status.arguments(), (QVariantList{0, 2U, 3U, 71U, 1U, false}));
+        QCOMPARE(bed.StopService(), 0);
+    }
+};
 
 QTEST_GUILESS_MAIN(BusFuzz)
 

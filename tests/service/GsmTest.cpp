@@ -2,6 +2,7 @@
 
 #include "GsmPowerController.h"
 #include "GsmProxy.h"
+#include "LogCapture.h"
 #include "PhoneManager.h"
 #include "TestBed.h"
 #include "common_qdbus.h"
@@ -18,30 +19,6 @@
 namespace
 {
 
-/// One line, as it was handed to the device's log.
-struct Logged {
-    unsigned int level;
-    QByteArray text;
-    QByteArray origin;
-
-    /// What stands before the line's message: "[file] function", without the line's number.
-    QByteArray Place() const
-    {
-        const int colon = static_cast<int>(text.indexOf(':'));
-        const int bracket = static_cast<int>(text.indexOf(']'));
-        return text.left(colon) + text.mid(bracket, text.indexOf("): ") + 1 - bracket);
-    }
-    QByteArray Message() const { return text.mid(text.indexOf("): ") + 3); }
-};
-
-QList<Logged> logged;
-
-/// @return what was logged since the last time.
-QList<Logged> TakeLog()
-{
-    return std::exchange(logged, {});
-}
-
 QStringList Texts(const QList<Logged>& lines)
 {
     QStringList texts;
@@ -52,16 +29,6 @@ QStringList Texts(const QList<Logged>& lines)
 
 using Command = std::function<bool(Gsm&)>;
 
-}
-
-// The log library of this program.
-LogInterface* _logInterface = new LogInterface(Names::LogObject);
-
-LogInterface::LogInterface(const QString&) {}
-
-void LogInterface::EmitLogString(unsigned int level, const char* text, const char* origin)
-{
-    logged.append({level, text, origin});
 }
 
 Q_DECLARE_METATYPE(Command)
@@ -152,7 +119,7 @@ private Q_SLOTS:
             QCOMPARE(Texts(lines), expected);
             for (const Logged& line : lines) {
                 QCOMPARE(line.origin, Names::PhoneObject);
-                QVERIFY(line.Place() == place || line.Message().startsWith("Dbus "));
+                QVERIFY(line.Prefix() == place || line.Message().startsWith("Dbus "));
             }
         }
 
@@ -163,7 +130,7 @@ private Q_SLOTS:
         const QList<Logged> lines = TakeLog();
         QCOMPARE(Texts(lines), QStringList{"1 Gsm is not ready"});
         QCOMPARE(lines[0].origin, Names::SoundManagerObject);
-        QCOMPARE(lines[0].Place(), place);
+        QCOMPARE(lines[0].Prefix(), place);
         QVERIFY(bed.Command("daemon return"));
         QTRY_VERIFY(gsm.IsReady());
     }
@@ -311,7 +278,7 @@ private Q_SLOTS:
         QCOMPARE(lines.at(2).text.size(), 511);
         for (const Logged& line : lines) {
             QCOMPARE(line.origin, "/some/origin");
-            QCOMPARE(line.Place(),
+            QCOMPARE(line.Prefix(),
                      QByteArray("[../../include/common_qdbus.h] void PRINT_DBUS_RESULT(const char*, const "
                                 "QString&, const ") +
                          (line.Message().contains(" sync ") ? "QDBusReply<int>&)" : "QDBusPendingReply<int>&)"));

@@ -179,10 +179,10 @@ bool TestBed::BringUp(const QStringList& commands)
         WriteSettings(PhoneEnabled);
     // In this order: what a device so quick reports to a service that has no event loop yet, the bus library may
     // deliver in another order.
-    const bool up =
-        StartService() && StartDevice() && PassSimCheck() && WaitForLog("Gsm signal: 71") && Commands(commands);
+    if (!StartService() || !StartDevice() || !PassSimCheck() || !WaitForLog("Gsm signal: 71"))
+        return false;
     ForgetRecords();
-    return up;
+    return Commands(commands);
 }
 
 bool TestBed::PassSimCheck()

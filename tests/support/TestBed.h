@@ -62,8 +62,8 @@ public:
     /// Starts a device in the state that the commands bring about, then the service with the settings.
     bool Start(const QByteArray& settings = PhoneEnabled, const QStringList& commands = {});
     static constexpr char PhoneEnabled[] = "[PHONE]\nenabled=1\n";
-    /// Both programs up, the phone enabled, SIM card found and modem registered; then the commands are carried out, and
-    /// records begin after that.
+    /// Both programs up, the phone enabled, SIM card found and modem registered; records begin after that, and then the
+    /// commands are carried out.
     bool BringUp(const QStringList& commands = {});
     /// Ends the wait for the SIM check and waits until the modem is registered for the phone's users.
     bool PassSimCheck();
