@@ -12,7 +12,7 @@ case "$*" in
     *) echo "usage: ./test.sh [--all]" >&2; exit 2 ;;
 esac
 
-need "${BUILD_PACKAGES[@]}" faketime sqlite3 binutils mandoc libglib2.0-bin systemd
+need "${BUILD_PACKAGES[@]}" faketime sqlite3 binutils mandoc libglib2.0-bin systemd python3-dbusmock
 
 # run PRESET [CTEST_OPTION...]
 run() {
@@ -26,7 +26,8 @@ run() {
 
 slow=(-LE slow)
 if [ $all = yes ]; then
-    need qtbase5-dev qtbase5-dev-tools libqt5sql5-sqlite clang-format
+    need qtbase5-dev qtbase5-dev-tools libqt5sql5-sqlite clang-format \
+        pulseaudio pulseaudio-utils pipewire pipewire-pulse wireplumber callaudiod
     slow=()
     echo "== format"
     git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror

@@ -16,4 +16,5 @@ need() {
         apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-BUILD_PACKAGES=(g++ cmake ninja-build libdbus-1-dev pkgconf qt6-base-dev qt6-base-dev-tools libqt6sql6-sqlite dbus)
+BUILD_PACKAGES=(g++ cmake ninja-build libdbus-1-dev pkgconf qt6-base-dev qt6-base-dev-tools libqt6sql6-sqlite dbus
+    libpulse-dev libsndfile1-dev)

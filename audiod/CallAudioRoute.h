@@ -1,0 +1,30 @@
+#pragma once
+
+#include "CallAudioProxy.h"
+#include "VoiceRoute.h"
+
+#include <QDBusPendingCall>
+#include <QDBusServiceWatcher>
+
+/// The voice route of a device whose sound card carries the modem's voice by itself: callaudiod switches it to the
+/// voice call mode, on loudspeaker or earpiece.
+class CallAudioRoute : public VoiceRoute
+{
+    Q_OBJECT
+
+public:
+    CallAudioRoute();
+
+protected:
+    void Work() override;
+
+private:
+    void SelectMode();
+    void EnableSpeaker();
+    void Watch(const QDBusPendingCall& call, const QString& name, void (CallAudioRoute::*next)());
+    void OnOwnerChanged();
+
+    CallAudioProxy callAudio;
+    QDBusServiceWatcher watcher;
+    bool inCallMode = false; ///< it may be: it was asked to
+};

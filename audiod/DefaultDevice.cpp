@@ -1,0 +1,119 @@
+#include "DefaultDevice.h"
+
+#include "AudioLog.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <utility>
+
+DefaultDevice::DefaultDevice(SoundServer& server, DeviceKind kind) : server(server), kind(kind)
+{
+    connect(&server, &SoundServer::Ready, this, &DefaultDevice::Apply);
+    connect(&server, &SoundServer::Lost, this, [this] {
+        if (!working && !waiting.IsEmpty())
+            Finish(this->server.Error());
+    });
+    connect(&waiting, &Waiting::TimedOut, this,
+            [this] { AUDIO_LOG(LogLevelError, "The sound server does not answer: volume and mute have to wait"); });
+}
+
+void DefaultDevice::SetVolume(double volume, const std::function<void()>& answer)
+{
+    this->volume = volume;
+    wantedVolume = volume;
+    Work(answer);
+}
+
+void DefaultDevice::SetMute(bool mute, const std::function<void()>& answer)
+{
+    muted = mute;
+    wantedMute = mute;
+    Work(answer);
+}
+
+void DefaultDevice::Refresh(const std::function<void()>& answer)
+{
+    Work(answer);
+}
+
+void DefaultDevice::Work(const std::function<void()>& answer)
+{
+    waiting.Add(answer);
+    Apply();
+}
+
+void DefaultDevice::Apply()
+{
+    if (!server.IsReady()) {
+        // Apply() is called again when it is ready.
+        server.Connect();
+        return;
+    }
+    if (working) {
+        again = true;
+        return;
+    }
+    working = true;
+    again = false;
+    server.GetLevel(kind, [this](const std::optional<SoundLevel>& level) { OnLevel(level); });
+}
+
+void DefaultDevice::OnLevel(const std::optional<SoundLevel>& level)
+{
+    if (!level) {
+        Finish(server.Error());
+        return;
+    }
+
+    struct Change {
+        int open = 1; ///< requests that are not answered; the first is this function itself
+        std::optional<double> volume;
+        std::optional<bool> mute;
+        QString problem;
+    };
+    const auto change = std::make_shared<Change>();
+    change->volume = std::exchange(wantedVolume, std::nullopt);
+    change->mute = std::exchange(wantedMute, std::nullopt);
+    const auto done = [this, change](const std::optional<bool>& success) {
+        if (!success)
+            change->problem = server.Error();
+        if (--change->open > 0)
+            return;
+        // What a server has lost is for the next; a later wish comes first.
+        if (!server.IsReady()) {
+            wantedVolume = wantedVolume ? wantedVolume : change->volume;
+            wantedMute = wantedMute ? wantedMute : change->mute;
+        }
+        Finish(change->problem);
+    };
+
+    if (change->volume) {
+        // Keeps the balance of the channels.
+        pa_cvolume volumes = level->volume;
+        pa_cvolume_scale(&volumes, static_cast<pa_volume_t>(std::lround(*change->volume * PA_VOLUME_NORM)));
+        ++change->open;
+        server.SetVolume(kind, level->index, volumes, done);
+    } else if (!wantedVolume) {
+        volume = std::min(1.0, static_cast<double>(pa_cvolume_max(&level->volume)) / PA_VOLUME_NORM);
+    }
+    if (change->mute) {
+        ++change->open;
+        server.SetMute(kind, level->index, *change->mute, done);
+    } else if (!wantedMute) {
+        muted = level->mute;
+    }
+    done(true);
+}
+
+void DefaultDevice::Finish(const QString& problem)
+{
+    working = false;
+    if (!problem.isEmpty())
+        AUDIO_LOG(LogLevelError, "Volume and mute of the default %s could not be reached: %s",
+                  kind == DeviceKind::Sink ? "sink" : "source", qPrintable(problem));
+    if (again && server.IsReady())
+        Apply();
+    else
+        waiting.Release();
+}

@@ -1,0 +1,149 @@
+// kova-audiod: the device's three audio services on a stock sound server.
+
+#include "AudioInCtl.h"
+#include "AudioInCtlAdaptor.h"
+#include "AudioLog.h"
+#include "AudioOutCtl.h"
+#include "AudioOutCtlAdaptor.h"
+#include "CallAudioRoute.h"
+#include "Capture.h"
+#include "DefaultDevice.h"
+#include "LoopbackRoute.h"
+#include "SoundManager.h"
+#include "SoundManagerAdaptor.h"
+#include "SoundServer.h"
+#include "TerminationSignals.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusError>
+#include <QSocketNotifier>
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+
+Q_DECL_EXPORT LogInterface* _logInterface = nullptr;
+
+namespace
+{
+
+enum ExitStatus : int {
+    ExitStatusDone = 0,
+    ExitStatusFailed = 1, ///< no session bus, or another program has the services' names
+    ExitStatusUsage = 2,
+};
+
+struct Export {
+    const char* service;
+    const char* object;
+    AudioService* contract;
+};
+
+bool Register(QDBusConnection& bus, const Export& service)
+{
+    // The object first: whoever sees the name finds the interface.
+    if (bus.registerObject(QLatin1String(service.object), service.contract, QDBusConnection::ExportAdaptors) &&
+        bus.registerService(QLatin1String(service.service)))
+        return true;
+    AUDIO_LOG(LogLevelError, "DBUS: Can't register service [%s]: %s", service.service,
+              bus.lastError().isValid() ? qPrintable(bus.lastError().message()) : "another program has the name");
+    return false;
+}
+
+int Serve(const QString& modemSource, const QString& modemSink, int signalInput)
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) {
+        AUDIO_LOG(LogLevelError, "DBUS: Can't connect session bus");
+        return ExitStatusFailed;
+    }
+
+    SoundServer server;
+    std::unique_ptr<VoiceRoute> route;
+    if (modemSource.isEmpty())
+        route = std::make_unique<CallAudioRoute>();
+    else
+        route = std::make_unique<LoopbackRoute>(server, modemSource, modemSink);
+    DefaultDevice sink(server, DeviceKind::Sink);
+    DefaultDevice source(server, DeviceKind::Source);
+    Capture capture(server);
+
+    SoundManager soundManager(*route);
+    AudioOutCtl outputControl(sink, *route);
+    AudioInCtl inputControl(source, capture);
+    // The objects own their adaptors.
+    new SoundManagerAdaptor(&soundManager);
+    new AudioOutCtlAdaptor(&outputControl);
+    new AudioInCtlAdaptor(&inputControl);
+
+    const Export exports[] = {
+        {Names::AudioOutCtlService, Names::AudioOutCtlObject, &outputControl},
+        {Names::AudioInCtlService, Names::AudioInCtlObject, &inputControl},
+        {Names::SoundManagerService, Names::SoundManagerObject, &soundManager},
+    };
+    if (!std::all_of(std::begin(exports), std::end(exports), [&](const Export& one) { return Register(bus, one); }))
+        return ExitStatusFailed;
+
+    const QSocketNotifier signalled(signalInput, QSocketNotifier::Read);
+    QObject::connect(&signalled, &QSocketNotifier::activated, route.get(), [&] {
+        // A second signal ends at once.
+        ReadTerminationSignal(signalInput);
+        const bool impatient = !route->Wish().call;
+        route->Want({});
+        impatient ? QCoreApplication::exit(ExitStatusDone)
+                  : route->WhenSettled([] { QCoreApplication::exit(ExitStatusDone); });
+    });
+
+    // Without a bus nobody can ask for anything any more.
+    bus.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"), QStringLiteral("org.freedesktop.DBus.Local"),
+                QStringLiteral("Disconnected"), QCoreApplication::instance(), SLOT(quit()));
+
+    // Only with the names of the services: another life of this program may still use what would be removed.
+    server.Connect();
+    AUDIO_LOG(LogLevelProgress, "Audio services running, voice route: %s",
+              modemSource.isEmpty() ? "callaudiod" : qPrintable(modemSource + QLatin1String(", ") + modemSink));
+    const int status = QCoreApplication::exec();
+
+    // While all that waits for its answers is still there.
+    server.Close();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    AUDIO_LOG(LogLevelProgress, "Audio services terminated");
+    return status;
+}
+
+}
+
+int main(int argc, char** argv)
+{
+    const int signalInput = HoldTerminationSignals();
+    // libpulse would ask the X server for a sound server's address, and wait for its answer.
+    qunsetenv("DISPLAY");
+    QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("kova-audiod"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(KOVA_VERSION));
+
+    QCommandLineParser options;
+    options.setApplicationDescription(QStringLiteral(
+        "The audio services of a phone on a stock sound server. With the names of the modem's sound card, "
+        "a call's voice is looped to the default devices; without, callaudiod routes it."));
+    options.addHelpOption();
+    options.addVersionOption();
+    const QCommandLineOption source(QStringLiteral("modem-source"),
+                                    QStringLiteral("Source from which the far end is heard."), QStringLiteral("NAME"));
+    const QCommandLineOption sink(QStringLiteral("modem-sink"),
+                                  QStringLiteral("Sink on which the far end hears the user."), QStringLiteral("NAME"));
+    options.addOptions({source, sink});
+    options.process(application);
+    if (!options.positionalArguments().isEmpty() || options.value(source).isEmpty() != options.value(sink).isEmpty()) {
+        std::fputs("kova-audiod: takes both --modem-source NAME and --modem-sink NAME, or neither; see --help\n",
+                   stderr);
+        return ExitStatusUsage;
+    }
+
+    _logInterface = new LogInterface(Names::LogObject);
+    const int status = Serve(options.value(source), options.value(sink), signalInput);
+    delete _logInterface;
+    return status;
+}
