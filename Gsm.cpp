@@ -57,6 +57,8 @@ Gsm::Gsm()
     }
 }
 
+// Runs at the process's end, after the other single instances that were made later are gone. After a failed start the
+// phone manager is still alive and hears Failed(): its slot must use nothing of theirs while no call is in progress.
 Gsm::~Gsm()
 {
     delete gsmdWatcher;

@@ -73,18 +73,21 @@ struct AudioService;
 
 template <>
 struct AudioService<SoundManagerProxy> {
+    static constexpr const char* client = "SoundManagerProxy"; ///< in the log, whatever a device's own class is called
     static constexpr const char* name = Names::SoundManagerService;
     static constexpr const char* object = Names::SoundManagerObject;
 };
 
 template <>
 struct AudioService<AudioOutCtlProxy> {
+    static constexpr const char* client = "AudioOutCtlProxy";
     static constexpr const char* name = Names::AudioOutCtlService;
     static constexpr const char* object = Names::AudioOutCtlObject;
 };
 
 template <>
 struct AudioService<AudioInCtlProxy> {
+    static constexpr const char* client = "AudioInCtlProxy";
     static constexpr const char* name = Names::AudioInCtlService;
     static constexpr const char* object = Names::AudioInCtlObject;
 };
@@ -100,7 +103,7 @@ public:
     {
         this->setTimeout(timeoutMs);
         if (!this->isValid())
-            LogAt(where, LogLevelWarning, Names::PhoneObject, "Can't create %s", Proxy::staticMetaObject.className());
+            LogAt(where, LogLevelWarning, Names::PhoneObject, "Can't create %s", AudioService<Proxy>::client);
     }
 };
 
@@ -576,7 +579,7 @@ void PhoneManager::HangupSlot()
 
 int PhoneManager::VoiceCallLoopMake(const QStringList& PhoneNumbersList)
 {
-    if (callLoopInProgress) {
+    if (IsCallLoopInProgress()) {
         LOG(LogLevelError, "Call loop already in progress!");
         return StatusCodeCallFailed;
     }
@@ -592,20 +595,22 @@ int PhoneManager::VoiceCallLoopMake(const QStringList& PhoneNumbersList)
 
 void PhoneManager::StartCallLoopSlot(const QStringList& PhoneNumbersList)
 {
-    RunCallLoop(PhoneNumbersList, std::source_location::current());
+    RunCallLoop(&PhoneNumbersList, std::source_location::current());
 }
 
 void PhoneManager::StartCallLoopSlot()
 {
-    RunCallLoop(callLoopNumbers, std::source_location::current());
+    RunCallLoop(nullptr, std::source_location::current());
 }
 
-void PhoneManager::RunCallLoop(const QStringList& numbers, const std::source_location& where)
+/// @param numbers to be stored first, or null to call those that are stored.
+void PhoneManager::RunCallLoop(const QStringList* numbers, const std::source_location& where)
 {
     LogAt(where, LogLevelTrace, Names::PhoneObject, "Gsm phone start call loop");
     {
         const QMutexLocker lock(&callLoopMutex);
-        callLoopNumbers = numbers;
+        if (numbers)
+            callLoopNumbers = *numbers;
         callLoopIndex = 0;
         callLoopInProgress = !callLoopNumbers.isEmpty();
     }
@@ -718,8 +723,13 @@ void PhoneManager::OnGsmCallTerminated()
 
 bool PhoneManager::AnyCallInProgress()
 {
+    return incomingCallInProgress || outgoingCallInProgress || IsCallLoopInProgress();
+}
+
+bool PhoneManager::IsCallLoopInProgress()
+{
     const QMutexLocker lock(&callLoopMutex);
-    return incomingCallInProgress || outgoingCallInProgress || callLoopInProgress;
+    return callLoopInProgress;
 }
 
 void PhoneManager::SetCallLoopInProgress(bool inProgress)
@@ -797,9 +807,10 @@ bool PhoneManager::OutputTypeSave()
 bool PhoneManager::OutputTypeSet(uint outputType)
 {
     AudioClient<AudioOutCtlProxy> audioOutCtl(AudioControlTimeoutMs);
-    if (audioOutCtl.isValid() && FinishRequest("audioOutCtl->SetOutputType",
-                                               "audioOutCtl->SetOutputType(" + QByteArray::number(outputType) + ')',
-                                               audioOutCtl.SetOutputType(outputType)))
+    if (audioOutCtl.isValid() &&
+        FinishRequest("audioOutCtl->SetOutputType",
+                      "audioOutCtl->SetOutputType(" + QByteArray::number(static_cast<int>(outputType)) + ')',
+                      audioOutCtl.SetOutputType(outputType)))
         LOG(LogLevelProgress, "[OutputType] Successfully set OutputType=%d", outputType);
     return true;
 }

@@ -31,7 +31,7 @@ public:
     void OnResume() override {}
 
 Q_SIGNALS:
-    /// The number being called cannot be; the loop goes on with the next. Internal.
+    /// The current number could not be dialled. Makes the loop move on. Internal.
     void VoiceCallPrematureFail();
     void PhoneStatus(uint Status);
     void SimPresent(bool Present);
@@ -86,8 +86,9 @@ private:
     // Calls
     bool AnyCallInProgress();
     void AbandonCalls();
+    bool IsCallLoopInProgress();
     void SetCallLoopInProgress(bool inProgress);
-    void RunCallLoop(const QStringList& numbers, const std::source_location& where);
+    void RunCallLoop(const QStringList* numbers, const std::source_location& where);
 
     // Audio
     bool RouteOutput();
