@@ -1,19 +1,26 @@
-#include "InputFile.h"
-
 #include <Configuration.h>
+#include <QFile>
+#include <QTemporaryDir>
 
 /// Whatever the settings file holds, it is read or refused; where a value can be written, it reads back.
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
-    qputenv("KOVA_CONFIG_FILE", QFile::encodeName(InputFile(data, size)));
+    static const QTemporaryDir folder;
+    QFile file(folder.filePath(QStringLiteral("config.ini")));
+    if (!file.open(QIODevice::WriteOnly) || file.write(reinterpret_cast<const char*>(data), size) != qint64(size))
+        qFatal("Cannot write %s", qPrintable(file.fileName()));
+    file.close();
+    qputenv("KOVA_CONFIG_FILE", QFile::encodeName(file.fileName()));
+
+    const QString section = QStringLiteral("PHONE");
+    const QString key = QStringLiteral("enabled");
     Configuration configuration("/fuzz");
     bool ok = false;
-    configuration.ReadConfigValue(QStringLiteral("PHONE"), QStringLiteral("enabled"), QString(), &ok, true);
+    configuration.ReadConfigValue(section, key, QString(), &ok, true);
     if (ok != configuration.IsValid())
         qFatal("read and validity differ");
-    if (configuration.WriteConfigValue(QStringLiteral("PHONE"), QStringLiteral("enabled"), QStringLiteral("1"), true) &&
-        Configuration("/fuzz").ReadConfigValue(QStringLiteral("PHONE"), QStringLiteral("enabled"), QString(), &ok,
-                                               true) != QLatin1String("1"))
+    if (configuration.WriteConfigValue(section, key, QStringLiteral("1"), true) &&
+        Configuration("/fuzz").ReadConfigValue(section, key, QString(), &ok, true) != QLatin1String("1"))
         qFatal("what was written does not read back");
     return 0;
 }
