@@ -1,10 +1,11 @@
 #!/bin/bash
-# Fuzzes what reads files that other programs write, each reader for so many seconds, or for a fixed number of inputs if none are given.
+# Fuzzes what reads files that other programs write: each reader for so many seconds, or, if none are given, for a fixed
+# number of inputs.
 # usage: tests/fuzz/run-readers.sh [SECONDS]
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . scripts/need.sh
-need "${BUILD_PACKAGES[@]}" clang libclang-rt-14-dev
+need "${BUILD_PACKAGES[@]}" clang-16 libclang-rt-16-dev
 
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz -- --quiet
