@@ -171,6 +171,9 @@ PhoneManager::PhoneManager() : KovaFeatureBase(Names::PhoneObject)
         }
         LOG(LogLevelProgress, "Gsm service connected");
 
+        // Qt holds back what arrives before the event loop runs. A signal that it reads in the very turn in which it
+        // begins to deliver overtakes those held back (doDispatch() in QtDBus takes new messages first). Should the
+        // registration overtake the power-on in this way, gsmPowerToRegisteredTimer cycles the modem.
         if (gsm.IsReady())
             OnGsmReady();
         else
@@ -245,7 +248,7 @@ void PhoneManager::SetPhoneEnabledConfig(bool enabled)
     }
 
     const char* value = enabled ? SettingOn : SettingOff;
-    // Whether the store took it shows at the next read, which is what the power decision goes by.
+    // The result is ignored on purpose: the power decision reads the setting back.
     configuration.WriteConfigValue(PhoneSection, PhoneEnabledKey, value, false);
     LOG(LogLevelProgress, "PHONE config succesfully saved (enabled=%s)", value);
 }
@@ -279,7 +282,7 @@ bool PhoneManager::EvaluatePhonePower()
         result = power.RequestOn();
         if (simStatus == SimStatusUnchecked)
             simStatus = SimStatusChecking;
-        // Also after a failed power-on: a daemon that only answers late may power the modem all the same.
+        // Start the watchdog even if the power-on failed: the daemon may have acted and only answered too late.
         if (wasOff)
             gsmPowerToRegisteredTimer.start();
     }
