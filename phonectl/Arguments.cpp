@@ -12,6 +12,7 @@ constexpr OptionRow optionRows[] = {
     {OptionJson, "--json", nullptr, "Answer with one JSON object; of monitor and --watch, one a line."},
     {OptionWait, "--wait", nullptr, "Follow what was asked for to its end."},
     {OptionWatch, "--watch", nullptr, "Show it again whenever it changes."},
+    {OptionOutput, "--output", "FILE", "Write to FILE."},
     {OptionTimeout, "--timeout", "SECONDS", "Stop following or waiting for an answer after so long."},
     {OptionRaw, "--raw", nullptr, "Pass NUMBER on as it is, unchecked."},
     {OptionMayCallIn, "--may-call-in", nullptr, "Calls from this contact are answered."},

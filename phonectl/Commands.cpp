@@ -7,6 +7,7 @@
 #include "PhoneCodes.h"
 #include "SmsParts.h"
 #include "Status.h"
+#include "Timeline.h"
 
 #include <algorithm>
 #include <climits>
@@ -197,6 +198,15 @@ const QList<Command>& Commands()
         {"monitor", "", Bus, "Print each signal as it comes",
          "Also when the service leaves the bus and when it returns. Ctrl-C or --timeout ends it.",
          "phonectl monitor\nphonectl monitor --json | jq 'select(.signal == \"SmsReceived\") | .text'", Monitor},
+        {"timeline", "[FILE]", OptionOutput, "Draw what has happened from the service's log",
+         "FILE is the log; without it, or with -, standard input. The picture goes to standard output, or with "
+         "--output to "
+         "a file, as a page when its name ends in .html.\nOf the journal, all forms with times are read; of a log "
+         "without "
+         "times the axis counts lines.",
+         "journalctl --user -u phonemanager -o short-iso | phonectl timeline >phone.svg\nphonectl timeline phone.log "
+         "--output phone.html",
+         DrawTimeline},
         {"contacts list", "", OptionNone, "List the contacts and what they may do", "", "phonectl contacts list",
          ListContacts},
         {"contacts add", "NUMBER [NAME]", OptionRaw | OptionMayCallIn, "Add a contact",

@@ -5,6 +5,7 @@
 #include <QJsonDocument>
 #include <QRegularExpression>
 #include <QTest>
+#include <QXmlStreamReader>
 
 #include <cstdlib>
 #include <fcntl.h>
@@ -331,6 +332,50 @@ private Q_SLOTS:
         bus.kill();
         QVERIFY(orphan.Ends("3 .*the session bus is gone\n"));
         bus.waitForFinished();
+    }
+
+    /// From the forms in which the log is kept; what others wrote into it does no harm.
+    void timeline()
+    {
+        const auto entry = [](const char* before, int level, const char* message) {
+            return QStringLiteral("%1L%2 /com/quillmark/kova/phonemanager/phoneobj [a.cpp:1] void A::B(): %3\n")
+                .arg(QLatin1String(before))
+                .arg(level)
+                .arg(QString::fromUtf8(message));
+        };
+        const QString log =
+            entry("2026-11-24T14:00:00.000 ", 4, "Starting Phone Manager...") + "Starting Other Manager...\n" +
+            entry("2026-11-24T14:00:01+0100 kova phonemanager[7]: ", 2, "Gsm modem POWERED") +
+            entry("2026-11-24 14:00:20.5 ", 2, "PHONE_STATUS_REGISTERED and SIM present") +
+            entry("Tue 2026-11-24 14:01:00 CET kova phonemanager[7]: ", 2, "Gsm phone call INCOMING") +
+            entry("2026-11-24T14:01:00.1 ", 4, "LineIdentification: <b>\u202e") +
+            entry("2026-11-24T14:01:00.2 ", 2, "Call from unauthorized user (<b>\u202e): won't answer") +
+            entry("2026-11-24T14:01:02.0 ", 2, "Gsm phone call TERMINATED") +
+            entry("2026-11-24T15:00:00.0 <4>", 2, "Signal Quality not received in 10 mins.. Power Cycle the modem") +
+            entry("2026-11-24T15:00:01.0 ", 2, "Gsm modem OFF") +
+            entry("2026-11-24T15:00:02.0 ", 1, "Can't <break> \uffff out") +
+            entry("2026-11-24T15:00:03.0 ", 2, "Gsmd->GprsSetApn(a,b,secret) request failed");
+        QFile file(folder.filePath("log"));
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(log.toUtf8()) > 0);
+        file.close();
+        QVERIFY(Ctl({"timeline", "--json", file.fileName()})
+                    .Ends(R"(0 .*"foreignLines":1,.*"stranger refused","to":"2026-11-24 14:01:02".*)"
+                          R"("registered","to":"2026-11-24 15:00:01".*"no signal report for 10 minutes".*)"));
+
+        for (const char* name : {"a.svg", "a.html"}) {
+            QVERIFY(Ctl({"timeline", file.fileName(), "--output", folder.filePath(name)}).Ends("0 .* 12 lines\n"));
+            QFile drawn(folder.filePath(name));
+            QVERIFY(drawn.open(QIODevice::ReadOnly));
+            const QByteArray text = drawn.readAll().replace("<meta charset=\"utf-8\">", "");
+            QXmlStreamReader xml(text);
+            while (!xml.atEnd())
+                xml.readNext();
+            QVERIFY2(!xml.hasError(), qPrintable(xml.errorString()));
+            QVERIFY(text.contains("no signal report for 10 minutes") && text.contains("Can't &lt;break&gt;"));
+            QVERIFY(!text.contains("secret") && !text.contains("\u202e"));
+        }
+        QVERIFY(Ctl({"timeline", "/none"}).Ends("2 .*\"/none\": No such file.*"));
+        QVERIFY(Ctl({"timeline"}, "nothing of ours\n").Ends("1 .* no line of .*"));
     }
 
     /// Round trip, and what the service makes of it.

@@ -1,0 +1,104 @@
+#pragma once
+
+#include "LogReader.h"
+
+#include <QString>
+
+#include <array>
+#include <vector>
+
+/// What became of the phone over time, as its service's log tells it.
+class History
+{
+public:
+    /// What has a state at each time.
+    enum Lane { Service, GsmDaemon, Modem, SimCard, Call, Audio, LaneCount };
+
+    /// The states of all lanes, each lane's in a row. Where several are too short to be drawn apart, the last of its
+    /// row matters most.
+    enum State {
+        None = -1,
+        ServiceRuns,
+        GsmDaemonPresent,
+        GsmDaemonAbsent,
+        ModemOff,
+        ModemForcedOff,
+        ModemRegistered,
+        ModemStarting,
+        ModemSearching,
+        SimPresent,
+        SimChecking,
+        SimAbsent,
+        CallDialling,
+        CallRinging,
+        CallTalking,
+        CallRefused,
+        CallUnanswered,
+        AudioOnCall,
+        StateCount,
+    };
+
+    struct Span {
+        double from;
+        double to;
+        State state;
+        QString note; ///< such as the number of a call
+    };
+
+    /// What happens at a moment.
+    enum Kind { MessageReceived, MessageQueued, MessageSent, MessageLost, PowerCycle, Warning, Error };
+
+    struct Mark {
+        double time;
+        Kind kind;
+        QString text;
+    };
+
+    struct Reading {
+        double time;
+        int dBm;
+    };
+
+    /// Reads a log to its end.
+    explicit History(LogReader& reader);
+
+    double From() const { return from; }
+    double To() const { return to; }
+    const std::vector<Span>& Spans(Lane lane) const { return spans[lane]; }
+    const std::vector<Mark>& Marks() const { return marks; }
+    const std::vector<Reading>& Signal() const { return signal; }
+
+    int Count(Kind kind) const;
+    int Count(Lane lane, State state) const;
+    /// Seconds for which a lane was in a state.
+    double Duration(Lane lane, State state) const;
+
+private:
+    struct Rule;
+
+    void Follow(const LogEntry& entry);
+    void SetClock(double time);
+    void Enter(Lane lane, State state, const QString& note = {});
+    void Leave(Lane lane) { Enter(lane, None); }
+    /// Makes the call that ends another one, as seen at its end.
+    void EndCall();
+    void Add(Kind kind, const QString& text) { marks.push_back({now, kind, text}); }
+    void AddTrouble(const LogEntry& entry);
+    State Current(Lane lane) const { return spans[lane].empty() || !isOpen[lane] ? None : spans[lane].back().state; }
+
+    static const Rule rules[];
+
+    std::array<std::vector<Span>, LaneCount> spans;
+    std::array<bool, LaneCount> isOpen = {};
+    std::vector<Mark> marks;
+    std::vector<Reading> signal;
+    double now = 0;
+    double from = 0;
+    double to = 0;
+    double clockShift = 0; ///< what has been added to the clock's times so that they never jump
+    bool isForcedOff = false;
+    bool wentOff = false; ///< as the modem has reported; until the next power decision
+    bool isStopping = false;
+    QString number; ///< of the call that is being placed
+    QString remoteError;
+};

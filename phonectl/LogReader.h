@@ -1,0 +1,47 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QString>
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+/// One line of the phone service's log.
+struct LogEntry {
+    double time = 0; ///< seconds of the local clock since 1970; without a time in the line, the number of the line
+    int level = 0;
+    std::string_view message; ///< without source place and function; valid until the next line is read
+};
+
+/// Reads the service's log in each form in which it is kept: as the service writes it to a terminal, a file or the
+/// journal, and as journalctl prints it (cat, short, short-full, short-iso, short-precise, short-unix, json).
+class LogReader
+{
+public:
+    /// @param file is read to its end and remains the caller's.
+    explicit LogReader(std::FILE* file) : file(file) {}
+    ~LogReader();
+    Q_DISABLE_COPY(LogReader)
+
+    /// @return false at the end. Lines that are not the service's are passed over.
+    bool Next(LogEntry& entry);
+
+    qint64 Lines() const { return lines; }
+    qint64 ForeignLines() const { return foreignLines; }
+    bool HasTimes() const { return hasTimes; }
+
+private:
+    bool Read(std::string_view line, LogEntry& entry);
+    bool ReadTime(std::string_view prefix, double& time);
+
+    std::FILE* const file;
+    char* buffer = nullptr;
+    size_t bufferSize = 0;
+    std::string text; ///< of a message in JSON
+    qint64 lines = 0;
+    qint64 foreignLines = 0;
+    bool hasTimes = false;
+    const QDateTime now = QDateTime::currentDateTime();
+};
