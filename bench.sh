@@ -5,6 +5,12 @@ set -euo pipefail
 cd "$(dirname "$0")"
 . scripts/need.sh
 
+case "$*" in
+    '' | --quick) ;;
+    -h | --help) echo "usage: ./bench.sh [--quick]"; exit ;;
+    *) echo "usage: ./bench.sh [--quick]" >&2; exit 2 ;;
+esac
+
 need "${BUILD_PACKAGES[@]}" dbus-bin libsystemd-dev pkgconf python3 valgrind
 cmake --preset release -DKOVA_BENCH=ON >/dev/null
 cmake --build --preset release -- --quiet

@@ -1,45 +1,59 @@
 #!/usr/bin/env bash
-# Shows the phone service at work beside a simulated device, on a private bus, and leaves nothing behind.
+# Shows the phone service at work beside a simulated device, on a private bus, and leaves a drawing of it in the build
+# folder.
 # With --shell opens a shell in which to try both instead.
 set -euo pipefail
 cd "$(dirname "$0")"
 . scripts/need.sh
+. scripts/build.sh
 . scripts/stage.sh
 
 shell=no
-programs=(phonemanager kova-simulator)
+programs=(phonemanager kova-simulator phonectl)
 case "$*" in
     '') ;;
-    --shell) shell=yes programs+=(phonectl) ;;
+    --shell) shell=yes ;;
     *) echo "usage: ./demo.sh [--shell]" >&2; exit 2 ;;
 esac
 
 need "${BUILD_PACKAGES[@]}" faketime sqlite3
-echo "Building"
-cmake --preset release >/dev/null
-output=$(cmake --build --preset release --target "${programs[@]}" 2>&1) || { echo "$output" >&2; exit 1; }
+build release "${programs[@]}"
 stage build
 
 if [ $shell = no ]; then
     echo "Time runs $SPEED times as fast; the clock counts the device's seconds."
     play simulator/scenarios/demo.scenario
     printf '%11s  The service is told to stop, and does so in order.\n' ''
+    "$build/phonectl" timeline "$scene/service.log" --output "$build/demo.html" >/dev/null
+    echo "What has happened is drawn in build/demo.html."
     exit
 fi
 
 start_players
-cat <<'END'
+cat <<END
 
-The service and a simulated device run on a bus of this shell's own. Things to try:
+The service and a simulated device run on a bus of this shell's own. They log to
+  $scene/service.log
+  $scene/device.log
+Things to try, with Tab for what may come next:
 
   phonectl enable --wait                   switch the phone on, and follow it until it is registered
   phonectl status
   phonectl call --wait +493023125007
   phonectl monitor &                       see the service's signals as they come
+  phonectl hangup
+  phonectl doctor                          see whether all is in place
   kova-simulator send ring +493023125001   a contact calls, and is answered; other numbers are hung up
   kova-simulator send help                 what else can happen to the device
 
 "exit" ends both.
 
 END
-PATH=$build:$PATH "${SHELL:-bash}" || true
+cat >"$scene/bashrc" <<END
+[ ! -f ~/.bashrc ] || . ~/.bashrc
+. "$PWD/packaging/bash-completion/phonectl"
+. "$PWD/packaging/bash-completion/kova-simulator"
+PATH=$build:\$PATH
+PS1='(phone) \w\\$ '
+END
+PATH=$build:$PATH bash --rcfile "$scene/bashrc" || true

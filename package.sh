@@ -8,7 +8,7 @@ cd "$(dirname "$0")"
 
 [ $# -eq 0 ] || { echo "usage: ./package.sh" >&2; exit 2; }
 
-need "${BUILD_PACKAGES[@]}" debhelper dpkg-dev git lintian
+need "${BUILD_PACKAGES[@]}" build-essential debhelper dpkg-dev git lintian
 
 rm -rf build-deb
 export_source build-deb/phonemanager

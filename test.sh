@@ -36,3 +36,4 @@ run release "${slow[@]}"
 run sanitize -LE slow
 [ $all = no ] || run qt5 -LE slow
 [ $all = no ] || tests/fuzz/run-readers.sh
+echo "All tests passed."

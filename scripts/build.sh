@@ -1,0 +1,20 @@
+# Sourced by the scripts at the top: builds with a sign of how far it has come.
+
+# build PRESET [TARGET...]: configures and builds; all that was written is shown when it fails.
+build() {
+    local preset=$1 output line
+    shift
+    output=$(mktemp)
+    echo "Building; the first time takes some minutes"
+    if { cmake --preset "$preset" && cmake --build --preset "$preset" ${1:+--target "$@"}; } 2>&1 | tee "$output" |
+        while IFS= read -r line; do
+            case $line in '['*/*']'*) [ ! -t 1 ] || printf '\r%s \033[K' "${line%%]*}]" ;; esac
+        done; then
+        [ ! -t 1 ] || printf '\r\033[K'
+        rm "$output"
+    else
+        cat "$output" >&2
+        rm "$output"
+        return 1
+    fi
+}
