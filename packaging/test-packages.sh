@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Tries the packages that ./package.sh built: builds a program against the development package, then, in a clean Debian
+# Tries the packages that packaging/package.sh built: builds a program against the development package, then, in a clean Debian
 # root, installs them, makes calls on a bus there, upgrades, removes and purges. As root; ends non-zero on any failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -15,7 +15,7 @@ arch=$(dpkg --print-architecture)
 work=build-deb/test
 root=$work/root
 need "${BUILD_PACKAGES[@]}" dpkg-dev mmdebstrap
-[ -e "build-deb/phonemanager_${version}_$arch.deb" ] || fail "no packages in build-deb: run ./package.sh"
+[ -e "build-deb/phonemanager_${version}_$arch.deb" ] || fail "no packages in build-deb: run packaging/package.sh"
 rm -rf --one-file-system $work
 mkdir -p $work
 

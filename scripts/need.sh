@@ -1,4 +1,4 @@
-# Sourced by the scripts at the top: installs Debian packages that are missing.
+# Sourced by other scripts: installs Debian packages that are missing.
 
 # need PACKAGE...
 need() {

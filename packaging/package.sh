@@ -2,11 +2,11 @@
 # Installs what is missing, builds the Debian packages in build-deb/ and checks them with lintian.
 # packaging/test-packages.sh then tries them in a clean Debian root.
 set -euo pipefail
-cd "$(dirname "$0")"
+cd "$(dirname "$0")/.."
 . scripts/need.sh
 . packaging/functions.sh
 
-[ $# -eq 0 ] || { echo "usage: ./package.sh" >&2; exit 2; }
+[ $# -eq 0 ] || { echo "usage: packaging/package.sh" >&2; exit 2; }
 
 need "${BUILD_PACKAGES[@]}" build-essential debhelper dpkg-dev git lintian
 

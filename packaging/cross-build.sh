@@ -3,14 +3,14 @@
 # libraries, and brings service and simulator under emulation to a registered modem and through a call. As root.
 # The root in build-ARCH/root is kept for the next run; delete it to have it made anew.
 set -euo pipefail
-cd "$(dirname "$0")"
+cd "$(dirname "$0")/.."
 . scripts/need.sh
 . packaging/functions.sh
 
 case "$*" in
     arm64) emulator=qemu-aarch64-static ;;
     armhf) emulator=qemu-arm-static ;;
-    *) echo "usage: ./cross-build.sh arm64|armhf" >&2; exit 2 ;;
+    *) echo "usage: packaging/cross-build.sh arm64|armhf" >&2; exit 2 ;;
 esac
 arch=$1
 root=build-$arch/root
