@@ -57,7 +57,7 @@ constexpr char SettingOff[] = "0";
 bool ReadSetting(const char* section, const char* key,
                  const std::source_location& where = std::source_location::current())
 {
-    const Configuration configuration(Names::PhoneObject);
+    Configuration configuration(Names::PhoneObject);
     if (!configuration.IsValid()) {
         LogAt(where, LogLevelError, Names::PhoneObject, "Can't read %s config (invalid Configuration proxy)", section);
         return false;
@@ -133,7 +133,7 @@ bool SelectInput(int source, const char* sourceName,
 /// Only contacts that may call in are answered, and only on an exact match: no number is normalised.
 bool IsAuthorised(const QString& number, const std::source_location& where = std::source_location::current())
 {
-    const kova_provider::Contacts contacts(Names::PhoneObject);
+    kova_provider::Contacts contacts(Names::PhoneObject);
     if (!contacts.IsLoaded()) {
         LogAt(where, LogLevelError, Names::PhoneObject, "Error loading contacts");
         return false;
@@ -443,8 +443,8 @@ void PhoneManager::OnGsmPowerToRegisteredTimeout()
 
 void PhoneManager::OnGsmPPPPresenceTimeout()
 {
-    if (IsLinkUp(PppInterface))
-        return;
+    if (LookUpLink(PppInterface) != LinkStateDown)
+        return; // up, or not known until the next check
 
     LOG(LogLevelWarning, "PPP Is not up after 10 minutes. Power Cycle the modem");
     gsmPPPPresenceTimer.stop();

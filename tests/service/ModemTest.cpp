@@ -1,6 +1,8 @@
 #include "FakePeers.h"
 #include "TestBed.h"
 
+#include <QDir>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <tuple>
@@ -193,6 +195,32 @@ private Q_SLOTS:
             VERIFY_IN_ORDER(bed.Events(), powerCycle);
             QVERIFY(bed.LogTexts().contains(log));
         }
+    }
+
+    /// A look-up of the data link that cannot be made is no reason to act, and the next one is another try.
+    void dataLinkUnknown()
+    {
+        TestBed bed;
+        QTemporaryDir folder;
+        QVERIFY(bed.CopyService(folder.path()));
+        bed.WriteSettings(DataEnabled);
+        QVERIFY(bed.BringUp());
+        const auto passTenMinutes = [&] {
+            for (const char* signal : {"41", "42"}) {
+                bed.ForgetRecords();
+                bed.PassTime(5 * MinuteMs - NearlyMs);
+                QCOMPARE(bed.Events("-> gsm ModemSetEnabled"), QStringList());
+                QVERIFY(bed.Command(QString("signal ") + signal) && bed.WaitForLog("Gsm signal: "));
+                bed.PassTime(NearlyMs);
+            }
+        };
+        passTenMinutes();
+        QCOMPARE(bed.LogTexts().filter("2 Can't look up network interfaces: libphone_link.so.").size(), 1);
+        const QStringList modules = QDir(KOVA_BUILD_DIR).entryList({"libphone_link.so.*"});
+        for (const QString& module : modules)
+            QVERIFY(QFile::copy(KOVA_BUILD_DIR "/" + module, folder.filePath(module)));
+        passTenMinutes();
+        QVERIFY(bed.LogTexts().contains("2 PPP Is not up after 10 minutes. Power Cycle the modem"));
     }
 
     void ping()

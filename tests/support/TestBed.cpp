@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdio>
+#include <utility>
 
 namespace
 {
@@ -48,7 +49,9 @@ SimulatorProxy Simulator()
 
 }
 
-TestBed::TestBed() : phone(Names::PhoneService, Names::PhoneObject, QDBusConnection::sessionBus())
+TestBed::TestBed()
+    : program(QStringLiteral(KOVA_BUILD_DIR "/phonemanager")),
+      phone(Names::PhoneService, Names::PhoneObject, QDBusConnection::sessionBus())
 {
     phone.setTimeout(INT_MAX);
     device.setProcessChannelMode(QProcess::ForwardedErrorChannel);
@@ -144,7 +147,13 @@ void TestBed::LaunchService(const QMap<QString, QString>& changes)
 
     SetClock();
     service.setProcessEnvironment(environment);
-    service.start(QStringLiteral(KOVA_BUILD_DIR "/phonemanager"), QStringList());
+    service.start(program, QStringList());
+}
+
+bool TestBed::CopyService(const QString& copyFolder)
+{
+    const QString copy = copyFolder + QStringLiteral("/phonemanager");
+    return QFile::copy(std::exchange(program, copy), copy);
 }
 
 bool TestBed::StartService()

@@ -49,6 +49,8 @@ public:
     /// Starts the simulated device and waits until it is on the bus.
     /// @param options further options; without them it is quick and reports the signal once.
     bool StartDevice(const QStringList& options = {});
+    /// From now on, the service is a copy of the program in another folder, without what is built beside it.
+    bool CopyService(const QString& copyFolder);
     /// Starts the service and waits until it runs.
     bool StartService();
     /// Starts the service and waits for nothing. @param environment variables to set; empty values unset.
@@ -126,6 +128,7 @@ private:
     QTemporaryDir folder;
     QProcess device;
     QProcess service;
+    QString program;
     PhoneProxy phone;
     QByteArray unfinishedLine;
     qint64 clockMs = 0;
