@@ -1,5 +1,6 @@
 # cmake -P script: generates one bus class from an interface description.
-# Variables: GENERATOR, XML, CLASS, MODE (proxy or adaptor), BASE (output path without suffix), PARENT (adaptors).
+# Variables: GENERATOR, XML, CLASS, MODE (proxy or adaptor), BASE (output path without suffix), PARENT (adaptors),
+# INCLUDE (a header for proxies, may be empty).
 get_filename_component(folder ${BASE} DIRECTORY)
 get_filename_component(name ${BASE} NAME)
 set(arguments -c ${CLASS})
@@ -7,6 +8,9 @@ if(MODE STREQUAL adaptor)
   list(APPEND arguments -l ${PARENT} -i ${PARENT}.h -a ${name})
 else()
   list(APPEND arguments -p ${name})
+  if(INCLUDE)
+    list(APPEND arguments -i ${INCLUDE})
+  endif()
 endif()
 
 # The generator's remarks about the annotation's name are of no use to who builds: the name is part of the contract.

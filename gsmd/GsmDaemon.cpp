@@ -1,0 +1,546 @@
+#include "GsmDaemon.h"
+
+#include "LogGsmd.h"
+#include "PhoneCodes.h"
+
+#include <QDBusMessage>
+#include <QPointer>
+
+#include <algorithm>
+
+namespace
+{
+
+/// What the contract's methods answer.
+enum Answer : int {
+    AnswerSuccess = 0,
+    AnswerRefused = 1, ///< cannot be done now
+    AnswerFailed = 2,  ///< the stack, the modem or the network did not do it
+    AnswerLate = 3,    ///< it is not done yet, and the service waits no longer
+};
+
+constexpr int RetryStepMs = 5000;
+constexpr int RetryHangupMs = 2000;
+constexpr int DialLimitMs = 40000;       ///< a modem that takes longer to begin a call does not answer at all
+constexpr int HangUpDialLimitMs = 10000; ///< the same, for a call that is to be hung up as soon as it begins
+constexpr int StopLimitMs = 3000;
+// Somewhat less than what the service waits for each.
+constexpr int AnswerLimitMs = 12000;
+constexpr int SmsLimitMs = 18000;
+constexpr int ApnLimitMs = 2500;
+/// Requests in hand; the service makes one at a time.
+constexpr int MaxLateReplies = 64;
+
+constexpr int MaxStrength = 100;
+
+const char* StatusName(int status)
+{
+    switch (status) {
+    case ModemStatusOn: return "on";
+    case ModemStatusRegistered: return "registered";
+    default: return "off";
+    }
+}
+
+QVariantMap CallInfo(const QString& number)
+{
+    return {{QStringLiteral("LineIdentification"), number}};
+}
+
+}
+
+/// A request that is answered later: once, at the latest when its time is over.
+class GsmDaemon::LateReply : public QTimer
+{
+public:
+    LateReply(GsmDaemon& daemon, int limitMs)
+        : QTimer(&daemon),
+          daemon(daemon),
+          bus(daemon.connection()),
+          request(daemon.message())
+    {
+        daemon.setDelayedReply(true);
+        daemon.lateReplies.insert(this);
+        setSingleShot(true);
+        callOnTimeout(this, [this] { OnTimeout(); });
+        start(limitMs);
+    }
+
+    void Send(int status)
+    {
+        if (!daemon.lateReplies.remove(this))
+            return;
+        stop();
+        bus.send(request.createReply(status));
+        deleteLater();
+    }
+
+private:
+    void OnTimeout()
+    {
+        GSMD_LOG(LogLevelWarning, "%s takes too long", qPrintable(request.member()));
+        Send(AnswerLate);
+    }
+
+    GsmDaemon& daemon;
+    QDBusConnection bus;
+    const QDBusMessage request;
+};
+
+GsmDaemon::GsmDaemon() : reported(ModemStatusOff)
+{
+    for (QTimer* timer : {&stepTimer, &dialTimer, &hangupTimer})
+        timer->setSingleShot(true);
+    connect(&stepTimer, &QTimer::timeout, this, &GsmDaemon::SettlePower);
+    connect(&dialTimer, &QTimer::timeout, this, [this] { OnDialled(QString()); });
+    connect(&hangupTimer, &QTimer::timeout, this, &GsmDaemon::TryHangups);
+}
+
+GsmDaemon::~GsmDaemon() = default;
+
+void GsmDaemon::Attach(std::unique_ptr<Stack> newStack)
+{
+    stack = std::move(newStack);
+    connect(stack.get(), &Stack::ModemChanged, this, &GsmDaemon::OnModemChanged);
+    connect(stack.get(), &Stack::RegistrationChanged, this, &GsmDaemon::Settle);
+    connect(stack.get(), &Stack::StrengthChanged, this, &GsmDaemon::ReportStrength);
+    connect(stack.get(), &Stack::CallChanged, this, &GsmDaemon::OnCallChanged);
+    connect(stack.get(), &Stack::MessageReceived, this, &GsmDaemon::MessageReceived);
+    OnModemChanged();
+}
+
+void GsmDaemon::Detach()
+{
+    stack.reset();
+    step.reset();
+    FailLateReplies();
+    OnModemChanged();
+    EndDial();
+}
+
+void GsmDaemon::Stop()
+{
+    stopping = true;
+    QTimer::singleShot(StopLimitMs, this, &GsmDaemon::Stopped);
+    CallHangupAll();
+    OnCallGone();
+}
+
+// Power and registration
+
+int GsmDaemon::Status() const
+{
+    if (!stack || !stack->IsOn())
+        return ModemStatusOff;
+    return stack->IsRegistered() ? ModemStatusRegistered : ModemStatusOn;
+}
+
+int GsmDaemon::ModemSetEnabled(bool Enable)
+{
+    GSMD_LOG(LogLevelProgress, "The modem is to be %s", Enable ? "on" : "off");
+    wanted = Enable;
+    if (Enable) {
+        owesOff = true;
+    } else {
+        // From now on the service knows of no modem. If it wants one again before this one is off, everything is
+        // reported anew.
+        reported = ModemStatusOff;
+        DropCalls();
+        FailLateReplies();
+    }
+    stepTimer.stop();
+    SettlePower();
+    // The answer has to leave before anything is reported.
+    QMetaObject::invokeMethod(this, &GsmDaemon::Settle, Qt::QueuedConnection);
+    return AnswerSuccess;
+}
+
+void GsmDaemon::OnModemChanged()
+{
+    const QString path = stack ? stack->ModemPath() : QString();
+    if (!path.isEmpty() && !modemKnown) {
+        GSMD_LOG(LogLevelProgress, "Modem %s", qPrintable(path));
+        Q_EMIT ModemAdded(path);
+    } else if (path.isEmpty() && modemKnown) {
+        GSMD_LOG(LogLevelWarning, "The modem is gone");
+    }
+    modemKnown = !path.isEmpty();
+    progressed = true;
+    stepTimer.stop();
+    Settle();
+}
+
+/// Compares where the modem is with what was asked for and reported, reports what is due and goes on towards the wish.
+void GsmDaemon::Settle()
+{
+    const int status = Status();
+    const bool lost = status == ModemStatusOff && reported != ModemStatusOff;
+    if (lost)
+        wanted.reset(); // until the service asks again
+
+    const bool turning = step && step != wanted;
+    if (IsWanted() && status != ModemStatusOff && !turning) {
+        Report(status);
+    } else if (!IsWanted() && status == ModemStatusOff && owesOff && (lost || !turning)) {
+        GSMD_LOG(LogLevelWarning, "Modem off%s", lost ? ", by itself" : "");
+        owesOff = false;
+        reported = ModemStatusOff;
+        DropCalls();
+        FailLateReplies();
+        Q_EMIT ModemOff();
+    }
+    SettlePower();
+}
+
+/// Reports what the service does not know yet of a modem that is on; a loss of the network as power alone.
+void GsmDaemon::Report(int status)
+{
+    if (status == reported)
+        return;
+    GSMD_LOG(LogLevelWarning, "Modem %s -> %s", StatusName(reported), StatusName(status));
+    if (reported != ModemStatusOn)
+        Q_EMIT ModemPowered();
+    reported = status;
+    if (status == ModemStatusRegistered) {
+        Q_EMIT ModemRegistered();
+        ReportStrength();
+        if (apn)
+            stack->BringUpLink(*apn);
+    }
+}
+
+void GsmDaemon::SettlePower()
+{
+    if (!stack || !wanted || step || stepTimer.isActive())
+        return;
+    progressed = false;
+    if (stack->TakePowerStep(*wanted, [this](bool success) { OnStepDone(success); }))
+        step = wanted;
+}
+
+void GsmDaemon::OnStepDone(bool success)
+{
+    if (!success)
+        GSMD_LOG(LogLevelWarning, "The modem did not take a step to power %s", *step ? "on" : "off");
+    step.reset();
+    // A step that is said to have succeeded may have changed nothing.
+    if (!success || !progressed)
+        stepTimer.start(RetryStepMs);
+    Settle();
+}
+
+int GsmDaemon::ModemGetStatus(int& ModemStatus)
+{
+    ModemStatus = Status();
+    return AnswerSuccess;
+}
+
+int GsmDaemon::IsSimPresent(bool& Present)
+{
+    const std::optional<bool> present = stack ? stack->SimPresent() : std::nullopt;
+    Present = present.value_or(false);
+    return present ? AnswerSuccess : AnswerRefused;
+}
+
+int GsmDaemon::SignalStrength(int& Strength)
+{
+    const std::optional<int> strength = reported == ModemStatusRegistered ? stack->Strength() : std::nullopt;
+    Strength = std::clamp(strength.value_or(0), 0, MaxStrength);
+    return strength ? AnswerSuccess : AnswerRefused;
+}
+
+void GsmDaemon::ReportStrength()
+{
+    if (reported != ModemStatusRegistered)
+        return;
+    if (const std::optional<int> strength = stack->Strength())
+        Q_EMIT SignalQuality(static_cast<uchar>(std::clamp(*strength, 0, MaxStrength)));
+}
+
+int GsmDaemon::PingRegistration()
+{
+    if (reported != ModemStatusRegistered)
+        return AnswerRefused;
+    stack->Ping([this](bool alive) { OnPinged(alive); });
+    return AnswerSuccess;
+}
+
+/// A modem that does not answer is not reported, so that the service's watchdog restarts it.
+void GsmDaemon::OnPinged(bool alive)
+{
+    if (alive)
+        ReportStrength();
+    else
+        GSMD_LOG(LogLevelWarning, "The modem does not answer");
+}
+
+int GsmDaemon::GprsSetApn(const QString& Apn, const QString& Username, const QString& Password)
+{
+    if (Status() == ModemStatusOff || lateReplies.size() >= MaxLateReplies)
+        return AnswerRefused;
+    const ::Apn next{Apn, Username, Password};
+    stack->SetApn(next, [this, next, answer = AnswerLater(ApnLimitMs)](bool success) {
+        answer(success);
+        if (!success)
+            return;
+        apn = next;
+        stack->BringUpLink(next);
+    });
+    return AnswerLate;
+}
+
+// Calls
+
+int GsmDaemon::Call(const QString& PhoneNumber)
+{
+    // The call in hand would lose its sound if the service heard of the end of this one.
+    if (dial || CallInHand() != calls.end())
+        return AnswerRefused;
+
+    dial.emplace();
+    dial->call.number = PhoneNumber;
+    dial->call.outgoing = true;
+    ++dialSerial;
+    dialTimer.start(DialLimitMs);
+    TryDial();
+    return AnswerSuccess;
+}
+
+/// Dials as soon as no call is left that is being hung up.
+void GsmDaemon::TryDial()
+{
+    if (!dial || dial->issued || !calls.isEmpty())
+        return;
+    dial->issued = true;
+    const auto onDialled = [this, serial = dialSerial](const QString& id) {
+        if (dial && serial == dialSerial)
+            OnDialled(id);
+    };
+    if (stack)
+        stack->Dial(dial->call.number, onDialled);
+    else
+        QMetaObject::invokeMethod(
+            this, [onDialled] { onDialled(QString()); }, Qt::QueuedConnection);
+}
+
+void GsmDaemon::OnDialled(const QString& id)
+{
+    if (id.isEmpty()) {
+        GSMD_LOG(LogLevelWarning, "The call could not be made");
+        EndDial();
+        return;
+    }
+    Meet({id, StackCall::StateDialling, dial->call.number});
+}
+
+/// The call that was to be made never was.
+void GsmDaemon::EndDial()
+{
+    if (!dial)
+        return;
+    const CallRecord call = dial->call;
+    dial.reset();
+    dialTimer.stop();
+    ReportEnd(call);
+    OnCallGone();
+}
+
+/// A call that the stack knows and this daemon does not.
+GsmDaemon::Calls::iterator GsmDaemon::Meet(const StackCall& call)
+{
+    const bool comesIn = call.state == StackCall::StateIncoming || call.state == StackCall::StateWaiting;
+    CallRecord record;
+    if (comesIn) {
+        record.refused = dial || !calls.isEmpty() || call.state == StackCall::StateWaiting;
+    } else if (dial && dial->issued) {
+        record = dial->call;
+        dial.reset();
+        dialTimer.stop();
+    } else {
+        record.refused = true;
+    }
+    record.state = call.state;
+    if (!call.number.isEmpty())
+        record.number = call.number;
+
+    const Calls::iterator met = calls.insert(call.id, record);
+    if (record.refused) {
+        GSMD_LOG(LogLevelWarning, "Hanging up %s", comesIn ? "a second caller" : "a call that was made elsewhere");
+        HangUp(met, false);
+    } else if (record.hangingUp) {
+        TryHangup(call.id);
+    } else if (comesIn) {
+        Q_EMIT CallIncoming(CallInfo(record.number));
+    }
+    return met;
+}
+
+void GsmDaemon::OnCallChanged(const StackCall& call)
+{
+    Calls::iterator record = calls.find(call.id);
+    if (record == calls.end()) {
+        // A caller is nobody's concern while the service wants no modem: the power-off ends it.
+        const bool comesIn = call.state == StackCall::StateIncoming || call.state == StackCall::StateWaiting;
+        if (call.state == StackCall::StateEnded || (comesIn && !IsWanted()))
+            return;
+        record = Meet(call);
+    }
+
+    if (call.state == StackCall::StateEnded) {
+        const CallRecord ended = *record;
+        calls.erase(record);
+        ReportEnd(ended);
+        OnCallGone();
+        return;
+    }
+    const bool changed = record->state != call.state;
+    record->state = call.state;
+    // A call that is answered while it is being hung up has not reached anybody.
+    if (call.state == StackCall::StateActive && !record->answered && !record->hangingUp) {
+        record->answered = true;
+        if (record->outgoing)
+            Q_EMIT CallAnswered(CallInfo(record->number));
+    }
+    if (changed)
+        TryHangup(call.id);
+}
+
+/// An outgoing call that nobody answered is rejected, whoever ended it: this makes an emergency loop move on. Only a
+/// request to end all calls is to end the loop, too.
+void GsmDaemon::ReportEnd(const CallRecord& call)
+{
+    if (call.refused)
+        return;
+    if (call.outgoing && !call.answered && !call.terminated)
+        Q_EMIT CallRejected(CallInfo(call.number));
+    else
+        Q_EMIT CallTerminated(CallInfo(call.number));
+}
+
+void GsmDaemon::OnCallGone()
+{
+    TryDial();
+    if (stopping && calls.isEmpty() && !dial)
+        Q_EMIT Stopped();
+}
+
+/// The call that rings, else the one there is.
+GsmDaemon::Calls::iterator GsmDaemon::CallInHand()
+{
+    Calls::iterator found = calls.end();
+    for (Calls::iterator call = calls.begin(); call != calls.end(); ++call) {
+        if (call->refused || call->hangingUp)
+            continue;
+        if (found == calls.end() || call->state == StackCall::StateIncoming)
+            found = call;
+    }
+    return found;
+}
+
+int GsmDaemon::CallAnswer()
+{
+    const Calls::iterator call = CallInHand();
+    if (call == calls.end() || call->state != StackCall::StateIncoming || lateReplies.size() >= MaxLateReplies)
+        return AnswerRefused;
+    stack->Answer(call.key(), [this, id = call.key(), answer = AnswerLater(AnswerLimitMs)](bool success) {
+        answer(success);
+        // The service takes the call for ended.
+        if (const Calls::iterator unanswered = calls.find(id); !success && unanswered != calls.end())
+            HangUp(unanswered, false);
+    });
+    return AnswerLate;
+}
+
+int GsmDaemon::CallHangup()
+{
+    if (const Calls::iterator call = CallInHand(); call != calls.end())
+        HangUp(call, false);
+    HangUpDial(false);
+    TryHangups();
+    return AnswerSuccess;
+}
+
+int GsmDaemon::CallHangupAll()
+{
+    for (Calls::iterator call = calls.begin(); call != calls.end(); ++call)
+        HangUp(call, true);
+    HangUpDial(true);
+    return AnswerSuccess;
+}
+
+void GsmDaemon::HangUp(Calls::iterator call, bool all)
+{
+    call->hangingUp = true;
+    call->terminated |= all;
+    TryHangup(call.key());
+}
+
+/// Hangs up the call that the stack is still making of a request, as soon as there is one.
+void GsmDaemon::HangUpDial(bool all)
+{
+    if (!dial)
+        return;
+    dial->call.hangingUp = true;
+    dial->call.terminated |= all;
+    dialTimer.start(dial->issued ? HangUpDialLimitMs : 0);
+}
+
+void GsmDaemon::TryHangups()
+{
+    for (const QString& id : calls.keys())
+        TryHangup(id);
+}
+
+/// Hangs up a call that is to be hung up and is not being so, and tries again later when that fails.
+void GsmDaemon::TryHangup(const QString& id)
+{
+    const Calls::iterator call = calls.find(id);
+    if (call == calls.end() || !call->hangingUp || call->requested)
+        return;
+    call->requested = true;
+    stack->Hangup(id, [this, id](bool success) {
+        const Calls::iterator call = calls.find(id);
+        if (call == calls.end())
+            return;
+        call->requested = false;
+        if (!success)
+            hangupTimer.start(RetryHangupMs);
+    });
+}
+
+/// The calls are gone with the modem. The service ends them by itself.
+void GsmDaemon::DropCalls()
+{
+    calls.clear();
+    dial.reset();
+    dialTimer.stop();
+    hangupTimer.stop();
+    OnCallGone();
+}
+
+// Messages
+
+int GsmDaemon::SendSms(const QString& Recipient, const QString& Text)
+{
+    if (Status() == ModemStatusOff || lateReplies.size() >= MaxLateReplies)
+        return AnswerRefused;
+    stack->SendSms(Recipient, Text, AnswerLater(SmsLimitMs));
+    return AnswerLate;
+}
+
+// Late answers
+
+/// Puts the answer to the request at hand off. @return what answers it.
+Stack::Done GsmDaemon::AnswerLater(int limitMs)
+{
+    return [reply = QPointer<LateReply>(new LateReply(*this, limitMs))](bool success) {
+        if (reply)
+            reply->Send(success ? AnswerSuccess : AnswerFailed);
+    };
+}
+
+void GsmDaemon::FailLateReplies()
+{
+    for (LateReply* reply : QSet<LateReply*>(lateReplies))
+        reply->Send(AnswerFailed);
+}

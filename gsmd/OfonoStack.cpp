@@ -1,0 +1,477 @@
+#include "OfonoStack.h"
+
+#include "Await.h"
+#include "LogGsmd.h"
+#include "OfonoConnectionContext.h"
+#include "OfonoMessage.h"
+#include "OfonoVoiceCall.h"
+
+#include <QDBusMetaType>
+
+#include <algorithm>
+
+namespace
+{
+
+constexpr char ManagerPath[] = "/";
+constexpr char InternetContext[] = "internet";
+
+// oFono gives a modem 20 s to change its power, and some drivers more.
+constexpr int PowerTimeoutMs = 60000;
+constexpr int DialTimeoutMs = 60000;
+constexpr int PingTimeoutMs = 20000;
+constexpr int RetryLinkMs = 60000; ///< a network that refuses the data connection is not to be pestered
+
+QString ErrorName(const char* name)
+{
+    return QStringLiteral("org.ofono.Error.") + QLatin1String(name);
+}
+
+/// Tells from the answer to a request that has to go to the modem whether the modem has taken part in it.
+bool ModemAnswered(const QDBusError& error)
+{
+    // A refusal is an answer. Where the stack can't ask, nothing speaks against the modem either.
+    return !error.isValid() || error.name() == ErrorName("Failed") || error.name() == ErrorName("NotImplemented") ||
+           error.name() == ErrorName("AccessDenied");
+}
+
+bool IsGone(const QDBusError& error)
+{
+    return error.type() == QDBusError::UnknownObject || error.type() == QDBusError::UnknownMethod;
+}
+
+QSet<QString> InterfacesOf(const QVariant& value)
+{
+    const QStringList names = value.toStringList();
+    return {names.begin(), names.end()};
+}
+
+/// How well a modem suits, as far as is known: what it can do shows only when it is on.
+int Suitability(const QVariantMap& properties)
+{
+    const QString type = properties.value(QStringLiteral("Type")).toString();
+    if (type == QLatin1String("hfp") || type == QLatin1String("sap")) // somebody else's phone, by Bluetooth
+        return 0;
+    const QSet<QString> interfaces = InterfacesOf(properties.value(QStringLiteral("Interfaces")));
+    if (interfaces.contains(OfonoVoiceCallManager::staticInterfaceName()))
+        return 3;
+    return properties.value(QStringLiteral("Powered")).toBool() ? 1 : 2;
+}
+
+}
+
+OfonoStack::Modem::Modem(const QString& owner, const QString& path, const QDBusConnection& bus)
+    : path(path),
+      modem(owner, path, bus),
+      sim(owner, path, bus),
+      network(owner, path, bus),
+      voice(owner, path, bus),
+      messages(owner, path, bus),
+      connections(owner, path, bus)
+{
+    modem.setTimeout(PowerTimeoutMs);
+    voice.setTimeout(DialTimeoutMs);
+    network.setTimeout(PingTimeoutMs);
+}
+
+OfonoStack::OfonoStack(const QDBusConnection& bus, const QString& owner, const QString& wantedModem)
+    : bus(bus),
+      owner(owner),
+      wantedModem(wantedModem),
+      manager(owner, ManagerPath, bus)
+{
+    qDBusRegisterMetaType<RemoteObject>();
+    qDBusRegisterMetaType<ObjectList>();
+    // Looked up by name for the slots below.
+    qRegisterMetaType<QDBusVariant>("QDBusVariant");
+    qRegisterMetaType<QDBusMessage>("QDBusMessage");
+    linkTimer.setSingleShot(true);
+    connect(&linkTimer, &QTimer::timeout, this, &OfonoStack::TryLink);
+
+    // Calls and messages may change sooner than each of them could be subscribed to.
+    const bool followed =
+        this->bus.connect(owner, QString(), OfonoVoiceCall::staticInterfaceName(), QStringLiteral("PropertyChanged"),
+                          this, SLOT(OnCallProperty(QString, QDBusVariant, QDBusMessage))) &&
+        this->bus.connect(owner, QString(), OfonoMessage::staticInterfaceName(), QStringLiteral("PropertyChanged"),
+                          this, SLOT(OnMessageProperty(QString, QDBusVariant, QDBusMessage)));
+    if (!followed)
+        GSMD_LOG(LogLevelError, "Can't follow the calls and messages of oFono");
+    connect(&manager, &OfonoManager::ModemAdded, this, &OfonoStack::OnModemAdded);
+    connect(&manager, &OfonoManager::ModemRemoved, this, &OfonoStack::OnModemRemoved);
+    Await(this, manager.GetModems(), [this](const QDBusPendingReply<ObjectList>& reply) {
+        for (const RemoteObject& object : reply.isValid() ? reply.value() : ObjectList())
+            OnModemAdded(object.path, object.properties);
+    });
+}
+
+OfonoStack::~OfonoStack() = default;
+
+// The modem
+
+void OfonoStack::OnModemAdded(const QDBusObjectPath& path, const QVariantMap& properties)
+{
+    modems.insert(path.path(), properties);
+    // The list of what is there already comes at once: choose when it is complete.
+    QMetaObject::invokeMethod(this, &OfonoStack::ChooseModem, Qt::QueuedConnection);
+}
+
+void OfonoStack::OnModemRemoved(const QDBusObjectPath& path)
+{
+    modems.remove(path.path());
+    if (path.path() != ModemPath())
+        return;
+    modem.reset();
+    EndAllMessages();
+    calls.clear();
+    context.clear();
+    Q_EMIT ModemChanged();
+    ChooseModem();
+}
+
+void OfonoStack::ChooseModem()
+{
+    if (modem)
+        return;
+    QString chosen;
+    int best = 0;
+    for (auto candidate = modems.cbegin(); candidate != modems.cend(); ++candidate) {
+        const int suits = wantedModem.isEmpty() ? Suitability(*candidate) : candidate.key() == wantedModem;
+        if (suits > best) {
+            best = suits;
+            chosen = candidate.key();
+        }
+    }
+    if (chosen.isEmpty())
+        return;
+
+    modem = std::make_unique<Modem>(owner, chosen, bus);
+    Follow(modem->modem, &OfonoStack::OnModemProperty);
+    Follow(modem->sim, &OfonoStack::OnSimProperty);
+    Follow(modem->network, &OfonoStack::OnNetworkProperty);
+    Follow(modem->connections, &OfonoStack::OnConnectionProperty);
+    connect(&modem->voice, &OfonoVoiceCallManager::CallAdded, this, &OfonoStack::OnCallAdded);
+    connect(&modem->voice, &OfonoVoiceCallManager::CallRemoved, this,
+            [this](const QDBusObjectPath& path) { EndCall(path.path()); });
+    const auto onMessage = [this](const QString& text, const QVariantMap& info) { Q_EMIT MessageReceived(text, info); };
+    connect(&modem->messages, &OfonoMessageManager::IncomingMessage, this, onMessage);
+    connect(&modem->messages, &OfonoMessageManager::ImmediateMessage, this, onMessage);
+    Fetch(modem->modem, &OfonoStack::OnModemProperty);
+    Q_EMIT ModemChanged();
+}
+
+template <typename Interface>
+void OfonoStack::Follow(Interface& interface, Property onProperty)
+{
+    connect(&interface, &Interface::PropertyChanged, this,
+            [this, onProperty](const QString& name, const QDBusVariant& value) {
+                (this->*onProperty)(name, value.variant());
+            });
+}
+
+template <typename Interface>
+void OfonoStack::Fetch(Interface& interface, Property onProperty)
+{
+    Await(&interface, interface.GetProperties(), [this, onProperty](const QDBusPendingReply<QVariantMap>& reply) {
+        const QVariantMap properties = reply.isValid() ? reply.value() : QVariantMap();
+        for (auto property = properties.begin(); property != properties.end(); ++property)
+            (this->*onProperty)(property.key(), *property);
+    });
+}
+
+void OfonoStack::OnModemProperty(const QString& name, const QVariant& value)
+{
+    if (name == QLatin1String("Powered"))
+        modem->powered = value.toBool();
+    else if (name == QLatin1String("Online"))
+        modem->online = value.toBool();
+    else if (name == QLatin1String("Interfaces"))
+        OnInterfaces(InterfacesOf(value));
+    else
+        return;
+    Q_EMIT ModemChanged();
+}
+
+/// An interface that has come is asked for what it knows, and what one knew is forgotten with it.
+void OfonoStack::OnInterfaces(const QSet<QString>& interfaces)
+{
+    const QSet<QString> gained = QSet<QString>(interfaces).subtract(modem->interfaces);
+    const QSet<QString> lost = QSet<QString>(modem->interfaces).subtract(interfaces);
+    modem->interfaces = interfaces;
+
+    if (lost.contains(OfonoSimManager::staticInterfaceName()))
+        modem->simPresent.reset();
+    if (lost.contains(OfonoNetworkRegistration::staticInterfaceName())) {
+        modem->registered = false;
+        modem->strength.reset();
+    }
+    if (lost.contains(OfonoConnectionManager::staticInterfaceName()))
+        modem->attached = false;
+    if (lost.contains(OfonoMessageManager::staticInterfaceName()))
+        EndAllMessages();
+    if (lost.contains(OfonoVoiceCallManager::staticInterfaceName()))
+        EndAllCalls();
+
+    if (gained.contains(OfonoSimManager::staticInterfaceName()))
+        Fetch(modem->sim, &OfonoStack::OnSimProperty);
+    if (gained.contains(OfonoNetworkRegistration::staticInterfaceName()))
+        Fetch(modem->network, &OfonoStack::OnNetworkProperty);
+    if (gained.contains(OfonoConnectionManager::staticInterfaceName()))
+        Fetch(modem->connections, &OfonoStack::OnConnectionProperty);
+    if (gained.contains(OfonoVoiceCallManager::staticInterfaceName())) {
+        Await(&modem->voice, modem->voice.GetCalls(), [this](const QDBusPendingReply<ObjectList>& reply) {
+            for (const RemoteObject& object : reply.isValid() ? reply.value() : ObjectList())
+                OnCallAdded(object.path, object.properties);
+        });
+    }
+}
+
+void OfonoStack::OnSimProperty(const QString& name, const QVariant& value)
+{
+    if (name == QLatin1String("Present"))
+        modem->simPresent = value.toBool();
+}
+
+void OfonoStack::OnNetworkProperty(const QString& name, const QVariant& value)
+{
+    if (name == QLatin1String("Status")) {
+        const QString status = value.toString();
+        modem->registered = status == QLatin1String("registered") || status == QLatin1String("roaming");
+        Q_EMIT RegistrationChanged();
+    } else if (name == QLatin1String("Strength")) {
+        modem->strength = value.toInt();
+        Q_EMIT StrengthChanged();
+    }
+}
+
+void OfonoStack::OnConnectionProperty(const QString& name, const QVariant& value)
+{
+    if (name != QLatin1String("Attached"))
+        return;
+    modem->attached = value.toBool();
+    TryLink();
+}
+
+bool OfonoStack::TakePowerStep(bool on, const Done& done)
+{
+    if (!modem)
+        return false;
+    if (modem->powered != on)
+        return SetModem(QStringLiteral("Powered"), on, done);
+    // Not before there is word of the card: with a dead modem, oFono would wait for an answer without limit and take no
+    // power-off meanwhile.
+    if (on && !modem->online && Has(OfonoSimManager::staticInterfaceName()))
+        return SetModem(QStringLiteral("Online"), true, done);
+    return false;
+}
+
+bool OfonoStack::SetModem(const QString& name, bool value, const Done& done)
+{
+    Await(this, modem->modem.SetProperty(name, QDBusVariant(value)),
+          [this, path = modem->path, name, value, done](const QDBusPendingReply<>& reply) {
+              // The answer comes before the signal.
+              if (!reply.isError() && path == ModemPath())
+                  OnModemProperty(name, value);
+              done(!reply.isError());
+          });
+    return true;
+}
+
+void OfonoStack::Ping(const Done& done)
+{
+    Await(this, modem->network.Register(),
+          [done](const QDBusPendingReply<>& reply) { done(ModemAnswered(reply.error())); });
+}
+
+// Calls
+
+void OfonoStack::OnCallAdded(const QDBusObjectPath& path, const QVariantMap& properties)
+{
+    StackCall call;
+    call.id = path.path();
+    for (auto property = properties.begin(); property != properties.end(); ++property)
+        SetCallProperty(call, property.key(), *property);
+    calls.insert(call.id, call);
+    Q_EMIT CallChanged(call);
+}
+
+void OfonoStack::OnCallProperty(const QString& name, const QDBusVariant& value, const QDBusMessage& signal)
+{
+    const auto call = calls.find(signal.path());
+    if (call == calls.end())
+        return;
+    SetCallProperty(*call, name, value.variant());
+    if (call->state == StackCall::StateEnded)
+        EndCall(signal.path());
+    else
+        Q_EMIT CallChanged(StackCall(*call));
+}
+
+void OfonoStack::SetCallProperty(StackCall& call, const QString& name, const QVariant& value)
+{
+    static const QMap<QString, StackCall::State> states = {
+        {QStringLiteral("dialing"), StackCall::StateDialling},  {QStringLiteral("alerting"), StackCall::StateDialling},
+        {QStringLiteral("incoming"), StackCall::StateIncoming}, {QStringLiteral("waiting"), StackCall::StateWaiting},
+        {QStringLiteral("active"), StackCall::StateActive},     {QStringLiteral("held"), StackCall::StateActive},
+        {QStringLiteral("disconnected"), StackCall::StateEnded}};
+
+    if (name == QLatin1String("State"))
+        call.state = states.value(value.toString(), call.state);
+    else if (name == QLatin1String("LineIdentification"))
+        call.number = value.toString() == QLatin1String("withheld") ? QString() : value.toString();
+}
+
+void OfonoStack::EndCall(const QString& id)
+{
+    if (calls.remove(id) > 0)
+        Q_EMIT CallChanged({id, StackCall::StateEnded, QString()});
+}
+
+void OfonoStack::EndAllCalls()
+{
+    for (const QString& id : calls.keys())
+        EndCall(id);
+}
+
+void OfonoStack::Dial(const QString& number, const std::function<void(const QString& id)>& done)
+{
+    if (!modem) {
+        QMetaObject::invokeMethod(
+            this, [done] { done(QString()); }, Qt::QueuedConnection);
+        return;
+    }
+    Await(this, modem->voice.Dial(number, QString()), [done](const QDBusPendingReply<QDBusObjectPath>& reply) {
+        done(reply.isValid() ? reply.value().path() : QString());
+    });
+}
+
+void OfonoStack::Answer(const QString& id, const Done& done)
+{
+    Await(this, OfonoVoiceCall(owner, id, bus).Answer(),
+          [done](const QDBusPendingReply<>& reply) { done(!reply.isError()); });
+}
+
+void OfonoStack::Hangup(const QString& id, const Done& done)
+{
+    Await(this, OfonoVoiceCall(owner, id, bus).Hangup(), [this, id, done](const QDBusPendingReply<>& reply) {
+        if (reply.isError() && IsGone(reply.error())) {
+            calls.remove(id);
+            Q_EMIT CallChanged({id, StackCall::StateEnded, QString()});
+        }
+        done(!reply.isError());
+    });
+}
+
+// Messages
+
+void OfonoStack::SendSms(const QString& recipient, const QString& text, const Done& done)
+{
+    Await(this, modem->messages.SendMessage(recipient, text),
+          [this, done](const QDBusPendingReply<QDBusObjectPath>& reply) {
+              if (reply.isError())
+                  done(false);
+              else
+                  messages.insert(reply.value().path(), done);
+          });
+}
+
+void OfonoStack::OnMessageProperty(const QString& name, const QDBusVariant& value, const QDBusMessage& signal)
+{
+    const QString state = name == QLatin1String("State") ? value.variant().toString() : QString();
+    if (state == QLatin1String("sent") || state == QLatin1String("failed"))
+        EndMessage(signal.path(), state == QLatin1String("sent"));
+}
+
+void OfonoStack::EndMessage(const QString& path, bool sent)
+{
+    if (const Done done = messages.take(path))
+        done(sent);
+}
+
+void OfonoStack::EndAllMessages()
+{
+    for (const QString& path : messages.keys())
+        EndMessage(path, false);
+}
+
+// Data connection
+
+void OfonoStack::SetApn(const Apn& apn, const Done& done)
+{
+    FindContext([this, apn, done](bool found) {
+        if (!found) {
+            done(false);
+            return;
+        }
+        // The access point of a connection that is up can't be changed.
+        WriteContext({{QStringLiteral("Active"), false},
+                      {QStringLiteral("AccessPointName"), apn.name},
+                      {QStringLiteral("Username"), apn.username},
+                      {QStringLiteral("Password"), apn.password}},
+                     done);
+    });
+}
+
+/// Finds the context of the internet connection, or makes it.
+void OfonoStack::FindContext(const Done& done)
+{
+    Await(this, modem->connections.GetContexts(), [this, done](const QDBusPendingReply<ObjectList>& reply) {
+        const ObjectList contexts = reply.isValid() ? reply.value() : ObjectList();
+        const auto found = std::find_if(contexts.begin(), contexts.end(), [](const RemoteObject& object) {
+            return object.properties.value(QStringLiteral("Type")).toString() == QLatin1String(InternetContext);
+        });
+        if (found != contexts.end()) {
+            context = found->path.path();
+            done(true);
+        } else if (reply.isError() || !modem) {
+            done(false);
+        } else {
+            Await(this, modem->connections.AddContext(InternetContext),
+                  [this, done](const QDBusPendingReply<QDBusObjectPath>& added) {
+                      if (added.isValid())
+                          context = added.value().path();
+                      done(added.isValid());
+                  });
+        }
+    });
+}
+
+/// Sets properties of the context, one after the other, up to the first that is refused.
+void OfonoStack::WriteContext(const QList<QPair<QString, QVariant>>& properties, const Done& done)
+{
+    if (properties.isEmpty()) {
+        done(true);
+        return;
+    }
+    OfonoConnectionContext proxy(owner, context, bus);
+    Await(this, proxy.SetProperty(properties.first().first, QDBusVariant(properties.first().second)),
+          [this, properties, done](const QDBusPendingReply<>& reply) {
+              if (reply.isError())
+                  done(false);
+              else
+                  WriteContext(properties.mid(1), done);
+          });
+}
+
+void OfonoStack::BringUpLink(const Apn&)
+{
+    linkWanted = true;
+    linkTimer.stop();
+    TryLink();
+}
+
+void OfonoStack::TryLink()
+{
+    if (!linkWanted || !modem || !modem->attached || linkTimer.isActive())
+        return;
+    FindContext([this](bool found) {
+        if (found)
+            WriteContext({{QStringLiteral("Active"), true}}, [this](bool success) { OnLinkTried(success); });
+    });
+}
+
+void OfonoStack::OnLinkTried(bool success)
+{
+    GSMD_LOG(success ? LogLevelProgress : LogLevelWarning, "The data connection is %s", success ? "up" : "refused");
+    if (!success)
+        linkTimer.start(RetryLinkMs);
+}

@@ -1,0 +1,44 @@
+#include "StackFinder.h"
+
+#include "Await.h"
+#include "LogGsmd.h"
+
+#include <QDBusConnectionInterface>
+#include <QDBusPendingReply>
+
+StackFinder::StackFinder(const QDBusConnection& bus, const QStringList& services) : services(services)
+{
+    watcher.setConnection(bus);
+    watcher.setWatchMode(QDBusServiceWatcher::WatchForOwnerChange);
+    watcher.setWatchedServices(services);
+    connect(&watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString& service, const QString&, const QString& owner) { OnOwner(service, owner); });
+
+    // Not with serviceOwner(), which would wait for the answer.
+    for (const QString& service : services) {
+        const QDBusPendingReply<QString> reply = bus.interface()->asyncCall(QStringLiteral("GetNameOwner"), service);
+        Await(this, reply, [this, service](const QDBusPendingReply<QString>& owner) {
+            if (owner.isValid())
+                OnOwner(service, owner.value());
+        });
+    }
+}
+
+void StackFinder::OnOwner(const QString& service, const QString& owner)
+{
+    if (owners.value(service) == owner)
+        return;
+    owners.insert(service, owner);
+    if (current == service) {
+        current.clear();
+        GSMD_LOG(LogLevelWarning, "%s has left", qPrintable(service));
+        Q_EMIT Lost();
+    }
+    for (const QString& candidate : services) {
+        if (!current.isEmpty() || owners.value(candidate).isEmpty())
+            continue;
+        current = candidate;
+        GSMD_LOG(LogLevelProgress, "%s is there", qPrintable(candidate));
+        Q_EMIT Found(candidate, owners.value(candidate));
+    }
+}

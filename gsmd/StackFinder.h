@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QDBusServiceWatcher>
+#include <QMap>
+#include <QObject>
+#include <QStringList>
+
+/// Looks out for modem stacks on the system bus, and settles for the first that is there until it leaves.
+class StackFinder : public QObject
+{
+    Q_OBJECT
+
+public:
+    StackFinder(const QDBusConnection& bus, const QStringList& services);
+
+Q_SIGNALS:
+    /// @param owner the unique name of the process that owns the service's name.
+    void Found(const QString& service, const QString& owner);
+    void Lost();
+
+private:
+    void OnOwner(const QString& service, const QString& owner);
+
+    const QStringList services;
+    QDBusServiceWatcher watcher;
+    QMap<QString, QString> owners;
+    QString current;
+};

@@ -1,0 +1,481 @@
+#include "GsmDaemon.h"
+
+#include "GsmAdaptor.h"
+#include "GsmProxy.h"
+#include "Names.h"
+
+#include <LogInterface.h>
+#include <QDBusConnection>
+#include <QTest>
+
+Q_DECL_EXPORT LogInterface* _logInterface = nullptr;
+
+/// A stack that does only what the test says.
+class ScriptedStack : public Stack
+{
+public:
+    QString ModemPath() const override { return QStringLiteral("/modem"); }
+    bool IsOn() const override { return on; }
+    bool IsRegistered() const override { return registered; }
+    std::optional<bool> SimPresent() const override { return sim; }
+    std::optional<int> Strength() const override { return strength; }
+
+    bool TakePowerStep(bool wanted, const Done& done) override
+    {
+        if (wanted != on)
+            Note(wanted ? "power on" : "power off", done);
+        return wanted != on;
+    }
+    void Ping(const Done& done) override { Note("ping", done); }
+    void Dial(const QString& number, const std::function<void(const QString&)>& done) override
+    {
+        Note("dial " + number, [done, number](bool success) { done(success ? "/call" + number : QString()); });
+    }
+    void Answer(const QString& id, const Done& done) override { Note("answer " + id, done); }
+    void Hangup(const QString& id, const Done& done) override { Note("hang up " + id, done); }
+    void SendSms(const QString& recipient, const QString&, const Done& done) override
+    {
+        Note("sms " + recipient, done);
+    }
+    void SetApn(const Apn& apn, const Done& done) override { Note("apn " + apn.name, done); }
+    void BringUpLink(const Apn& apn) override { Note("link " + apn.name, {}); }
+
+    /// Carries out the request, or refuses it.
+    bool Do(const QString& request, bool success = true)
+    {
+        if (!pending.contains(request))
+            return false;
+        if (success && request.startsWith("power"))
+            SetPower(request.endsWith("on"));
+        pending.take(request)(success);
+        return true;
+    }
+    void SetPower(bool next)
+    {
+        on = next;
+        registered = registered && on;
+        Q_EMIT ModemChanged();
+    }
+    void SetRegistered(bool next)
+    {
+        registered = next;
+        Q_EMIT RegistrationChanged();
+    }
+
+    bool on = false;
+    bool registered = false;
+    std::optional<bool> sim;
+    std::optional<int> strength = 64;
+    QStringList requests;
+
+private:
+    void Note(const QString& request, const Done& done)
+    {
+        requests.append(request);
+        pending.insert(request, done);
+    }
+
+    QMap<QString, Done> pending;
+};
+
+class GsmDaemonTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void powerCycle();
+    void oneModemOffEach();
+    void offAndOnInQuickSuccession();
+    void modemGoesByItself();
+    void stackLeaves();
+    void registration();
+    void pingAsksTheModem();
+    void outgoingCall_data();
+    void outgoingCall();
+    void hangUpBeforeTheCallIsKnown();
+    void hangUpAll();
+    void dialWaitsForTheHangup();
+    void incomingCall();
+    void strangersInTheStack();
+    void lateAnswers();
+    void stopHangsUp();
+
+    void OnSignal(const QDBusMessage& message);
+
+private:
+    void Attach();
+    void BringUp();
+    /// Asks the daemon over the bus; the answer is noted among the signals.
+    void Ask(const QString& method, const QVariantList& arguments = {});
+    /// Everything that the daemon has said since this was asked last, in order.
+    QString Said();
+    QString Asked() { return std::exchange(stack->requests, {}).join(", "); }
+    void Tell(const QString& id, StackCall::State state, const QString& number = QStringLiteral("1"))
+    {
+        Q_EMIT stack->CallChanged({id, state, number});
+    }
+
+    std::unique_ptr<GsmDaemon> daemon;
+    ScriptedStack* stack = nullptr;
+    QStringList said;
+    int unanswered = 0;
+    QDBusConnection client = QDBusConnection::connectToBus(QDBusConnection::SessionBus, "client");
+};
+
+void GsmDaemonTest::initTestCase()
+{
+    _logInterface = new LogInterface(QStringLiteral("/log"));
+    QVERIFY(client.connect(QString(), Names::GsmObject, GsmProxy::staticInterfaceName(), QString(), this,
+                           SLOT(OnSignal(QDBusMessage))));
+}
+
+void GsmDaemonTest::init()
+{
+    daemon = std::make_unique<GsmDaemon>();
+    new GsmAdaptor(daemon.get());
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    QVERIFY(bus.registerObject(Names::GsmObject, daemon.get()) && bus.registerService(Names::GsmService));
+    Attach();
+    Said();
+}
+
+void GsmDaemonTest::cleanup()
+{
+    QDBusConnection::sessionBus().unregisterObject(Names::GsmObject);
+    daemon.reset();
+    unanswered = 0;
+}
+
+void GsmDaemonTest::Attach()
+{
+    auto scripted = std::make_unique<ScriptedStack>();
+    stack = scripted.get();
+    daemon->Attach(std::move(scripted));
+}
+
+void GsmDaemonTest::BringUp()
+{
+    Ask("ModemSetEnabled", {true});
+    Said();
+    stack->Do("power on");
+    stack->SetRegistered(true);
+    Said();
+    stack->requests.clear();
+}
+
+void GsmDaemonTest::Ask(const QString& method, const QVariantList& arguments)
+{
+    QDBusMessage request =
+        QDBusMessage::createMethodCall(Names::GsmService, Names::GsmObject, GsmProxy::staticInterfaceName(), method);
+    request.setArguments(arguments);
+    auto* watcher = new QDBusPendingCallWatcher(client.asyncCall(request), this);
+    ++unanswered;
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, method, watcher] {
+        --unanswered;
+        said.append(method + QStringLiteral("=%1").arg(watcher->reply().arguments().value(0, -1).toInt()));
+        watcher->deleteLater();
+    });
+}
+
+void GsmDaemonTest::OnSignal(const QDBusMessage& message)
+{
+    const QVariant argument = message.arguments().value(0);
+    const QVariantMap info = qdbus_cast<QVariantMap>(argument);
+    const QString text = !info.isEmpty()                               ? info.value("LineIdentification").toString()
+                         : argument.userType() == qMetaTypeId<uchar>() ? QString::number(argument.toUInt())
+                                                                       : argument.toString();
+    said.append(message.member() + (text.isEmpty() ? QString() : '(' + text + ')'));
+}
+
+QString GsmDaemonTest::Said()
+{
+    // What is on its way arrives before the answer to a further request, what is due next before that to another.
+    for (int i = 0; i < 2; ++i) {
+        Ask("ModemGetStatus");
+        if (!QTest::qWaitFor([this] { return said.contains("ModemGetStatus=0"); }))
+            return QStringLiteral("nothing");
+        said.removeAll("ModemGetStatus=0");
+    }
+    return std::exchange(said, {}).join(' ');
+}
+
+/// The service is told of each step, after its answer, and the strength once the modem is registered.
+void GsmDaemonTest::powerCycle()
+{
+    Ask("ModemSetEnabled", {true});
+    QCOMPARE(Said(), "ModemSetEnabled=0");
+    QVERIFY(stack->Do("power on"));
+    QCOMPARE(Said(), "ModemPowered");
+    Ask("IsSimPresent");
+    QCOMPARE(Said(), "IsSimPresent=1"); // not known yet
+    stack->sim = false;
+    Ask("IsSimPresent");
+    QCOMPARE(Said(), "IsSimPresent=0");
+    stack->SetRegistered(true);
+    QCOMPARE(Said(), "ModemRegistered SignalQuality(64)");
+    Ask("ModemSetEnabled", {false});
+    Said();
+    QVERIFY(stack->Do("power off"));
+    QCOMPARE(Said(), "ModemOff");
+    QCOMPARE(Asked(), "power on, power off");
+}
+
+/// Also for a power-on that never got anywhere; and none for a power-off that nothing came before.
+void GsmDaemonTest::oneModemOffEach()
+{
+    Ask("ModemSetEnabled", {false});
+    QCOMPARE(Said(), "ModemSetEnabled=0");
+    for (int i = 0; i < 2; ++i) {
+        Ask("ModemSetEnabled", {true});
+        Said();
+        QVERIFY(stack->Do("power on", false));
+        Ask("ModemSetEnabled", {false});
+        QCOMPARE(Said(), "ModemSetEnabled=0 ModemOff");
+    }
+    Ask("ModemSetEnabled", {true});
+    Said();
+    Ask("ModemSetEnabled", {false});
+    QCOMPARE(Said(), "ModemSetEnabled=0"); // the stack is still about it
+    QVERIFY(stack->Do("power on"));
+    QVERIFY(stack->Do("power off"));
+    QCOMPARE(Said(), "ModemOff");
+}
+
+void GsmDaemonTest::offAndOnInQuickSuccession()
+{
+    BringUp();
+    Ask("ModemSetEnabled", {false});
+    Ask("ModemSetEnabled", {true});
+    Said();
+    QVERIFY(stack->Do("power off"));
+    QCOMPARE(Said(), "");
+    QVERIFY(stack->Do("power on"));
+    stack->SetRegistered(true);
+    QCOMPARE(Said(), "ModemPowered ModemRegistered SignalQuality(64)");
+
+    for (const bool on : {false, true, false})
+        Ask("ModemSetEnabled", {on});
+    Said();
+    QVERIFY(stack->Do("power off"));
+    QCOMPARE(Said(), "ModemOff");
+    QCOMPARE(Asked(), "power off, power on, power off");
+}
+
+/// It is off for good until the service asks again; calls are dropped without a word.
+void GsmDaemonTest::modemGoesByItself()
+{
+    BringUp();
+    Tell("/in", StackCall::StateIncoming, "2");
+    Ask("SendSms", {"3", "text"});
+    Said();
+    stack->SetPower(false);
+    QCOMPARE(Said(), "SendSms=2 ModemOff");
+    Ask("CallAnswer");
+    QCOMPARE(Said(), "CallAnswer=1");
+    stack->SetPower(true);
+    stack->SetPower(false);
+    Ask("ModemSetEnabled", {false});
+    QCOMPARE(Said(), "ModemSetEnabled=0");
+    QCOMPARE(Asked(), "sms 3");
+}
+
+void GsmDaemonTest::stackLeaves()
+{
+    BringUp();
+    daemon->Detach();
+    QCOMPARE(Said(), "ModemOff");
+    Ask("ModemSetEnabled", {true});
+    Ask("Call", {"4"});
+    QCOMPARE(Said(), "ModemSetEnabled=0 Call=0 CallRejected(4)");
+    Ask("ModemSetEnabled", {false});
+    QCOMPARE(Said(), "ModemSetEnabled=0 ModemOff");
+    Ask("ModemSetEnabled", {true});
+    Said();
+    Attach();
+    QVERIFY(stack->Do("power on"));
+    QCOMPARE(Said(), "ModemAdded(/modem) ModemPowered");
+}
+
+/// A lost network is told as power alone, and without one no strength, so that the service's watchdog works.
+void GsmDaemonTest::registration()
+{
+    BringUp();
+    stack->SetRegistered(false);
+    stack->strength = 10;
+    Q_EMIT stack->StrengthChanged();
+    Ask("PingRegistration");
+    QCOMPARE(Said(), "ModemPowered PingRegistration=1");
+    stack->SetRegistered(true);
+    stack->strength = 1000;
+    Q_EMIT stack->StrengthChanged();
+    QCOMPARE(Said(), "ModemRegistered SignalQuality(10) SignalQuality(100)");
+    QCOMPARE(Asked(), "");
+}
+
+void GsmDaemonTest::pingAsksTheModem()
+{
+    BringUp();
+    Ask("PingRegistration");
+    QCOMPARE(Said(), "PingRegistration=0");
+    QVERIFY(stack->Do("ping", false));
+    QCOMPARE(Said(), "");
+    Ask("PingRegistration");
+    Said();
+    QVERIFY(stack->Do("ping"));
+    QCOMPARE(Said(), "SignalQuality(64)");
+}
+
+void GsmDaemonTest::outgoingCall_data()
+{
+    QTest::addColumn<bool>("answered");
+    QTest::addColumn<bool>("hungUp");
+    QTest::addColumn<QString>("told");
+    QTest::newRow("answered") << true << false << "CallAnswered(1) CallTerminated(1)";
+    QTest::newRow("answered and hung up") << true << true << "CallAnswered(1) CallTerminated(1)";
+    QTest::newRow("busy") << false << false << "CallRejected(1)";
+    QTest::newRow("hung up") << false << true << "CallRejected(1)"; // the emergency loop moves on
+}
+
+void GsmDaemonTest::outgoingCall()
+{
+    QFETCH(bool, answered);
+    QFETCH(bool, hungUp);
+    BringUp();
+    Ask("Call", {"1"});
+    Ask("Call", {"2"});
+    QCOMPARE(Said(), "Call=0 Call=1");
+    QVERIFY(stack->Do("dial 1"));
+    if (answered)
+        Tell("/call1", StackCall::StateActive);
+    QString told = Said();
+    if (hungUp) {
+        Ask("CallHangup");
+        QCOMPARE(Said(), "CallHangup=0");
+        QVERIFY(answered || stack->Do("hang up /call1", false)); // then again
+        QVERIFY(QTest::qWaitFor([&] { return stack->Do("hang up /call1"); }));
+    }
+    Tell("/call1", StackCall::StateEnded);
+    told += (told.isEmpty() ? "" : " ") + Said();
+    QTEST(told, "told");
+}
+
+void GsmDaemonTest::hangUpBeforeTheCallIsKnown()
+{
+    BringUp();
+    Ask("Call", {"1"});
+    Ask("CallHangup");
+    QCOMPARE(Said(), "Call=0 CallHangup=0");
+    Tell("/call1", StackCall::StateDialling); // before the answer
+    QVERIFY(stack->Do("dial 1"));
+    Tell("/call1", StackCall::StateActive); // too late
+    QVERIFY(stack->Do("hang up /call1"));
+    Tell("/call1", StackCall::StateEnded);
+    QCOMPARE(Said(), "CallRejected(1)");
+    QCOMPARE(Asked(), "dial 1, hang up /call1");
+}
+
+/// Ends a loop, too: no call is rejected.
+void GsmDaemonTest::hangUpAll()
+{
+    BringUp();
+    Ask("Call", {"1"});
+    Said();
+    QVERIFY(stack->Do("dial 1"));
+    Ask("CallHangupAll");
+    Said();
+    Tell("/call1", StackCall::StateEnded);
+    Ask("CallHangupAll");
+    QCOMPARE(Said(), "CallTerminated(1) CallHangupAll=0");
+}
+
+void GsmDaemonTest::dialWaitsForTheHangup()
+{
+    BringUp();
+    Tell("/in", StackCall::StateIncoming, "2");
+    Ask("CallHangupAll");
+    Ask("Call", {"1"});
+    QCOMPARE(Said(), "CallIncoming(2) CallHangupAll=0 Call=0");
+    QCOMPARE(Asked(), "hang up /in");
+    Tell("/in", StackCall::StateEnded);
+    QCOMPARE(Said(), "CallTerminated(2)");
+    QCOMPARE(Asked(), "dial 1");
+}
+
+/// A second caller finds the line busy; the first is answered only when the modem has done it.
+void GsmDaemonTest::incomingCall()
+{
+    BringUp();
+    Tell("/first", StackCall::StateIncoming, "2");
+    Tell("/second", StackCall::StateWaiting, "3");
+    QCOMPARE(Said(), "CallIncoming(2)");
+    QCOMPARE(Asked(), "hang up /second");
+    Tell("/second", StackCall::StateEnded);
+    Ask("CallAnswer");
+    QCOMPARE(Said(), "");
+    QVERIFY(stack->Do("answer /first"));
+    Tell("/first", StackCall::StateActive, "2");
+    Ask("CallAnswer");
+    QCOMPARE(Said(), "CallAnswer=0 CallAnswer=1");
+    Tell("/first", StackCall::StateEnded);
+    QCOMPARE(Said(), "CallTerminated(2)");
+
+    Tell("/third", StackCall::StateIncoming, "4");
+    Ask("CallAnswer");
+    Said();
+    stack->requests.clear();
+    QVERIFY(stack->Do("answer /third", false));
+    QCOMPARE(Said(), "CallAnswer=2");
+    QCOMPARE(Asked(), "hang up /third"); // the service takes it for ended
+}
+
+/// Left from before a restart, or made by somebody else.
+void GsmDaemonTest::strangersInTheStack()
+{
+    Tell("/left", StackCall::StateActive);
+    QCOMPARE(Asked(), "hang up /left");
+    Tell("/left", StackCall::StateEnded);
+    Tell("/caller", StackCall::StateIncoming); // while the modem is not wanted
+    QCOMPARE(Said(), "");
+    QCOMPARE(Asked(), "");
+}
+
+void GsmDaemonTest::lateAnswers()
+{
+    BringUp();
+    Ask("SendSms", {"1", "text"});
+    Ask("GprsSetApn", {"internet", "", ""});
+    QCOMPARE(Said(), "");
+    QVERIFY(stack->Do("apn internet"));
+    QVERIFY(stack->Do("sms 1", false));
+    QCOMPARE(Said(), "GprsSetApn=0 SendSms=2");
+    stack->SetRegistered(false);
+    stack->SetRegistered(true);
+    QCOMPARE(Asked(), "sms 1, apn internet, link internet, link internet");
+
+    for (int i = 0; i < 1000; ++i)
+        Ask("SendSms", {QString::number(i), "text"});
+    QTRY_VERIFY(said.count("SendSms=1") > 900); // a flood is refused
+    stack->SetPower(false);
+    QTRY_COMPARE(unanswered, 0);
+}
+
+void GsmDaemonTest::stopHangsUp()
+{
+    BringUp();
+    Ask("Call", {"1"});
+    Said();
+    QVERIFY(stack->Do("dial 1"));
+    bool stopped = false;
+    connect(daemon.get(), &GsmDaemon::Stopped, this, [&stopped] { stopped = true; });
+    daemon->Stop();
+    QVERIFY(!stopped && Asked().endsWith("hang up /call1"));
+    Tell("/call1", StackCall::StateEnded);
+    QVERIFY(stopped);
+}
+
+QTEST_GUILESS_MAIN(GsmDaemonTest)
+
+#include "GsmDaemonTest.moc"
