@@ -17,6 +17,7 @@ export_source() {
         echo "The changelog of the packages says version $packaged, CMakeLists.txt $project" >&2
         return 1
     }
+    grep -q "^## $project " "$1/CHANGELOG.md" || { echo "CHANGELOG.md has no section for version $project" >&2; return 1; }
 }
 
 # make_root FOLDER OPTION...
