@@ -181,6 +181,22 @@ int Flood(int count, char** target, char** texts)
     return 0;
 }
 
+/// send COUNT NAME PATH INTERFACE METHOD [TEXT...]: calls that want no answer, all handed to the bus.
+int Send(int count, char** target, char** texts)
+{
+    sd_bus* bus = Connect();
+    for (int sent = 0; sent < count; ++sent) {
+        sd_bus_message* call = MakeCall(bus, target, texts);
+        Checked("message", sd_bus_message_set_expect_reply(call, 0));
+        Checked("call", sd_bus_send(bus, call, nullptr));
+        sd_bus_message_unref(call);
+        if (sent % InFlight == 0)
+            Checked("bus", sd_bus_flush(bus));
+    }
+    Checked("bus", sd_bus_flush(bus));
+    return 0;
+}
+
 int AnswerSuccess(sd_bus_message* call, void*, sd_bus_error*)
 {
     uint8_t type = 0;
@@ -230,8 +246,10 @@ int main(int argc, char** argv)
         return Call(std::atoi(argv[2]), argv + 3, argv + 7);
     if (mode == "flood" && argc >= 7)
         return Flood(std::atoi(argv[2]), argv + 3, argv + 7);
+    if (mode == "send" && argc >= 7)
+        return Send(std::atoi(argv[2]), argv + 3, argv + 7);
     if (mode == "relay" && argc == 7)
         return Relay(std::atoi(argv[2]), argv[3], argv + 4);
-    std::fputs("See the comments of each mode: start, call, flood, relay\n", stderr);
+    std::fputs("See the comments of each mode: start, call, flood, send, relay\n", stderr);
     return 2;
 }

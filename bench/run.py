@@ -24,6 +24,8 @@ ROUNDS = 5 if QUICK else 21
 CALLS = 200 if QUICK else 500  # a round
 IDLE_S = 10 if QUICK else 60
 SMS_BATCHES, SMS_BATCH = (4, 2500) if QUICK else (10, 10000)
+PENDING_RUNS = (100, 10000) if QUICK else (100, 10000, 100000)
+BURST, SEND_MS = 30, 500  # messages before an emergency request, and what the daemon takes to send one
 COUNTED = 200, 1200  # calls in the two counts of instructions whose difference is taken
 
 PHONE = ("com.quillmark.kova.phonemanager", "/com/quillmark/kova/phonemanager/phoneobj",
@@ -240,6 +242,45 @@ def sms_queue(pid):
             "bytes each": grown * 2**20 / (SMS_BATCHES * SMS_BATCH)}
 
 
+def log_lines(text):
+    with open(WORK.name + "/log", "rb") as file:
+        return file.read().count(text)
+
+
+def queue_runs(pid):
+    """CPU time of a run of the queue, by how many runs are due at once: they gather while a power-off blocks the service.
+    Each finds the modem off and leaves its message where it is."""
+    each, run_line = {}, b"Process sms queue"
+    for count in PENDING_RUNS:
+        simulator_command("fault ModemSetEnabled delay 5000 times 1")
+        subprocess.run(["dbus-send", "--session", "--dest=" + PHONE[0], PHONE[1], PHONE[2] + ".ForcePhoneOff",
+                        "boolean:true"], check=True)
+        before = log_lines(run_line)
+        client("send", count, *PHONE, "QueueSms", "+491234567890", "A short message.")
+        get_status()  # answered when all are queued
+        done, cpu = log_lines(run_line) - before, cpu_ns(pid)
+        await_condition(lambda: log_lines(run_line) - before >= count, "the queue's runs")
+        each[count] = (cpu_ns(pid) - cpu) / (count - done) / 1000
+        dbus_send(*PHONE[:2], PHONE[2] + ".ForcePhoneOff", "boolean:false")
+        await_condition(lambda: "uint32 2 uint32 3" in get_status(), "registered modem")
+    return {"CPU us of a run, by runs that are due": each}
+
+
+def emergency_in_burst():
+    """How long an emergency loop that is asked for during a burst of messages waits."""
+    simulator_command(f"fault SendSms delay {SEND_MS}")
+    sends = log_lines(b"SendSms() request")
+    client("send", BURST, *PHONE, "QueueSms", "+491234567890", "A short message.")
+    await_condition(lambda: log_lines(b"SendSms() request") > sends, "the first message")
+    begin = time.monotonic()
+    dbus_send(*PHONE[:2], PHONE[2] + ".VoiceCallLoopMake", "array:string:112")
+    accepted = time.monotonic() - begin
+    await_condition(lambda: log_lines(b"Gsmd->Call(112) request"), "the call")
+    dialled = time.monotonic() - begin
+    simulator_command("fault SendSms clear")
+    return {"messages": BURST, "each takes s": SEND_MS / 1000, "accepted after s": accepted, "dialled after s": dialled}
+
+
 def instructions(label, count, *mode):
     out = f"{WORK.name}/callgrind"
     program = PROGRAMS[label][0]
@@ -287,6 +328,14 @@ def measure():
         await_condition(lambda: "uint32 2 uint32 3" in get_status(), "registered modem")
         figures["Wake-ups a minute, modem registered"] = figure("", idle_wakeups({"service": pid}))
         details["SMS queue"] = sms_queue(pid)
+
+    with Running("simulator", simulator, "com.quillmark.kova.simulator"), Running("service") as pid:
+        print("runs of the queue, emergency call in a burst ...", file=sys.stderr)
+        await_condition(lambda: "uint32 2 uint32 3" in get_status(), "registered modem")
+        details["emergency call in a burst of messages"] = emergency_in_burst()
+        simulator_command("hangup")
+        await_condition(lambda: log_lines(b"EMERGENCY GSM CALL SUCCESFULLY STOPPED"), "the end of the call")
+        details["runs of the queue"] = queue_runs(pid)
 
     print("instructions ...", file=sys.stderr)
     settings(0)
