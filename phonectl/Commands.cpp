@@ -1,6 +1,7 @@
 #include "Commands.h"
 
 #include "ContactBook.h"
+#include "Doctor.h"
 #include "Follow.h"
 #include "Input.h"
 #include "Monitor.h"
@@ -198,6 +199,13 @@ const QList<Command>& Commands()
         {"monitor", "", Bus, "Print each signal as it comes",
          "Also when the service leaves the bus and when it returns. Ctrl-C or --timeout ends it.",
          "phonectl monitor\nphonectl monitor --json | jq 'select(.signal == \"SmsReceived\") | .text'", Monitor},
+        {"doctor", "", Bus, "See whether the board brings all that a call needs",
+         "Goes from the session bus to the contacts, in the order in which a board is brought up, and says of each "
+         "step "
+         "whether it holds, fails or is not yet due, and what to do next. Changes nothing and starts nothing. Exit "
+         "status 1 "
+         "when a step fails.",
+         "phonectl doctor\nphonectl doctor --json | jq '.steps[] | select(.verdict == \"fails\")'", Examine},
         {"timeline", "[FILE]", OptionOutput, "Draw what has happened from the service's log",
          "FILE is the log; without it, or with -, standard input. The picture goes to standard output, or with "
          "--output to "

@@ -19,19 +19,19 @@ constexpr char WaitForOthers[] = "QSQLITE_BUSY_TIMEOUT=5000";
 constexpr const char* flagWords[] = {"emergency",   "may be called", "may be texted", "receives alarms",
                                      "may call in", "may text",      "favourite"};
 
-QString DatabasePath()
-{
-    const QString path = qEnvironmentVariable("KOVA_CONTACTS_DB");
-    return path.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
-                                QStringLiteral("/kova/contacts.db")
-                          : path;
-}
-
 Failure Refused(const QString& path, const QString& what)
 {
     return {ExitRefused, QStringLiteral("contacts database \"%1\": %2").arg(path, what)};
 }
 
+}
+
+QString ContactBook::DatabasePath()
+{
+    const QString path = qEnvironmentVariable("KOVA_CONTACTS_DB");
+    return path.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                                QStringLiteral("/kova/contacts.db")
+                          : path;
 }
 
 QStringList ContactBook::FlagWords(uint flags)
@@ -45,8 +45,8 @@ QStringList ContactBook::FlagWords(uint flags)
     return words;
 }
 
-ContactBook::ContactBook()
-    : path(DatabasePath()),
+ContactBook::ContactBook(const QString& path)
+    : path(path),
       database(QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QLatin1String(ConnectionName)))
 {
     if (QFileInfo::exists(path))

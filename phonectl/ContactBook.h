@@ -18,6 +18,9 @@ public:
         uint flags;
     };
 
+    /// Where this program's environment says that they are.
+    static QString DatabasePath();
+
     /// The right to call in: this contact's calls are answered.
     static constexpr uint MayCallIn = 16;
 
@@ -25,7 +28,7 @@ public:
     static QStringList FlagWords(uint flags);
 
     /// Opens the database. One that is missing is made by the first Add().
-    ContactBook();
+    explicit ContactBook(const QString& path = DatabasePath());
     ~ContactBook();
     Q_DISABLE_COPY(ContactBook)
 

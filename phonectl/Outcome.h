@@ -13,10 +13,11 @@ enum ExitStatus : int {
     ExitInterrupted = 130, ///< Ctrl-C, as shells count it; what was asked for goes on
 };
 
-/// How a command ended well.
+/// How a command ended.
 struct Outcome {
-    QString text;        ///< for a person; empty when all has been said
-    QJsonObject details; ///< for --json
+    QString text;                     ///< for a person; empty when all has been said
+    QJsonObject details;              ///< for --json
+    ExitStatus exitStatus = ExitDone; ///< other when the text says what is amiss
 };
 
 /// Thrown when a command did not end well.

@@ -87,6 +87,7 @@ int main(int argc, char** argv)
         }
         const Outcome outcome = Run(Arguments(words), progress);
         object = outcome.details;
+        exitStatus = outcome.exitStatus;
         if (!json && !outcome.text.isEmpty())
             PrintLine(stdout, outcome.text);
         isAllSaid = outcome.text.isEmpty() && outcome.details.isEmpty() && progress.Steps().isEmpty();

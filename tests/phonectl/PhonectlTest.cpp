@@ -204,6 +204,25 @@ private Q_SLOTS:
         QVERIFY(Ctl({"disable"}).Ends("1 phonectl: the setting was not stored in .*: line 2 .*"));
     }
 
+    void doctor()
+    {
+        qputenv("KOVA_CONTACTS_DB", QFile::encodeName(folder.filePath("contacts.db")));
+        QVERIFY(Ctl({"doctor"}).Ends("1 .*FAILS    Service .*systemctl --user start.*FAILS    GSM daemon .*"));
+        TestBed bed;
+        QVERIFY(bed.BringUp());
+        QVERIFY(Ctl({"doctor", "--json"}).Ends(R"(0 .*"failed":0,"notYet":1,.*contacts add NUMBER.*)"));
+        bed.WriteContacts({{"110", 16}});
+        QVERIFY(Ctl({"doctor"}).Ends("0 .*\n\nall holds\n"));
+
+        bed.WriteSettings("[PHONE]\nenabled=1\n# data\n[DEVICES_SETUP]\ngprs-enabled=1\n");
+        QVERIFY(bed.Commands({"signal 125", "daemon leave sound"}));
+        bed.Settle();
+        QVERIFY(
+            Ctl({"doctor"})
+                .Ends("1 .*FAILS    Settings .*line 3 .*FAILS    Signal  .*FAILS    Data link  .*ppp0.*FAILS    Sound "
+                      "manager .*\n10 hold, 4 fail, 0 not yet\n"));
+    }
+
     void power()
     {
         TestBed bed;
