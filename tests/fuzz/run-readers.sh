@@ -1,6 +1,6 @@
 #!/bin/bash
-# Fuzzes what reads files that other programs write: each reader for so many seconds, or, if none are given, for a fixed
-# number of inputs.
+# Fuzzes what reads files that other programs write, and what a modem stack writes to the simulated modem: each reader
+# for so many seconds, or, if none are given, for a fixed number of inputs.
 # usage: tests/fuzz/run-readers.sh [SECONDS]
 set -euo pipefail
 cd "$(dirname "$0")/../.."
@@ -23,7 +23,7 @@ fi
 # The settings reach the disk with each write: in memory that costs nothing.
 [ ! -w /dev/shm ] || export TMPDIR=/dev/shm
 
-for reader in ini; do
+for reader in ini at pdu; do
     mkdir -p $found/$reader
     echo "== $reader"
     dbus-run-session -- build-fuzz/fuzz_$reader -verbosity=0 -print_funcs=0 -max_len=4096 -timeout=10 -close_fd_mask=1 \

@@ -1,0 +1,38 @@
+#include "AtModem.h"
+
+#include <QCoreApplication>
+
+/// Whatever comes in on the port, in pieces, it goes on answering.
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
+{
+    static int argc = 0;
+    static QCoreApplication application(argc, nullptr);
+
+    Modem modem(DeviceTimes{0, 0, 0, 1000, 0});
+    BusService contract("gsm", "com.example.gsm", "/gsm", "com.quillmark.kova.gsminterface");
+    AtModem port(modem, contract, false);
+    QByteArray said;
+    QObject::connect(&port, &AtModem::Output, [&said](const QByteArray& output) { said += output; });
+    port.Open();
+
+    const QByteArray input(reinterpret_cast<const char*>(data), static_cast<int>(size));
+    for (int start = 0, piece = 1; start < input.size(); start += piece, piece = piece % 64 + 1) {
+        port.Feed(input.mid(start, piece));
+        QCoreApplication::processEvents();
+        if (input.at(start) == '!')
+            modem.Ring(QString::fromUtf8(input.mid(start, 8)));
+    }
+    // Out of a line, a prompt or a wait, and then an answer.
+    port.Feed("\r\x1b\x1b\r");
+    for (int quiet = 0; quiet < 3; ++quiet) {
+        QCoreApplication::processEvents();
+        if (modem.PowerState() == Modem::PoweringUp || modem.PowerState() == Modem::PoweringDown)
+            quiet = 0;
+    }
+    said.clear();
+    port.Feed("ATE0V1\r");
+    if (!said.contains("OK"))
+        qFatal("no answer: %s", said.constData());
+    port.Close();
+    return 0;
+}

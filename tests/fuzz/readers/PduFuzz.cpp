@@ -1,0 +1,23 @@
+#include "Pdu.h"
+
+#include <QtGlobal>
+
+/// Whatever the unit holds, what is read from it goes out and comes back.
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
+{
+    const QByteArray unit(reinterpret_cast<const char*>(data), static_cast<int>(size));
+    Pdu::DecodeDeliver(unit);
+    const std::optional<Pdu::Message> message = Pdu::DecodeSubmit(unit);
+    if (!message)
+        return 0;
+    QString text;
+    for (const QByteArray& part : Pdu::EncodeSubmit(message->number, message->text, message->reference)) {
+        const std::optional<Pdu::Message> again = Pdu::DecodeSubmit(part);
+        if (!again)
+            qFatal("an own unit cannot be read");
+        text += again->text;
+    }
+    if (text != message->text)
+        qFatal("a text has changed");
+    return 0;
+}
