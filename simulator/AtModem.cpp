@@ -22,6 +22,13 @@ struct Counterpart {
     std::optional<QVariantList> (*arguments)(const AtCommand& command, const Modem& modem);
 };
 
+/// The number of a dial command, without what only steers how it is dialled.
+QString DialledNumber(const AtCommand& command)
+{
+    static const QRegularExpression noDigit(QStringLiteral("[^0-9*#+]"));
+    return QString(command.parameters.value(0)).remove(noDigit);
+}
+
 std::optional<QVariantList> None(const AtCommand&, const Modem&)
 {
     return QVariantList();
@@ -38,7 +45,7 @@ const QList<Counterpart>& AllCounterparts()
     static const QList<Counterpart> all = {
         {"D=",
          {"Call"},
-         [](const AtCommand& command, const Modem&) { return std::optional(QVariantList{command.parameters.at(0)}); }},
+         [](const AtCommand& command, const Modem&) { return std::optional(QVariantList{DialledNumber(command)}); }},
         {"A", {"CallAnswer"}, None},
         {"H", {"CallHangup", "CallHangupAll"}, NoneInCall},
         {"+CHUP", {"CallHangup", "CallHangupAll"}, NoneInCall},
@@ -539,8 +546,7 @@ AtAnswer AtModem::SelectOperator(const AtCommand& command)
 
 AtAnswer AtModem::Dial(const AtCommand& command)
 {
-    static const QRegularExpression noDigit(QStringLiteral("[^0-9*#+]")); // the rest steers how to dial
-    const QString number = QString(command.parameters.value(0)).remove(noDigit);
+    const QString number = DialledNumber(command);
     if (command.parameters.value(1).isEmpty()) // a data call
         return {AtAnswer::NoCarrier};
     if (number.isEmpty() || !modem.Calls().isEmpty())
@@ -574,17 +580,12 @@ AtAnswer AtModem::HandleWaiting(const AtCommand& command)
     const QString action = command.parameters.value(0);
     if (action.size() == 2 && action.startsWith(QLatin1Char('1')))
         return modem.Hangup(action.mid(1).toInt()) ? AtAnswer() : Refuse(CmeNotAllowed);
+    if (action == QLatin1String("1"))
+        return modem.TakeWaiting() ? AtAnswer() : Refuse(CmeNotAllowed);
     for (const Call& call : modem.Calls()) {
         const bool isNew = call.state == Call::Waiting || call.state == Call::Ringing;
-        if (action == QLatin1String("0") && isNew) {
-            modem.Hangup(call.id);
-            return {};
-        }
-        if (action == QLatin1String("1") && call.state == Call::Active) {
-            modem.Hangup(call.id);
-            modem.Answer();
-            return {};
-        }
+        if (action == QLatin1String("0") && isNew)
+            return modem.Hangup(call.id) ? AtAnswer() : Refuse(CmeNotAllowed);
     }
     return Refuse(CmeNotAllowed);
 }

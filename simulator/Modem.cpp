@@ -196,8 +196,11 @@ void Modem::EndCall(int id, End why)
     if (ended.outgoing)
         farEndTimer.stop();
     Q_EMIT CallEnded(ended, why);
+}
 
-    // Whoever waited rings now.
+/// Whoever waited for a call that has ended rings.
+void Modem::RingWaiting()
+{
     if (Call* waiting = FindCall(Call::Waiting); waiting && calls.size() == 1) {
         waiting->state = Call::Ringing;
         Q_EMIT CallCame(*waiting);
@@ -208,15 +211,25 @@ bool Modem::Hangup(int id)
 {
     const auto before = calls.size();
     EndCall(id, EndHangup);
+    RingWaiting();
     return calls.size() != before;
+}
+
+bool Modem::TakeWaiting()
+{
+    const Call* active = FindCall(Call::Active);
+    if (active)
+        EndCall(active->id, EndHangup);
+    if (Call* waiting = FindCall(Call::Waiting))
+        Connect(*waiting);
+    return active;
 }
 
 bool Modem::HangupAll(End why)
 {
     const QList<Call> before = calls;
-    // From the last on, so that nobody who waits begins to ring.
-    for (auto call = before.rbegin(); call != before.rend(); ++call)
-        EndCall(call->id, why);
+    for (const Call& call : before)
+        EndCall(call.id, why);
     return !before.isEmpty();
 }
 
@@ -266,6 +279,7 @@ QString Modem::FarEndHangup()
     if (calls.isEmpty())
         return QStringLiteral("there is no call");
     EndCall(calls.first().id, EndFarEnd);
+    RingWaiting();
     return {};
 }
 

@@ -73,6 +73,8 @@ public:
     /// Lets a second caller wait while there is a call; without, the line is busy.
     void SetCallWaiting(bool allowed) { callWaiting = allowed; }
     bool Hangup(int id);
+    /// Ends the call that there is, and takes the one that waits if one does.
+    bool TakeWaiting();
     bool HangupAll(End why);
     bool SendSms();
 
@@ -98,6 +100,7 @@ private:
     void AddCall(Call::State state, const QString& number);
     void Connect(Call& call);
     void EndCall(int id, End why);
+    void RingWaiting();
 
     const DeviceTimes times;
     Power power = Off;

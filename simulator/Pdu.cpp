@@ -186,12 +186,12 @@ QList<Piece> Cut(const QString& text, Coding& coding)
     }
     if (coding == Coding::Ucs2) {
         characters.clear();
-        for (const uint c : text.toUcs4()) {
-            QByteArray octets;
-            const char32_t character = c;
-            for (const QChar unit : QString::fromUcs4(&character, 1))
-                octets.append(static_cast<char>(unit.unicode() >> 8)).append(static_cast<char>(unit.unicode() & 0xff));
-            characters.append(octets);
+        for (int i = 0; i < text.size(); ++i) {
+            const bool secondOfPair = i > 0 && text.at(i).isLowSurrogate() && text.at(i - 1).isHighSurrogate();
+            if (!secondOfPair)
+                characters.append(QByteArray());
+            const char16_t unit = text.at(i).unicode();
+            characters.last().append(static_cast<char>(unit >> 8)).append(static_cast<char>(unit & 0xff));
         }
     }
 
