@@ -1,28 +1,37 @@
 #!/usr/bin/env bash
 # Shows the phone service at work beside a simulated device, on a private bus, and leaves a drawing of it in the build
 # folder.
-# With --shell opens a shell in which to try both instead.
+# With --shell opens a shell in which to try both instead. With --stock the service works on a stock oFono, which has the
+# simulated modem at an AT port.
 set -euo pipefail
 cd "$(dirname "$0")"
 . scripts/need.sh
 . scripts/build.sh
 . scripts/stage.sh
+. scripts/stock.sh
 
-shell=no
+mode=play
 programs=(phonemanager kova-simulator phonectl)
+packages=("${BUILD_PACKAGES[@]}" faketime sqlite3)
 case "$*" in
     '') ;;
-    --shell) shell=yes ;;
-    *) echo "usage: ./demo.sh [--shell]" >&2; exit 2 ;;
+    --shell) mode=shell ;;
+    --stock) mode=stock programs+=(kova-gsmd) packages+=(ofono libglib2.0-bin) ;;
+    *) echo "usage: ./demo.sh [--shell | --stock]" >&2; exit 2 ;;
 esac
 
-need "${BUILD_PACKAGES[@]}" faketime sqlite3
+need "${packages[@]}"
 build release "${programs[@]}"
 stage build
 
-if [ $shell = no ]; then
+if [ $mode != shell ]; then
     echo "Time runs $SPEED times as fast; the clock counts the device's seconds."
-    play simulator/scenarios/demo.scenario
+    if [ $mode = stock ]; then
+        start_system_bus
+        play_stock ofonod
+    else
+        play simulator/scenarios/demo.scenario
+    fi
     printf '%11s  The service is told to stop, and does so in order.\n' ''
     "$build/phonectl" timeline "$scene/service.log" --output "$build/demo.html" >/dev/null
     echo "What has happened is drawn in build/demo.html."

@@ -71,10 +71,11 @@ on_system_bus() {
     dbus-send --bus="$DBUS_SYSTEM_BUS_ADDRESS" --print-reply=literal --dest="$service" "$object" "$method" "$@"
 }
 
+# Both stacks are run by the command in run_fast, if it is set.
 # start_ofonod: sets OFONOD to its process; its log, with all AT traffic, is $scene/ofonod.log.
 start_ofonod() {
     write_ofono_config
-    OFONO_AT_DEBUG=1 ofonod -n -d >>"$scene/ofonod.log" 2>&1 &
+    OFONO_AT_DEBUG=1 ${run_fast:-} ofonod -n -d >>"$scene/ofonod.log" 2>&1 &
     OFONOD=$!
     players+=($OFONOD)
     await $OFONOD "$scene/ofonod.log" on_system_bus org.ofono / org.ofono.Manager.GetModems
@@ -83,10 +84,41 @@ start_ofonod() {
 # start_modemmanager: sets MODEMMANAGER to its process, with the AT port as its one modem; the log is
 # $scene/modemmanager.log.
 start_modemmanager() {
-    ModemManager --test-session --test-enable --no-auto-scan --debug >>"$scene/modemmanager.log" 2>&1 &
+    ${run_fast:-} ModemManager --test-session --test-enable --no-auto-scan --debug >>"$scene/modemmanager.log" 2>&1 &
     MODEMMANAGER=$!
     players+=($MODEMMANAGER)
     await $MODEMMANAGER "$scene/modemmanager.log" dbus-send --session --print-reply \
         --dest=org.freedesktop.ModemManager1 /org/freedesktop/ModemManager1 \
         org.freedesktop.ModemManager1.Test.SetProfile string:kova string:generic array:string:"abstract:$AT_NAME"
+}
+
+# play_stock ofonod|modemmanager: plays the demonstration with the service and kova-gsmd on that stack. It differs from
+# the one on the simulated GSM daemon in what only the modem can do, and leaves out what is asked of that daemon.
+play_stock() {
+    local device service
+    sed -e '/^expect gsm /d' -e 's/^daemon leave$/modem unplug/' -e 's/^daemon return$/modem plug/' \
+        -e 's/The GSM daemon dies/The modem is unplugged/' -e 's/The daemon is back/The modem is back/' \
+        -e 's/0 2 3 71 /0 2 3 70 /' -e 's/strength, 71/strength, 70/' \
+        simulator/scenarios/demo.scenario >"$scene/stock.scenario"
+    AT_PORT=$(shuf -n 1 -i 20000-32000)
+    AT_NAME=kova-$$
+    fast "$build/kova-simulator" --quiet --at-tcp "$AT_PORT" --at-abstract "$AT_NAME" play "$scene/stock.scenario" &
+    device=$!
+    players+=($device)
+    gdbus wait --session --timeout 60 com.quillmark.kova.simulator
+
+    run_fast=fast "start_$1"
+    fast "$build/kova-gsmd" 2>"$scene/gsmd.log" &
+    players+=($!)
+    gdbus wait --session --timeout 60 com.quillmark.kova.gsmmanager
+    fast "$build/phonemanager" 2>"$scene/service.log" &
+    service=$!
+    players+=($service)
+
+    if wait $device && kill $service && wait $service; then
+        return
+    fi
+    echo "The end of the logs of service and GSM daemon:" >&2
+    tail -n 40 "$scene/service.log" "$scene/gsmd.log" >&2
+    return 1
 }
