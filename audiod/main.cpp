@@ -5,10 +5,12 @@
 #include "AudioLog.h"
 #include "AudioOutCtl.h"
 #include "AudioOutCtlAdaptor.h"
+#include "BusGuard.h"
 #include "CallAudioRoute.h"
 #include "Capture.h"
 #include "DefaultDevice.h"
 #include "LoopbackRoute.h"
+#include "Process.h"
 #include "SoundManager.h"
 #include "SoundManagerAdaptor.h"
 #include "SoundServer.h"
@@ -60,6 +62,9 @@ int Serve(const QString& modemSource, const QString& modemSink, int signalInput)
         return ExitStatusFailed;
     }
 
+    const BusGuard busGuard(bus);
+    QObject::connect(&busGuard, &BusGuard::Lost, &busGuard, [] { QCoreApplication::exit(ExitStatusFailed); });
+
     SoundServer server;
     std::unique_ptr<VoiceRoute> route;
     if (modemSource.isEmpty())
@@ -96,10 +101,6 @@ int Serve(const QString& modemSource, const QString& modemSink, int signalInput)
                   : route->WhenSettled([] { QCoreApplication::exit(ExitStatusDone); });
     });
 
-    // Without a bus nobody can ask for anything any more.
-    bus.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"), QStringLiteral("org.freedesktop.DBus.Local"),
-                QStringLiteral("Disconnected"), QCoreApplication::instance(), SLOT(quit()));
-
     // Only with the names of the services: another life of this program may still use what would be removed.
     server.Connect();
     AUDIO_LOG(LogLevelProgress, "Audio services running, voice route: %s",
@@ -117,6 +118,7 @@ int Serve(const QString& modemSource, const QString& modemSink, int signalInput)
 
 int main(int argc, char** argv)
 {
+    Process::Prepare();
     const int signalInput = HoldTerminationSignals();
     // libpulse would ask the X server for a sound server's address, and wait for its answer.
     qunsetenv("DISPLAY");
@@ -142,8 +144,7 @@ int main(int argc, char** argv)
         return ExitStatusUsage;
     }
 
-    _logInterface = new LogInterface(Names::LogObject);
-    const int status = Serve(options.value(source), options.value(sink), signalInput);
-    delete _logInterface;
-    return status;
+    LogInterface log{QLatin1String(Names::LogObject)};
+    _logInterface = &log;
+    return Serve(options.value(source), options.value(sink), signalInput);
 }

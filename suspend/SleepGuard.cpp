@@ -1,0 +1,209 @@
+#include "SleepGuard.h"
+
+#include "Log.h"
+#include "PhoneCodes.h"
+
+#include <QDBusConnectionInterface>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QFile>
+#include <QStandardPaths>
+
+namespace
+{
+
+constexpr char LogindService[] = "org.freedesktop.login1";
+constexpr char LogindObject[] = "/org/freedesktop/login1";
+
+/// The service may be in a call to the GSM daemon that lasts a minute.
+constexpr int AnswerMs = 90000;
+constexpr int LogindAnswerMs = 5000;
+/// logind goes to sleep before, after its InhibitDelayMaxSec.
+constexpr int OffMs = 60000;
+constexpr int RetryMs = 5000;
+
+/// Where the outputs of GetStatus are in its answer.
+enum StatusOutput : int { StatusOutputPhone = 1, StatusOutputForced = 5 };
+
+/// Exists while the phone is held off for the sake of sleep. It goes with the boot, as the service's memory of that
+/// does.
+QString MarkPath()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation) +
+           QLatin1String("/kova-suspend.holds-phone-off");
+}
+
+bool IsAnswer(const QDBusMessage& message)
+{
+    return message.type() == QDBusMessage::ReplyMessage;
+}
+
+}
+
+SleepGuard::SleepGuard(const QDBusConnection& systemBus, const QDBusConnection& sessionBus)
+    : logind(QLatin1String(LogindService), QLatin1String(LogindObject), systemBus),
+      phone(QLatin1String(Names::PhoneService), QLatin1String(Names::PhoneObject), sessionBus),
+      logindWatcher(QLatin1String(LogindService), systemBus, QDBusServiceWatcher::WatchForRegistration)
+{
+    logind.setTimeout(LogindAnswerMs);
+    phone.setTimeout(AnswerMs);
+    limit.setSingleShot(true);
+    limit.setInterval(OffMs);
+    release.setSingleShot(true);
+    release.setInterval(RetryMs);
+
+    connect(&logind, &LogindProxy::PrepareForSleep, this, &SleepGuard::OnPrepareForSleep);
+    connect(&logindWatcher, &QDBusServiceWatcher::serviceRegistered, this, &SleepGuard::Inhibit);
+    connect(&phone, &PhoneProxy::PhoneStatus, this, &SleepGuard::OnPhoneStatus);
+    connect(&limit, &QTimer::timeout, this, [this] {
+        LOG(LogLevelWarning, "The modem is not off after %d s", OffMs / 1000);
+        LetSleep();
+    });
+    connect(&release, &QTimer::timeout, this, &SleepGuard::Release);
+}
+
+void SleepGuard::Start()
+{
+    if (logind.preparingForSleep())
+        state = State::Asleep;
+    else
+        Inhibit();
+    if (state == State::Awake && QFile::exists(MarkPath()))
+        Release();
+}
+
+/// Has the next sleep wait.
+void SleepGuard::Inhibit()
+{
+    if (state != State::Awake)
+        return;
+    const auto call = logind.Inhibit(QStringLiteral("sleep"), QStringLiteral("kova-suspend"),
+                                     QStringLiteral("The phone is switched off first"), QStringLiteral("delay"));
+    auto* answer = new QDBusPendingCallWatcher(call, this);
+    connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer] {
+        answer->deleteLater();
+        const QDBusPendingReply<QDBusUnixFileDescriptor> reply = *answer;
+        if (reply.isError())
+            LOG(LogLevelError, "logind lets no sleep wait: %s", qPrintable(reply.error().message()));
+        else if (state == State::Awake)
+            inhibitor = reply.value();
+    });
+}
+
+void SleepGuard::OnPrepareForSleep(bool start)
+{
+    if (!start) {
+        const bool slept = state != State::Awake;
+        state = State::Awake;
+        limit.stop();
+        if (slept)
+            Inhibit();
+        if (QFile::exists(MarkPath()))
+            Release();
+        return;
+    }
+    if (state != State::Awake)
+        return;
+    release.stop();
+    // A service that is not there has no modem on, and is not started for this.
+    if (!phone.connection().interface()->isServiceRegistered(QLatin1String(Names::PhoneService))) {
+        LetSleep();
+        return;
+    }
+    state = State::Asking;
+    Ask([this] { return phone.GetStatus(); }, &SleepGuard::OnAsked);
+}
+
+template <class Call>
+void SleepGuard::Ask(const Call& call, void (SleepGuard::*answered)(const QDBusMessage&))
+{
+    auto* answer = new QDBusPendingCallWatcher(call(), this);
+    connect(answer, &QDBusPendingCallWatcher::finished, this, [=, this] {
+        answer->deleteLater();
+        (this->*answered)(answer->reply());
+    });
+}
+
+void SleepGuard::OnAsked(const QDBusMessage& status)
+{
+    if (state != State::Asking)
+        return;
+    const bool known = IsAnswer(status);
+    // Left from a sleep whose end could not be passed on yet.
+    const bool ours = QFile::exists(MarkPath());
+    if (!known) {
+        LOG(LogLevelError, "The phone service does not answer: %s", qPrintable(status.errorMessage()));
+        LetSleep();
+    } else if (status.arguments().value(StatusOutputForced).toBool() && !ours) {
+        LOG(LogLevelProgress, "The phone is held off already");
+        LetSleep();
+    } else {
+        Force();
+    }
+}
+
+void SleepGuard::Force()
+{
+    QFile mark(MarkPath());
+    if (!mark.open(QIODevice::WriteOnly))
+        LOG(LogLevelWarning, "Can't write %s: %s", qPrintable(mark.fileName()), qPrintable(mark.errorString()));
+    LOG(LogLevelProgress, "The device is going to sleep: phone off");
+    state = State::Forcing;
+    limit.start();
+    Ask([this] { return phone.ForcePhoneOff(true); }, &SleepGuard::OnForced);
+}
+
+void SleepGuard::OnForced(const QDBusMessage& answer)
+{
+    if (state != State::Forcing)
+        return;
+    if (!IsAnswer(answer) || answer.arguments().value(0) != QVariant(int(StatusCodeSuccess))) {
+        LOG(LogLevelError, "The phone could not be switched off: %s",
+            IsAnswer(answer) ? "refused" : qPrintable(answer.errorMessage()));
+        LetSleep();
+        return;
+    }
+    // The signal may have been before the answer, or is still to come.
+    state = State::Waiting;
+    Ask([this] { return phone.GetStatus(); }, &SleepGuard::OnOffAsked);
+}
+
+void SleepGuard::OnOffAsked(const QDBusMessage& status)
+{
+    if (IsAnswer(status))
+        OnPhoneStatus(status.arguments().value(StatusOutputPhone).toUInt());
+}
+
+void SleepGuard::OnPhoneStatus(uint status)
+{
+    if (state == State::Waiting && status == ModemStatusOff)
+        LetSleep();
+}
+
+void SleepGuard::LetSleep()
+{
+    state = State::Asleep;
+    limit.stop();
+    inhibitor = QDBusUnixFileDescriptor();
+}
+
+/// Lets the phone go, however long it takes.
+void SleepGuard::Release()
+{
+    release.stop();
+    LOG(LogLevelProgress, "The device is awake: phone released");
+    Ask([this] { return phone.ForcePhoneOff(false); }, &SleepGuard::OnReleased);
+}
+
+void SleepGuard::OnReleased(const QDBusMessage& answer)
+{
+    // The next sleep has the mark now.
+    if (state != State::Awake)
+        return;
+    if (IsAnswer(answer)) {
+        QFile::remove(MarkPath());
+        return;
+    }
+    LOG(LogLevelError, "The phone could not be released: %s", qPrintable(answer.errorMessage()));
+    release.start();
+}
