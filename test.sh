@@ -12,7 +12,7 @@ case "$*" in
     *) echo "usage: ./test.sh [--all]" >&2; exit 2 ;;
 esac
 
-need "${BUILD_PACKAGES[@]}" faketime sqlite3 binutils mandoc libglib2.0-bin systemd python3-dbusmock
+need "${BUILD_PACKAGES[@]}" faketime sqlite3 binutils mandoc libglib2.0-bin systemd python3-dbusmock python3-gi
 
 # run PRESET [CTEST_OPTION...]
 run() {

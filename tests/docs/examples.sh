@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Runs the example clients against the service and the simulated device. usage: examples.sh SOURCE_DIR BUILD_DIR PHONE_CALL
+set -euo pipefail
+. "$1/scripts/stage.sh"
+stage "$2"
+PATH=$build:$PATH
+
+(fast kova-simulator --quiet </dev/null >"$scene/device.log") &
+players+=($!)
+gdbus wait --session --timeout 30 com.quillmark.kova.simulator
+(fast phonemanager 2>"$scene/service.log") &
+players+=($!)
+gdbus wait --session --timeout 30 com.quillmark.kova.phonemanager
+
+# expect STATUS OUTPUT COMMAND...: has the far end hang up what it answered
+expect() {
+    local status=0 wanted=$1 output=$2
+    shift 2
+    timeout 60 "$@" >"$scene/output" 2>&1 &
+    local client=$!
+    until ! kill -0 $client 2>/dev/null; do
+        ! grep -q answered "$scene/output" || kova-simulator send hangup >/dev/null 2>&1 || true
+        sleep 0.1
+    done
+    wait $client || status=$?
+    [ "$status:$(tr '\n' ' ' <"$scene/output")" = "$wanted:$output" ] && return
+    echo "$*: exit status $status, wanted $wanted '$output'"
+    cat "$scene/output"
+    tail -n 40 "$scene/service.log"
+    exit 1
+}
+
+clients=("$3" "$1/docs/examples/call.py")
+for client in "${clients[@]}"; do
+    expect 1 "no SIM card, or not yet checked: wait for SimPresent(true) " "$client" +4912345
+done
+phonectl enable --wait >/dev/null
+kova-simulator send "number 110 reject"
+for client in "${clients[@]}"; do
+    expect 0 "dialling answered ended " "$client" +4912345
+    expect 1 "dialling not answered " "$client" 110
+done
