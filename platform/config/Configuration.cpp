@@ -123,11 +123,11 @@ bool MakeFolder(const QString& path)
 }
 
 /// @return why the lock cannot be taken; empty when it is.
-QString Take(QLockFile& lock)
+QString Take(QLockFile& lock, const QString& lockPath)
 {
     // The lock is read when it is there, and reading anything but a file may never end.
     struct stat status = {};
-    if (lstat(QFile::encodeName(lock.fileName()).constData(), &status) == 0 && !S_ISREG(status.st_mode))
+    if (lstat(QFile::encodeName(lockPath).constData(), &status) == 0 && !S_ISREG(status.st_mode))
         return QStringLiteral("its lock is not a regular file");
     // A writer that lives keeps its lock, however slow its disk is; only a lock that names none ages.
     lock.setStaleLockTime(0);
@@ -200,8 +200,9 @@ QString Configuration::Write(const QString& name, const QString& value, bool may
         return SystemError();
 
     // The lock that QSettings takes: programs that use it on this file are writers like any other.
-    QLockFile lock(store.absoluteFilePath() + QStringLiteral(".lock"));
-    const QString locked = Take(lock);
+    const QString lockPath = store.absoluteFilePath() + QStringLiteral(".lock");
+    QLockFile lock(lockPath);
+    const QString locked = Take(lock, lockPath);
     if (!locked.isEmpty())
         return locked;
 
