@@ -107,6 +107,7 @@ int Serve(const QString& modemSource, const QString& modemSink, int signalInput)
               modemSource.isEmpty() ? "callaudiod" : qPrintable(modemSource + QLatin1String(", ") + modemSink));
     const int status = QCoreApplication::exec();
 
+    capture.Stop();
     // While all that waits for its answers is still there.
     server.Close();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
