@@ -8,7 +8,7 @@ BusService::BusService(const QString& shortName, const char* busName, const char
     : shortName(shortName),
       busName(busName),
       objectPath(objectPath),
-      interface(interface)
+      interface(BuiltInDescription(interface))
 {
 }
 
@@ -134,7 +134,7 @@ bool BusService::handleMessage(const QDBusMessage& message, const QDBusConnectio
         return true;
     }
 
-    const Interface::Method types = interface.Methods().value(method);
+    const InterfaceDescription::Method types = interface.Methods().value(method);
     if (message.signature() != types.in.join(QString())) {
         Reply(message.createErrorReply(QDBusError::InvalidArgs,
                                        QStringLiteral("%1 takes \"%2\"").arg(method, types.in.join(QString()))));

@@ -39,7 +39,7 @@ public:
     ~BusService() override;
 
     const QString& ShortName() const { return shortName; }
-    const Interface& Description() const { return interface; }
+    const InterfaceDescription& Description() const { return interface; }
 
     /// Sets what a method does.
     void Handle(const QString& method, Handler handler);
@@ -82,7 +82,7 @@ private:
     const QString shortName;
     const QString busName;
     const QString objectPath;
-    const Interface interface;
+    const InterfaceDescription interface;
     QMap<QString, Handler> handlers;
     QMap<QString, Fault> faults;
     bool onBus = false;

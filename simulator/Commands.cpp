@@ -297,6 +297,10 @@ QString Commands::Help() const
         else
             lines << command.usage.leftJustified(UsageWidth) + command.about;
     }
+    if (device.HasAtPort())
+        lines << QString()
+              << QStringLiteral("On the AT port, a fault of a method is one of the commands that do the same:")
+              << AtModem::Counterparts();
     return lines.join(QLatin1Char('\n'));
 }
 

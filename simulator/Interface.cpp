@@ -2,43 +2,16 @@
 
 #include <QDBusArgument>
 #include <QFile>
-#include <QXmlStreamReader>
 
-Interface::Interface(const QString& name) : name(name)
+InterfaceDescription BuiltInDescription(const QString& interface)
 {
-    QFile file(QStringLiteral(":/dbus/%1.xml").arg(name));
+    QFile file(QStringLiteral(":/dbus/%1.xml").arg(interface));
     if (!file.open(QIODevice::ReadOnly))
-        qFatal("No description of %s", qPrintable(name));
-    const QString text = QString::fromUtf8(file.readAll());
-    element = text.mid(text.indexOf(QLatin1String("  <interface ")));
-    element.truncate(element.indexOf(QLatin1String("</node>")));
-
-    QXmlStreamReader reader(text);
-    QString member;
-    bool isSignal = false;
-    while (!reader.atEnd()) {
-        if (reader.readNext() != QXmlStreamReader::StartElement)
-            continue;
-        const QXmlStreamAttributes attributes = reader.attributes();
-        if (reader.name() == QLatin1String("method") || reader.name() == QLatin1String("signal")) {
-            member = attributes.value(QStringLiteral("name")).toString();
-            isSignal = reader.name() == QLatin1String("signal");
-            if (isSignal)
-                signalTypes.insert(member, {});
-            else
-                methods.insert(member, {});
-        } else if (reader.name() == QLatin1String("arg")) {
-            const QString type = attributes.value(QStringLiteral("type")).toString();
-            if (isSignal)
-                signalTypes[member].append(type);
-            else if (attributes.value(QStringLiteral("direction")) == QLatin1String("in"))
-                methods[member].in.append(type);
-            else
-                methods[member].out.append(type);
-        }
-    }
-    if (reader.hasError())
-        qFatal("Description of %s: %s", qPrintable(name), qPrintable(reader.errorString()));
+        qFatal("No description of %s", qPrintable(interface));
+    const auto description = InterfaceDescription::Read(QString::fromUtf8(file.readAll()), interface);
+    if (!description)
+        qFatal("The description of %s is broken", qPrintable(interface));
+    return *description;
 }
 
 QVariant ToBusType(const QVariant& value, const QString& type)

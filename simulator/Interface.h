@@ -1,36 +1,12 @@
 #pragma once
 
-#include <QByteArray>
-#include <QMap>
-#include <QString>
-#include <QStringList>
+#include "InterfaceDescription.h"
+
 #include <QVariant>
 
-/// A bus interface as its description tells it.
-class Interface
-{
-public:
-    struct Method {
-        QStringList in;  ///< D-Bus types of the arguments
-        QStringList out; ///< D-Bus types of the answer
-    };
-
-    /// Reads the description that is built into the program. A description that is not there or broken ends the
-    /// program: it is a fault of the build.
-    explicit Interface(const QString& name);
-
-    const QString& Name() const { return name; }
-    /// The interface element to the letter.
-    const QString& Element() const { return element; }
-    const QMap<QString, Method>& Methods() const { return methods; }
-    const QMap<QString, QStringList>& Signals() const { return signalTypes; }
-
-private:
-    QString name;
-    QString element;
-    QMap<QString, Method> methods;
-    QMap<QString, QStringList> signalTypes;
-};
+/// Reads a description that is built into the program. One that is not there or broken ends the program: it is a fault
+/// of the build.
+InterfaceDescription BuiltInDescription(const QString& interface);
 
 /// Converts to the exact type that a D-Bus type stands for (b, y, i, u, d, s, as, a{sv}).
 /// @return an invalid value when that is not possible.

@@ -53,7 +53,7 @@ void PrintOut(const QString& text)
 
 Scenario::Scenario(Device& device, Commands& commands)
     : commands(commands),
-      phone(QStringLiteral("com.quillmark.kova.phoneinterface"))
+      phone(BuiltInDescription(QStringLiteral("com.quillmark.kova.phoneinterface")))
 {
     limit.setSingleShot(true);
     connect(&limit, &QTimer::timeout, this, [this] {

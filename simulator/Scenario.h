@@ -49,7 +49,7 @@ private:
     QString Stamped(const QString& text) const;
 
     Commands& commands;
-    const Interface phone;
+    const InterfaceDescription phone;
     QString name;
     QList<Line> lines;
     int next = 0;          ///< index of the line to be carried out next

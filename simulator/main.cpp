@@ -1,5 +1,6 @@
 #include "Console.h"
 #include "Control.h"
+#include "DaemonCheck.h"
 #include "Remote.h"
 #include "Scenario.h"
 
@@ -34,6 +35,7 @@ network and an audio path.
   kova-simulator send fault Call silent   the GSM daemon no longer answers when it is to dial
   kova-simulator send log                 follow what the phone service asks of the device
   kova-simulator --at-tcp 4321            offer the modem as an AT port instead, for oFono or ModemManager
+  kova-simulator check-gsmd call +4930    put the GSM daemon on this bus through what the service will ask of it
   kova-simulator play no-sim.scenario     be the device, play a scenario, and fail if it does not come true)";
 
 struct TimeOption {
@@ -95,6 +97,23 @@ QString JoinWords(QStringList words)
         }
     }
     return words.join(QLatin1Char(' '));
+}
+
+/// Reads "call NUMBER" and "sms NUMBER", each at most once.
+std::optional<DaemonCheck::Numbers> ReadNumbers(const QStringList& words)
+{
+    DaemonCheck::Numbers numbers;
+    if (words.size() % 2 != 0)
+        return std::nullopt;
+    for (int i = 0; i < words.size(); i += 2) {
+        QString* number = words.at(i) == QLatin1String("call")  ? &numbers.call
+                          : words.at(i) == QLatin1String("sms") ? &numbers.sms
+                                                                : nullptr;
+        if (!number || !number->isEmpty() || words.at(i + 1).isEmpty())
+            return std::nullopt;
+        *number = words.at(i + 1);
+    }
+    return numbers;
 }
 
 /// @param scenarioFile to be played, or empty to be the device on the console.
@@ -176,8 +195,9 @@ int main(int argc, char** argv)
     options.addOptions({atTcp, atAbstract, atStaysOn, noAudio});
     const QCommandLineOption quiet(QStringLiteral("quiet"), QStringLiteral("Do not print what happens."));
     options.addOption(quiet);
-    options.addPositionalArgument(QStringLiteral("mode"), QStringLiteral("play FILE, send COMMAND, or nothing."),
-                                  QStringLiteral("[play FILE | send COMMAND]"));
+    options.addPositionalArgument(QStringLiteral("mode"),
+                                  QStringLiteral("play FILE, send COMMAND, check-gsmd, or nothing."),
+                                  QStringLiteral("[play FILE | send COMMAND | check-gsmd [call NUMBER] [sms NUMBER]]"));
     if (!options.parse(QCoreApplication::arguments()))
         return Complain(ExitUsage, options.errorText() + QStringLiteral(" See --help."));
     if (options.isSet(help))
@@ -188,9 +208,15 @@ int main(int argc, char** argv)
     const QStringList mode = options.positionalArguments();
     if (mode.value(0) == QLatin1String("send") && mode.size() > 1)
         return SendToRunning(JoinWords(mode.mid(1)));
+    if (mode.value(0) == QLatin1String("check-gsmd")) {
+        const std::optional<DaemonCheck::Numbers> numbers = ReadNumbers(mode.mid(1));
+        return numbers ? DaemonCheck().Run(*numbers)
+                       : Complain(ExitUsage, QStringLiteral("usage: check-gsmd [call NUMBER] [sms NUMBER]"));
+    }
     if (!mode.isEmpty() && (mode.at(0) != QLatin1String("play") || mode.size() != 2))
-        return Complain(ExitUsage,
-                        QStringLiteral("options, then \"play FILE\", \"send COMMAND\" or nothing; see --help"));
+        return Complain(
+            ExitUsage,
+            QStringLiteral("options, then \"play FILE\", \"send COMMAND\", \"check-gsmd\" or nothing; see --help"));
     if (!ReadTimes(options, times))
         return Complain(ExitUsage, QStringLiteral("times are whole numbers of milliseconds; see --help"));
     DeviceOptions offers;

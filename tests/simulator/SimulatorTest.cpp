@@ -152,7 +152,7 @@ private Q_SLOTS:
         QTest::addColumn<QVariantList>("arguments");
         QTest::addColumn<QString>("answer");
         for (const QString& peer : peers.keys()) {
-            const Interface description(peers[peer].interface);
+            const InterfaceDescription description = BuiltInDescription(peers[peer].interface);
             for (const QString& method : description.Methods().keys()) {
                 QVariantList arguments;
                 for (const QString& type : description.Methods()[method].in)
@@ -185,13 +185,29 @@ private Q_SLOTS:
     void descriptions()
     {
         for (const QString& peer : peers.keys()) {
-            QFile file(QStringLiteral(KOVA_SOURCE_DIR "/dbus/%1.xml").arg(peers[peer].interface));
-            QVERIFY(file.open(QIODevice::ReadOnly));
-            const QString element = QString(file.readAll()).section("<interface ", 1).section("</interface>", 0, 0);
-            const QDBusMessage reply = Ask(peer, "Introspect", {}, "org.freedesktop.DBus.Introspectable");
-            QVERIFY2(reply.arguments().value(0).toString().contains(element), qPrintable(peer));
+            const QString offered =
+                Ask(peer, "Introspect", {}, "org.freedesktop.DBus.Introspectable").arguments().value(0).toString();
+            const QString name = peers[peer].interface;
+            const auto description = InterfaceDescription::Read(offered, name);
+            QVERIFY2(description, qPrintable(offered));
+            QCOMPARE(BuiltInDescription(name).MissingIn(*description), QStringList());
             QCOMPARE(Ask(peer, "Dance").errorName(), "org.freedesktop.DBus.Error.UnknownMethod");
         }
+    }
+
+    void differences()
+    {
+        const InterfaceDescription contract = BuiltInDescription(peers["gsm"].interface);
+        QString other = "<node><interface name=\"a.b\"><method name=\"Call\"/></interface>\n" + contract.Element();
+        other.replace("\"CallAnswer\"", "\"Answer\"").replace("<signal name=\"ModemOff\"/>", "");
+        other.replace("name=\"Present\" type=\"b\"", "name=\"Present\" type=\"i\"");
+        other.replace("\"SignalQuality\" type=\"y\"", "\"SignalQuality\" type=\"u\"");
+        QVERIFY(!InterfaceDescription::Read(other, contract.Name())); // not closed
+        const auto offered = InterfaceDescription::Read(other + "</node>", contract.Name());
+        QVERIFY(offered);
+        QCOMPARE(contract.MissingIn(*offered),
+                 (QStringList{"no method CallAnswer", "method IsSimPresent takes () and answers (ii), not () and (ib)",
+                              "no signal ModemOff", "signal SignalQuality has (u), not (y)"}));
     }
 
     void gsmSignals()

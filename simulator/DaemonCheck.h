@@ -1,0 +1,60 @@
+#pragma once
+
+#include "InterfaceDescription.h"
+
+#include <QDBusMessage>
+#include <QElapsedTimer>
+#include <QObject>
+
+/// Puts the GSM daemon that is on the session bus, whoever made it, through what the phone service will ask of it, and
+/// prints what its maker has to mend. The phone service must not run meanwhile.
+class DaemonCheck : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// What can only be tried with somebody at the other end; empty is not tried.
+    struct Numbers {
+        QString call;
+        QString sms;
+    };
+
+    DaemonCheck();
+
+    /// @return the exit status: 0 nothing to mend, 1 something, 3 nobody has the daemon's name.
+    int Run(const Numbers& numbers);
+
+private Q_SLOTS:
+    void OnSignal(const QDBusMessage& message);
+
+private:
+    struct Signal {
+        QString name;
+        qint64 time;
+    };
+    struct Reply {
+        bool good = false; ///< in time, of the right types, and status 0
+        QVariantList values{};
+    };
+
+    bool CompareDescriptions();
+    bool PowerOn();
+    bool CheckSim();
+    bool CheckRegistration();
+    void CheckCall(const QString& number);
+    void CheckLoop(const QString& number);
+    void PowerOff();
+
+    Reply Ask(const QString& method, const QVariantList& arguments, int limitMs);
+    /// Waits for one of the signals to come, or to have come since the last Forget(). @return its name, or nothing.
+    QString Await(const QStringList& names, int limitMs);
+    int Count(const QString& name) const;
+    void Forget() { received.clear(); }
+    void Good(const QString& text);
+    void Mend(const QString& text);
+
+    const InterfaceDescription contract;
+    QElapsedTimer clock;
+    QList<Signal> received;
+    int faults = 0;
+};

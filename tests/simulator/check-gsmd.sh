@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# The check of a GSM daemon finds nothing to mend at the simulated one, and names each of the faults planted there.
+# usage: check-gsmd.sh BUILD
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+. scripts/stage.sh
+SPEED=10
+stage "$1"
+
+fast "$build/kova-simulator" --power-up 100 --register 100 --power-down 100 </dev/null >"$scene/device.log" &
+players+=($!)
+until grep -qx ready "$scene/device.log"; do
+    kill -0 $! || { cat "$scene/device.log"; exit 1; }
+    sleep 0.05
+done
+
+check() {
+    report=$(fast "$build/kova-simulator" check-gsmd call +4930 sms +4930)
+}
+check || { echo "$report"; exit 1; }
+
+while IFS='|' read -r fault named; do
+    "$build/kova-simulator" send fault $fault
+    if check || [ "$(grep -c '^MEND' <<<"$report")" -ne 1 ] || ! grep -q "^MEND.*$named" <<<"$report"; then
+        echo "after: fault $fault"
+        echo "$report"
+        exit 1
+    fi
+    "$build/kova-simulator" send fault "${fault%% *}" clear
+done <<'END'
+PingRegistration error org.example.Failed|PingRegistration(): error org.example.Failed
+IsSimPresent status 3 times 1|IsSimPresent(): status 3, not 0
+SendSms silent|SendSms.*without an answer; the service waits 20000 ms
+SignalStrength delay 3500|SignalStrength.*without an answer; the service waits 3000 ms
+Call status 5 times 1|Call("+4930"): status 5
+END
