@@ -39,12 +39,13 @@ make_root() {
 }
 
 # in_root FOLDER COMMAND [ARGUMENT...]
-# Runs a command as root in the Debian root FOLDER, with processes and mounts of its own: nothing outlives it.
+# Runs a command as root in the Debian root FOLDER, with processes and mounts of its own: nothing outlives it. A
+# container that grants mounts but no new view of the processes shows its own.
 in_root() {
     unshare --mount --pid --fork --kill-child sh -c '
         root=$1
         shift
-        mount -t proc proc "$root/proc"
+        mount -t proc proc "$root/proc" 2>/dev/null || mount --rbind /proc "$root/proc"
         mount -t tmpfs tmpfs "$root/run"
         mount --rbind /dev "$root/dev"
         cp --dereference /etc/resolv.conf "$root/etc/resolv.conf"

@@ -59,14 +59,17 @@ apt install --simulate "/packages/kova-phone-dev_${version}_$arch.deb"
 ! run sh -c 'ldd /usr/bin/phonemanager /usr/lib/*/libphone_link.so.1' | grep 'not found' ||
     fail "libraries are not found"
 run sh -c 'ls /usr/share/man/man1/phonectl.1.gz /usr/share/man/man1/kova-simulator.1.gz \
-    /usr/share/man/man8/phonemanager.8.gz /usr/share/bash-completion/completions/phonectl' >/dev/null
+    /usr/share/man/man8/phonemanager.8.gz /usr/share/bash-completion/completions/phonectl /usr/share/zsh/vendor-completions/_phonectl \
+    /usr/share/fish/vendor_completions.d/phonectl.fish' >/dev/null
 as_anna "sh /packages/session.sh"
 
 step "Upgrade"
 kept=$(md5sum $settings $contacts)
+contacts_kept=$(md5sum $contacts)
 apt install $(printf "/packages/%s_next.deb " "${packages[@]}")
 [ "$(installed)" = "$version+next" ] || fail "upgraded to $(installed)"
-as_anna "phonectl status --json" | tee /dev/stderr | grep -q '"userEnabled": *true' || fail "the setting is lost"
+status=$(as_anna "phonectl status --json")
+[[ $status == *'"userEnabled":true'* ]] || fail "the setting is lost: $status"
 [ "$(md5sum $settings $contacts)" = "$kept" ] || fail "the upgrade changed the user's files"
 
 step "Remove"
@@ -81,7 +84,8 @@ mkdir -p $root/etc/decoy $root/home/mallory/.config
 touch $root/etc/decoy/config.ini
 ln -s /etc/decoy $root/home/mallory/.config/kova
 apt purge phonemanager
-[ ! -e $settings ] && [ ! -e $contacts ] || fail "the user's settings outlive the purge"
+[ ! -e $settings ] || fail "the user's settings outlive the purge"
+[ "$(md5sum $contacts)" = "$contacts_kept" ] || fail "the purge took the user's contacts"
 [ -e $root/home/anna/.config/kova/notes ] || fail "the purge took a file that is not the service's"
 [ -e $root/etc/decoy/config.ini ] || fail "the purge followed a user's link"
 left=$(find $root/usr $root/etc $root/var/lib/systemd $root/var/lib/dpkg/info \

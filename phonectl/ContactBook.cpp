@@ -19,9 +19,28 @@ constexpr char WaitForOthers[] = "QSQLITE_BUSY_TIMEOUT=5000";
 constexpr const char* flagWords[] = {"emergency",   "may be called", "may be texted", "receives alarms",
                                      "may call in", "may text",      "favourite"};
 
+/// What to do about what SQLite says.
+constexpr struct {
+    const char* problem;
+    const char* next;
+} remedies[] = {
+    {"locked", "another program is writing it: try again"},
+    {"readonly", "your user has to own the file and its folder"},
+    {"unable to open", "see whether it is a file that your user may read; KOVA_CONTACTS_DB names another"},
+    {"not a database", "move it away, and add the contacts again"},
+    {"malformed", "restore it from a copy, or move it away and add the contacts again"},
+    {"no such", "it is another program's; KOVA_CONTACTS_DB names the contacts'"},
+    {"full", "make room on the disk"},
+};
+
 Failure Refused(const QString& path, const QString& what)
 {
-    return {ExitRefused, QStringLiteral("contacts database \"%1\": %2").arg(path, what)};
+    QString text = QStringLiteral("contacts database \"%1\": %2").arg(path, what);
+    for (const auto& [problem, next] : remedies) {
+        if (what.contains(QLatin1String(problem)))
+            text += QStringLiteral("; ") + QLatin1String(next);
+    }
+    return {ExitRefused, text};
 }
 
 }
@@ -104,7 +123,7 @@ void ContactBook::Add(const Contact& contact)
         // Nobody else's business, neither while it is made nor afterwards.
         umask(S_IRWXG | S_IRWXO);
         if (!QDir().mkpath(QFileInfo(path).absolutePath()))
-            throw Refused(path, QStringLiteral("its folder cannot be made"));
+            throw Refused(path, QStringLiteral("its folder cannot be made; KOVA_CONTACTS_DB names another place"));
         Open();
     }
     // A file that was made in vain stays: beside it, another phonectl may be adding a contact to it.
