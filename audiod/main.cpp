@@ -11,10 +11,10 @@
 #include "DefaultDevice.h"
 #include "LoopbackRoute.h"
 #include "Process.h"
+#include "SignalInput.h"
 #include "SoundManager.h"
 #include "SoundManagerAdaptor.h"
 #include "SoundServer.h"
-#include "TerminationSignals.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -62,7 +62,7 @@ int Serve(const QString& modemSource, const QString& modemSink, int signalInput)
         return ExitStatusFailed;
     }
 
-    const BusGuard busGuard(bus);
+    const BusGuard busGuard(bus, Names::SoundManagerObject);
     QObject::connect(&busGuard, &BusGuard::Lost, &busGuard, [] { QCoreApplication::exit(ExitStatusFailed); });
 
     SoundServer server;
@@ -94,7 +94,7 @@ int Serve(const QString& modemSource, const QString& modemSink, int signalInput)
     const QSocketNotifier signalled(signalInput, QSocketNotifier::Read);
     QObject::connect(&signalled, &QSocketNotifier::activated, route.get(), [&] {
         // A second signal ends at once.
-        ReadTerminationSignal(signalInput);
+        TakeSignals(signalInput);
         const bool impatient = !route->Wish().call;
         route->Want({});
         impatient ? QCoreApplication::exit(ExitStatusDone)
@@ -120,7 +120,7 @@ int Serve(const QString& modemSource, const QString& modemSink, int signalInput)
 int main(int argc, char** argv)
 {
     Process::Prepare();
-    const int signalInput = HoldTerminationSignals();
+    const int signalInput = HoldSignals({SIGINT, SIGTERM});
     // libpulse would ask the X server for a sound server's address, and wait for its answer.
     qunsetenv("DISPLAY");
     QCoreApplication application(argc, argv);

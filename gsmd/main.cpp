@@ -1,7 +1,10 @@
+#include "BusGuard.h"
 #include "GsmAdaptor.h"
 #include "GsmDaemon.h"
 #include "LogGsmd.h"
 #include "OfonoStack.h"
+#include "Process.h"
+#include "SignalInput.h"
 #include "StackFinder.h"
 
 #include <QCommandLineParser>
@@ -10,9 +13,7 @@
 #include <QDBusObjectPath>
 #include <QSocketNotifier>
 
-#include <csignal>
 #include <cstdio>
-#include <sys/signalfd.h>
 
 Q_DECL_EXPORT LogInterface* _logInterface = nullptr;
 
@@ -52,42 +53,6 @@ int Complain(int status, const QString& problem)
     return status;
 }
 
-/// Turns SIGINT and SIGTERM into input, for the event loop to end in order. To be called before there are threads,
-/// which inherit that the signals are held back.
-int HoldSignals()
-{
-    sigset_t held;
-    sigemptyset(&held);
-    sigaddset(&held, SIGINT);
-    sigaddset(&held, SIGTERM);
-    sigprocmask(SIG_BLOCK, &held, nullptr);
-    return signalfd(-1, &held, SFD_CLOEXEC | SFD_NONBLOCK);
-}
-
-/// Ends the program with the bus: the unit starts it anew on the next one.
-class BusGuard : public QObject
-{
-    Q_OBJECT
-
-public:
-    BusGuard(QDBusConnection bus, const char* name) : name(name)
-    {
-        bus.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
-                    QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
-                    SLOT(OnDisconnected()));
-    }
-
-private Q_SLOTS:
-    void OnDisconnected()
-    {
-        GSMD_LOG(LogLevelError, "The %s bus is gone", name);
-        QCoreApplication::exit(ExitFailed);
-    }
-
-private:
-    const char* name;
-};
-
 int Run(const QString& stackName, const QString& modem, int signalInput)
 {
     QDBusConnection session = QDBusConnection::sessionBus();
@@ -99,8 +64,11 @@ int Run(const QString& stackName, const QString& modem, int signalInput)
             return ExitFailed;
         }
     }
-    const BusGuard sessionGuard(session, "session");
-    const BusGuard systemGuard(system, "system");
+    // Without one of its buses the daemon is of no use: the unit starts it anew.
+    const BusGuard sessionGuard(session, Names::GsmObject);
+    const BusGuard systemGuard(system, Names::GsmObject);
+    for (const BusGuard* guard : {&sessionGuard, &systemGuard})
+        QObject::connect(guard, &BusGuard::Lost, guard, [] { QCoreApplication::exit(ExitFailed); });
 
     GsmDaemon daemon;
     new GsmAdaptor(&daemon);
@@ -138,7 +106,8 @@ int Run(const QString& stackName, const QString& modem, int signalInput)
 
 int main(int argc, char** argv)
 {
-    const int signalInput = HoldSignals();
+    Process::Prepare();
+    const int signalInput = HoldSignals({SIGINT, SIGTERM});
     const QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("kova-gsmd"));
     QCoreApplication::setApplicationVersion(QStringLiteral(KOVA_VERSION));
@@ -180,5 +149,3 @@ int main(int argc, char** argv)
         return Complain(ExitUsage, QStringLiteral("\"%1\" is no object path").arg(modem));
     return Run(stack, modem, signalInput);
 }
-
-#include "main.moc"

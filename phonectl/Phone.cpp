@@ -2,6 +2,7 @@
 
 #include "Names.h"
 #include "PhoneCodes.h"
+#include "SignalInput.h"
 #include "Words.h"
 
 #include <QDBusConnection>
@@ -10,7 +11,6 @@
 #include <algorithm>
 #include <csignal>
 #include <poll.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 namespace
@@ -21,16 +21,6 @@ namespace
 constexpr int AnswerTimeoutMs = 300000;
 /// The GSM daemon has 15 s to hang up.
 constexpr int GsmTimeoutMs = 20000;
-
-/// Ctrl-C as something to read. Made before the bus connection's thread, which takes over the signal mask.
-int OpenInterrupt()
-{
-    sigset_t mask;
-    sigemptyset(&mask);
-    sigaddset(&mask, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &mask, nullptr);
-    return signalfd(-1, &mask, SFD_CLOEXEC);
-}
 
 QDBusConnection SessionBus()
 {
@@ -67,7 +57,7 @@ Phone::Phone(const Arguments& arguments, Progress& progress)
     : progress(progress),
       userTimeoutMs(arguments.TimeoutMs()),
       deadline(userTimeoutMs ? QDeadlineTimer(userTimeoutMs) : QDeadlineTimer(QDeadlineTimer::Forever)),
-      interruptFd(OpenInterrupt()),
+      interruptFd(HoldSignals({SIGINT})),
       interrupt(interruptFd, QSocketNotifier::Read),
       proxy(Names::PhoneService, Names::PhoneObject, SessionBus()),
       watcher(Names::PhoneService, proxy.connection(), QDBusServiceWatcher::WatchForOwnerChange)
@@ -210,8 +200,7 @@ bool Phone::Confirm(const QString& question)
 {
     if (!isatty(STDIN_FILENO))
         return false;
-    signalfd_siginfo taken = {};
-    if (read(interruptFd, &taken, sizeof taken) != sizeof taken)
+    if (!TakeSignals(interruptFd))
         return false;
     std::fputs(question.toUtf8().constData(), stderr);
     pollfd sources[] = {{STDIN_FILENO, POLLIN, 0}, {interruptFd, POLLIN, 0}};

@@ -34,7 +34,7 @@ void RaiseDescriptorLimit()
 
 }
 
-BusGuard::BusGuard(QDBusConnection connection)
+BusGuard::BusGuard(QDBusConnection connection, const char* logOrigin) : logOrigin(logOrigin)
 {
     RaiseDescriptorLimit();
     LiftReceiveLimits(connection);
@@ -46,6 +46,6 @@ BusGuard::BusGuard(QDBusConnection connection)
 
 void BusGuard::OnDisconnected()
 {
-    LOG(LogLevelError, "DBUS: Lost the connection to the bus");
+    LOG_FROM(logOrigin, LogLevelError, "DBUS: Lost the connection to the bus");
     Q_EMIT Lost();
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Names.h"
+
 #include <QDBusConnection>
 #include <QObject>
 
@@ -9,7 +11,8 @@ class BusGuard : public QObject
     Q_OBJECT
 
 public:
-    explicit BusGuard(QDBusConnection connection);
+    /// @param logOrigin object path that the loss is logged under.
+    explicit BusGuard(QDBusConnection connection, const char* logOrigin = Names::PhoneObject);
 
 Q_SIGNALS:
     /// The connection is gone for good; a lost connection never comes back in the same process.
@@ -17,4 +20,7 @@ Q_SIGNALS:
 
 private Q_SLOTS:
     void OnDisconnected();
+
+private:
+    const char* logOrigin;
 };

@@ -3,6 +3,7 @@
 #include "DaemonCheck.h"
 #include "Remote.h"
 #include "Scenario.h"
+#include "SignalInput.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -15,7 +16,6 @@
 #include <cstdio>
 #include <iterator>
 #include <memory>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 namespace
@@ -64,18 +64,6 @@ void PrintEvent(const QString& text)
     std::printf("%s%s %s\n", onTerminal ? "\r\033[K" : "",
                 qPrintable(QTime::currentTime().toString(QStringLiteral("HH:mm:ss.zzz"))), qPrintable(text));
     std::fflush(stdout);
-}
-
-/// Turns SIGINT and SIGTERM into input, for the event loop to end in order.
-/// To be called before there are threads, which inherit that the signals are held back.
-int HoldSignals()
-{
-    sigset_t held;
-    sigemptyset(&held);
-    sigaddset(&held, SIGINT);
-    sigaddset(&held, SIGTERM);
-    sigprocmask(SIG_BLOCK, &held, nullptr);
-    return signalfd(-1, &held, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
 bool ReadTimes(const QCommandLineParser& options, DeviceTimes& times)
@@ -226,5 +214,5 @@ int main(int argc, char** argv)
     offers.audio = !options.isSet(noAudio);
     if (options.isSet(atTcp) && (offers.atTcpPort < 1 || offers.atTcpPort > USHRT_MAX))
         return Complain(ExitUsage, QStringLiteral("a TCP port is a number from 1 to 65535"));
-    return BeDevice(times, offers, mode.value(1), options.isSet(quiet), HoldSignals());
+    return BeDevice(times, offers, mode.value(1), options.isSet(quiet), HoldSignals({SIGINT, SIGTERM}));
 }

@@ -3,8 +3,8 @@
 #include "BusGuard.h"
 #include "Log.h"
 #include "Process.h"
+#include "SignalInput.h"
 #include "SleepGuard.h"
-#include "TerminationSignals.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -48,7 +48,7 @@ int Guard(int signalInput)
 int main(int argc, char** argv)
 {
     Process::Prepare();
-    const int signalInput = HoldTerminationSignals();
+    const int signalInput = HoldSignals({SIGINT, SIGTERM});
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("kova-suspend"));
     QCoreApplication::setApplicationVersion(QStringLiteral(KOVA_VERSION));
