@@ -1,6 +1,7 @@
 #include "Doctor.h"
 
 #include "ContactBook.h"
+#include "InterfaceDescription.h"
 #include "ModemStacks.h"
 #include "Names.h"
 #include "PhoneCodes.h"
@@ -81,6 +82,34 @@ bool IsActivatable(Board& board, const char* service)
 
 // The steps
 
+/// Whether a service offers at least what its description says. @return nothing when it does.
+std::optional<Finding> CheckInterface(Board& board, const char* service, const char* path, const char* interface)
+{
+    QDBusPendingReply<QString> introspection = board.phone.Proxy().connection().asyncCall(
+        QDBusMessage::createMethodCall(QLatin1String(service), QLatin1String(path),
+                                       QStringLiteral("org.freedesktop.DBus.Introspectable"),
+                                       QStringLiteral("Introspect")),
+        IntrospectionTimeoutMs);
+    board.phone.Await(introspection, QStringLiteral("the answer to Introspect"));
+    if (introspection.isError())
+        return Finding{Fails, QStringLiteral("%1: %2").arg(QLatin1String(path), introspection.error().message()),
+                       QStringLiteral("it must export %1 there").arg(QLatin1String(interface))};
+    const auto offered = InterfaceDescription::Read(introspection.value(), QLatin1String(interface));
+    if (!offered)
+        return Finding{Fails,
+                       QStringLiteral("%1 has no interface %2").arg(QLatin1String(path), QLatin1String(interface)),
+                       QStringLiteral("see share/dbus-1/interfaces/%1.xml").arg(QLatin1String(interface))};
+
+    QFile file(QStringLiteral(":/dbus/%1.xml").arg(QLatin1String(interface)));
+    file.open(QIODevice::ReadOnly);
+    const auto wanted = InterfaceDescription::Read(QString::fromUtf8(file.readAll()), QLatin1String(interface));
+    const QStringList missing = wanted ? wanted->MissingIn(*offered) : QStringList(file.fileName());
+    if (missing.isEmpty())
+        return {};
+    return Finding{Fails, QStringLiteral("differs from its description: ") + missing.join(QStringLiteral("; ")),
+                   QStringLiteral("see share/dbus-1/interfaces/%1.xml").arg(QLatin1String(interface))};
+}
+
 Finding CheckService(Board& board)
 {
     if (!board.isServed) {
@@ -99,6 +128,9 @@ Finding CheckService(Board& board)
         return {Fails, QStringLiteral("is on the bus, but: ") + failure.text,
                 QStringLiteral("see its log for the remote call that it waits for")};
     }
+    if (const auto fault =
+            CheckInterface(board, Names::PhoneService, Names::PhoneObject, PhoneProxy::staticInterfaceName()))
+        return *fault;
     const QString program = ProgramOf(board, Names::PhoneService);
     if (program.endsWith(QLatin1String(" (deleted)")))
         return {Fails, QStringLiteral("runs a program that has been replaced since: ") + program,
@@ -146,18 +178,8 @@ Finding CheckPeer(Board& board, const char* service, const char* path, const cha
                                      : QString()),
                 QStringLiteral("start it in this session")};
     }
-    QDBusPendingReply<QString> introspection = board.phone.Proxy().connection().asyncCall(
-        QDBusMessage::createMethodCall(QLatin1String(service), QLatin1String(path),
-                                       QStringLiteral("org.freedesktop.DBus.Introspectable"),
-                                       QStringLiteral("Introspect")),
-        IntrospectionTimeoutMs);
-    board.phone.Await(introspection, QStringLiteral("the answer to Introspect"));
-    if (introspection.isError())
-        return {Fails, QStringLiteral("%1: %2").arg(QLatin1String(path), introspection.error().message()),
-                QStringLiteral("it must export %1 at that path").arg(QLatin1String(interface))};
-    if (!introspection.value().contains(QStringLiteral("\"%1\"").arg(QLatin1String(interface))))
-        return {Fails, QStringLiteral("%1 has no interface %2").arg(QLatin1String(path), QLatin1String(interface)),
-                QStringLiteral("compare it with its description in share/dbus-1/interfaces")};
+    if (const auto fault = CheckInterface(board, service, path, interface))
+        return *fault;
     const QString program = ProgramOf(board, service);
     return {Holds, program.isEmpty() ? QLatin1String(service) : program};
 }

@@ -1,5 +1,7 @@
+#include "Names.h"
 #include "TestBed.h"
 
+#include <QDBusConnection>
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
@@ -89,6 +91,17 @@ private:
 };
 
 }
+
+/// A GSM daemon that is not what it should be.
+class WrongDaemon : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "com.quillmark.kova.gsminterface")
+
+public Q_SLOTS:
+    int Call(int number) { return number; }
+    int CallAnswer() { return 0; }
+};
 
 class PhonectlTest : public QObject
 {
@@ -208,6 +221,13 @@ private Q_SLOTS:
     {
         qputenv("KOVA_CONTACTS_DB", QFile::encodeName(folder.filePath("contacts.db")));
         QVERIFY(Ctl({"doctor"}).Ends("1 .*FAILS    Service .*systemctl --user start.*FAILS    GSM daemon .*"));
+        WrongDaemon wrong;
+        QDBusConnection bus = QDBusConnection::sessionBus();
+        QVERIFY(bus.registerObject(Names::GsmObject, &wrong, QDBusConnection::ExportAllSlots) &&
+                bus.registerService(Names::GsmService));
+        QVERIFY(Ctl({"doctor"}).Ends("1 .*FAILS    GSM daemon  .* Call[ (:][^;]*; .*CallHangup.*"));
+        QVERIFY(bus.unregisterService(Names::GsmService));
+
         TestBed bed;
         QVERIFY(bed.BringUp());
         QVERIFY(Ctl({"doctor", "--json"}).Ends(R"(0 .*"failed":0,"notYet":1,.*contacts add NUMBER.*)"));
