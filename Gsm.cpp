@@ -198,8 +198,8 @@ bool Gsm::Command(const char* method, const QByteArray& request, int timeoutMs, 
 
     gsmProxy->setTimeout(timeoutMs);
     const bool success = FinishCall(QStringLiteral("Gsmd->") + method, issue());
-    LogAt(where, success ? LogLevelRequest : LogLevelWarning, Names::PhoneObject, "Gsmd->%s request %s",
-          request.constData(), success ? "success" : "failed");
+    LOG_AT(where, success ? LogLevelRequest : LogLevelWarning, "Gsmd->%s request %s", request.constData(),
+           success ? "success" : "failed");
     return success;
 }
 
@@ -252,7 +252,7 @@ bool Gsm::SetEnabled(bool enable)
     const QByteArray request = "ModemSetEnabled(" + QByteArray::number(enable) + ')';
     return Command("ModemSetEnabled", request, enable ? ShortTimeoutMs : PowerOffTimeoutMs, [&] {
         const QDBusPendingReply<int> reply = gsmProxy->ModemSetEnabled(enable);
-        LogAt(where, LogLevelProgress, Names::PhoneObject, "Gsmd->%s requested", request.constData());
+        LOG_AT(where, LogLevelProgress, "Gsmd->%s requested", request.constData());
         return reply;
     });
 }

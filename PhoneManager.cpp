@@ -59,7 +59,7 @@ bool ReadSetting(const char* section, const char* key,
 {
     Configuration configuration(Names::PhoneObject);
     if (!configuration.IsValid()) {
-        LogAt(where, LogLevelError, Names::PhoneObject, "Can't read %s config (invalid Configuration proxy)", section);
+        LOG_AT(where, LogLevelError, "Can't read %s config (invalid Configuration proxy)", section);
         return false;
     }
 
@@ -103,7 +103,7 @@ public:
     {
         this->setTimeout(timeoutMs);
         if (!this->isValid())
-            LogAt(where, LogLevelWarning, Names::PhoneObject, "Can't create %s", AudioService<Proxy>::client);
+            LOG_AT(where, LogLevelWarning, "Can't create %s", AudioService<Proxy>::client);
     }
 };
 
@@ -115,7 +115,7 @@ bool FinishRequest(const char* label, const QByteArray& request, const QDBusPend
 {
     const bool success = FinishCall(label, reply);
     if (!success)
-        LogAt(where, LogLevelWarning, Names::PhoneObject, "Failed to request %s", request.constData());
+        LOG_AT(where, LogLevelWarning, "Failed to request %s", request.constData());
     return success;
 }
 
@@ -135,7 +135,7 @@ bool IsAuthorised(const QString& number, const std::source_location& where = std
 {
     kova_provider::Contacts contacts(Names::PhoneObject);
     if (!contacts.IsLoaded()) {
-        LogAt(where, LogLevelError, Names::PhoneObject, "Error loading contacts");
+        LOG_AT(where, LogLevelError, "Error loading contacts");
         return false;
     }
 
@@ -609,7 +609,7 @@ void PhoneManager::StartCallLoopSlot()
 /// @param numbers to be stored first, or null to call those that are stored.
 void PhoneManager::RunCallLoop(const QStringList* numbers, const std::source_location& where)
 {
-    LogAt(where, LogLevelTrace, Names::PhoneObject, "Gsm phone start call loop");
+    LOG_AT(where, LogLevelTrace, "Gsm phone start call loop");
     {
         const QMutexLocker lock(&callLoopMutex);
         if (numbers)
@@ -618,18 +618,17 @@ void PhoneManager::RunCallLoop(const QStringList* numbers, const std::source_loc
         callLoopInProgress = !callLoopNumbers.isEmpty();
     }
     if (callLoopNumbers.isEmpty()) {
-        LogAt(where, LogLevelProgress, Names::PhoneObject, "Contact Loop is over!");
+        LOG_AT(where, LogLevelProgress, "Contact Loop is over!");
         return;
     }
 
     const QString number = callLoopNumbers.at(callLoopIndex);
     if (VoiceCallMake(number) != StatusCodeSuccess) {
         Q_EMIT VoiceCallPrematureFail();
-        LogAt(where, LogLevelWarning, Names::PhoneObject, "Impossible to start the Voice Call Loop with %s",
-              number.toLocal8Bit().constData());
+        LOG_AT(where, LogLevelWarning, "Impossible to start the Voice Call Loop with %s",
+               number.toLocal8Bit().constData());
     } else {
-        LogAt(where, LogLevelWarning, Names::PhoneObject, "Succesfully started Voice Call Loop with %s",
-              number.toLocal8Bit().constData());
+        LOG_AT(where, LogLevelWarning, "Succesfully started Voice Call Loop with %s", number.toLocal8Bit().constData());
     }
 }
 

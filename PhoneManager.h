@@ -107,6 +107,12 @@ private:
     QTimer gsmSignalQualityNotReceivedTimer;
     QTimer gsmSignalQualityPingTimer;
     QTimer gsmPPPPresenceTimer;
+
+    //                         set by               cleared by
+    // incomingCallInProgress  OnGsmCallIncoming()  OnGsmCallTerminated(), AbandonCalls()
+    // outgoingCallInProgress  VoiceCallMake()      OnGsmCallTerminated(), AbandonCalls()
+    // callLoopInProgress      RunCallLoop()        OnGsmCallAnswered(), OnGsmCallRejected() of the last number,
+    //                                              AbandonCalls()
     bool incomingCallInProgress = false;
     bool outgoingCallInProgress = false;
     bool callLoopInProgress = false; ///< guarded by callLoopMutex

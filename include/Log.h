@@ -44,9 +44,12 @@ __attribute__((format(printf, 4, 5))) inline void LogAt(const std::source_locati
     _logInterface->EmitLogString(level, line, origin);
 }
 
-/// Logs one line at the place where it stands. Inside a lambda the place would be the lambda's: use LogAt() with the
+/// Logs one line at the place where it stands. Inside a lambda the place would be the lambda's: use LOG_AT() with the
 /// outer place there.
 #define LOG_FROM(origin, level, ...) LogAt(std::source_location::current(), level, origin, __VA_ARGS__)
 
 /// Logs one line of the service at the place where it stands.
 #define LOG(level, ...) LOG_FROM(Names::PhoneObject, level, __VA_ARGS__)
+
+/// Logs one line of the service at a place that was passed on.
+#define LOG_AT(where, level, ...) LogAt(where, level, Names::PhoneObject, __VA_ARGS__)
