@@ -33,6 +33,7 @@ constexpr int SimCheckDelay = 20000;      ///< from power-on until it asks for t
 constexpr int RingingLimit = 30000;       ///< then it hangs up
 constexpr int ReportLimit = 60000;        ///< generous: it needs one in ten minutes
 constexpr int SimRetryInterval = 1000;
+constexpr int PollInterval = 100;
 constexpr int SettlingTime = 500; ///< for a signal that must not come
 
 void Print(const char* verdict, const QString& text)
@@ -89,9 +90,7 @@ QString DaemonCheck::Await(const QStringList& names, int limitMs)
         const qint64 left = end - clock.elapsed();
         if (left <= 0)
             return {};
-        QEventLoop loop;
-        QTimer::singleShot(static_cast<int>(std::min<qint64>(left, 100)), &loop, &QEventLoop::quit);
-        loop.exec();
+        Wait(static_cast<int>(std::min<qint64>(left, PollInterval)));
     }
 }
 
@@ -112,18 +111,41 @@ DaemonCheck::Reply DaemonCheck::Ask(const QString& method, const QVariantList& a
     const QDBusMessage reply = QDBusPendingReply<>(call).reply();
     const QString types = contract.Methods().value(method).out.join(QString());
     if (took > limitMs || reply.errorName() == QLatin1String("org.freedesktop.DBus.Error.NoReply"))
-        Mend(QStringLiteral("%1: %2 ms without an answer; the service waits %3 ms").arg(what).arg(took).arg(limitMs));
-    else if (reply.type() != QDBusMessage::ReplyMessage)
-        Mend(QStringLiteral("%1: error %2 (%3); answer a status").arg(what, reply.errorName(), reply.errorMessage()));
-    else if (reply.signature() != types)
-        Mend(QStringLiteral("%1: answers (%2), not (%3)").arg(what, reply.signature(), types));
-    else if (const int status = reply.arguments().at(0).toInt(); status != 0)
-        Mend(QStringLiteral("%1: status %2, not 0").arg(what).arg(status));
-    else {
-        Good(QStringLiteral("%1: answered after %2 ms (limit %3 ms)").arg(what).arg(took).arg(limitMs));
-        return {true, reply.arguments()};
-    }
-    return {};
+        return {
+            false,
+            QStringLiteral("%1: %2 ms without an answer; the service waits %3 ms").arg(what).arg(took).arg(limitMs)};
+    if (reply.type() != QDBusMessage::ReplyMessage)
+        return {
+            false,
+            QStringLiteral("%1: error %2 (%3); answer a status").arg(what, reply.errorName(), reply.errorMessage())};
+    if (reply.signature() != types)
+        return {false, QStringLiteral("%1: answers (%2), not (%3)").arg(what, reply.signature(), types)};
+    if (const int status = reply.arguments().at(0).toInt(); status != 0)
+        return {false, QStringLiteral("%1: status %2, not 0").arg(what).arg(status), reply.arguments()};
+    return {true, QStringLiteral("%1: answered after %2 ms (limit %3 ms)").arg(what).arg(took).arg(limitMs),
+            reply.arguments()};
+}
+
+void DaemonCheck::Judge(const Reply& reply)
+{
+    if (reply.good)
+        Good(reply.text);
+    else
+        Mend(reply.text);
+}
+
+DaemonCheck::Reply DaemonCheck::Try(const QString& method, const QVariantList& arguments, int limitMs)
+{
+    const Reply reply = Ask(method, arguments, limitMs);
+    Judge(reply);
+    return reply;
+}
+
+void DaemonCheck::Wait(int ms)
+{
+    QEventLoop loop;
+    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
+    loop.exec();
 }
 
 bool DaemonCheck::CompareDescriptions()
@@ -153,16 +175,16 @@ bool DaemonCheck::CompareDescriptions()
 /// The service begins with a modem that it has switched off, and goes on from there.
 bool DaemonCheck::PowerOn()
 {
-    if (!Ask("ModemSetEnabled", {false}, PowerOffLimit).good)
+    if (!Try("ModemSetEnabled", {false}, PowerOffLimit).good)
         return false;
     // A modem that was off need not say so.
     Await({"ModemOff"}, SettlingTime);
-    const Reply status = Ask("ModemGetStatus", {}, ShortLimit);
+    const Reply status = Try("ModemGetStatus", {}, ShortLimit);
     if (status.good && status.values.value(1).toInt() != 0 && Await({"ModemOff"}, PowerOffLimit).isEmpty())
         Mend(QStringLiteral("no ModemOff within %1 of power-off").arg(Seconds(PowerOffLimit)));
 
     Forget();
-    const Reply powered = Ask("ModemSetEnabled", {true}, ShortLimit);
+    const Reply powered = Try("ModemSetEnabled", {true}, ShortLimit);
     if (Await({"ModemPowered", "ModemRegistered"}, RegistrationLimit).isEmpty()) {
         Mend(QStringLiteral("no ModemPowered within %1 of power-on").arg(Seconds(RegistrationLimit)));
         return false;
@@ -172,21 +194,21 @@ bool DaemonCheck::PowerOn()
     return powered.good || Count("ModemPowered") > 0;
 }
 
-/// The service asks 20 s after ModemPowered, but an answer may be there earlier.
+/// The service asks 20 s after ModemPowered. Until then the daemon may refuse to say, or find no card yet.
 bool DaemonCheck::CheckSim()
 {
-    const Reply early = Ask("IsSimPresent", {}, ShortLimit);
-    bool present = early.values.value(1).toBool();
-    for (const qint64 end = clock.elapsed() + SimCheckDelay; early.good && !present && clock.elapsed() < end;) {
-        QEventLoop loop;
-        QTimer::singleShot(SimRetryInterval, &loop, &QEventLoop::quit);
-        loop.exec();
-        present = Ask("IsSimPresent", {}, ShortLimit).values.value(1).toBool();
+    const qint64 end = clock.elapsed() + SimCheckDelay;
+    Reply reply = Ask("IsSimPresent", {}, ShortLimit);
+    while (clock.elapsed() < end && !(reply.good && reply.values.value(1).toBool())) {
+        Wait(SimRetryInterval);
+        reply = Ask("IsSimPresent", {}, ShortLimit);
     }
-    if (early.good && !present)
+    Judge(reply);
+    const bool present = reply.values.value(1).toBool();
+    if (reply.good && !present)
         Mend(QStringLiteral("no SIM card %1 after ModemPowered; insert one, the rest needs it")
                  .arg(Seconds(SimCheckDelay)));
-    return !early.good || present;
+    return !reply.good || present;
 }
 
 bool DaemonCheck::CheckRegistration()
@@ -203,21 +225,21 @@ bool DaemonCheck::CheckRegistration()
                  .arg(Seconds(ReportLimit)));
     else
         Good(QStringLiteral("SignalQuality came"));
-    Ask("PingRegistration", {}, ShortLimit);
-    Ask("SignalStrength", {}, ShortLimit);
+    Try("PingRegistration", {}, ShortLimit);
+    Try("SignalStrength", {}, ShortLimit);
     return true;
 }
 
 void DaemonCheck::CheckCall(const QString& number)
 {
     Forget();
-    if (!Ask("Call", {number}, CallLimit).good)
+    if (!Try("Call", {number}, CallLimit).good)
         return;
     std::printf("       (answer at %s within %s)\n", qPrintable(number), qPrintable(Seconds(RingingLimit)));
     const QString outcome = Await({"CallAnswered", "CallRejected", "CallTerminated"}, RingingLimit);
     const bool answered = outcome == QLatin1String("CallAnswered");
     if (answered || outcome.isEmpty())
-        Ask("CallHangup", {}, CallLimit);
+        Try("CallHangup", {}, CallLimit);
     const QString end = Await({"CallRejected", "CallTerminated"}, CallLimit);
     const QString expected = answered ? QStringLiteral("CallTerminated") : QStringLiteral("CallRejected");
     if (end != expected)
@@ -232,9 +254,9 @@ void DaemonCheck::CheckCall(const QString& number)
 void DaemonCheck::CheckLoop(const QString& number)
 {
     Forget();
-    if (!Ask("Call", {number}, CallLimit).good)
+    if (!Try("Call", {number}, CallLimit).good)
         return;
-    Ask("CallHangup", {}, CallLimit);
+    Try("CallHangup", {}, CallLimit);
     const QString end = Await({"CallRejected", "CallTerminated"}, CallLimit);
     if (Count("CallAnswered") == 0 && end != QLatin1String("CallRejected"))
         Mend(QStringLiteral("a call hung up before it was answered ended with %1, not CallRejected: an emergency loop "
@@ -242,13 +264,13 @@ void DaemonCheck::CheckLoop(const QString& number)
                  .arg(end.isEmpty() ? QStringLiteral("no signal") : end));
     else
         Good(QStringLiteral("a call hung up before it was answered ended with ") + end);
-    Ask("CallHangupAll", {}, CallLimit);
+    Try("CallHangupAll", {}, CallLimit);
 }
 
 void DaemonCheck::PowerOff()
 {
     Forget();
-    Ask("ModemSetEnabled", {false}, PowerOffLimit);
+    Try("ModemSetEnabled", {false}, PowerOffLimit);
     Await({"ModemOff"}, PowerOffLimit);
     Await({}, SettlingTime);
     if (const int count = Count("ModemOff"); count != 1)
@@ -282,7 +304,7 @@ int DaemonCheck::Run(const Numbers& numbers)
             CheckLoop(numbers.call);
         }
         if (!numbers.sms.isEmpty())
-            Ask("SendSms", {numbers.sms, QStringLiteral("kova-simulator check-gsmd")}, SmsLimit);
+            Try("SendSms", {numbers.sms, QStringLiteral("kova-simulator check-gsmd")}, SmsLimit);
     }
     PowerOff();
     std::printf("%s\n", faults == 0 ? "nothing to mend" : qPrintable(QStringLiteral("%1 to mend").arg(faults)));

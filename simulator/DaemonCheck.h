@@ -34,6 +34,7 @@ private:
     };
     struct Reply {
         bool good = false; ///< in time, of the right types, and status 0
+        QString text;      ///< how it was, or what is to be mended
         QVariantList values{};
     };
 
@@ -46,6 +47,10 @@ private:
     void PowerOff();
 
     Reply Ask(const QString& method, const QVariantList& arguments, int limitMs);
+    /// Asks, and prints how the answer was.
+    Reply Try(const QString& method, const QVariantList& arguments, int limitMs);
+    void Judge(const Reply& reply);
+    static void Wait(int ms);
     /// Waits for one of the signals to come, or to have come since the last Forget(). @return its name, or nothing.
     QString Await(const QStringList& names, int limitMs);
     int Count(const QString& name) const;

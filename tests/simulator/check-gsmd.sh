@@ -29,7 +29,7 @@ while IFS='|' read -r fault named; do
     "$build/kova-simulator" send fault "${fault%% *}" clear
 done <<'END'
 PingRegistration error org.example.Failed|PingRegistration(): error org.example.Failed
-IsSimPresent status 3 times 1|IsSimPresent(): status 3, not 0
+IsSimPresent status 3|IsSimPresent(): status 3, not 0
 SendSms silent|SendSms.*without an answer; the service waits 20000 ms
 SignalStrength delay 3500|SignalStrength.*without an answer; the service waits 3000 ms
 Call status 5 times 1|Call("+4930"): status 5
