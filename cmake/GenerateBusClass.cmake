@@ -1,54 +1,72 @@
 # cmake -P script: generates one bus class from an interface description.
-# Variables: GENERATOR, XML, CLASS, MODE (proxy or adaptor), BASE (output path without suffix), PARENT (adaptors),
-# INCLUDE (a header for proxies, may be empty).
+# Variables: GENERATOR, XML, CLASS, BASE (output path without suffix), PARENT (an adaptor's; without it, a proxy is made),
+# INCLUDE (a header, may be empty).
 get_filename_component(folder ${BASE} DIRECTORY)
 get_filename_component(name ${BASE} NAME)
-set(arguments -c ${CLASS})
-if(MODE STREQUAL adaptor)
-  list(APPEND arguments -l ${PARENT} -i ${PARENT}.h -a ${name})
+if(PARENT)
+  set(arguments -c ${CLASS} -l ${PARENT} -a ${name})
 else()
-  list(APPEND arguments -p ${name})
-  if(INCLUDE)
-    list(APPEND arguments -i ${INCLUDE})
-  endif()
+  set(arguments -c ${CLASS} -p ${name})
+endif()
+if(INCLUDE)
+  list(APPEND arguments -i ${INCLUDE})
 endif()
 
-# The generator's remarks about the annotation's name are of no use to who builds: the name is part of the contract.
 execute_process(COMMAND ${GENERATOR} ${arguments} ${XML}
   WORKING_DIRECTORY ${folder} RESULT_VARIABLE failed ERROR_VARIABLE remarks)
 if(failed)
   message(FATAL_ERROR "${GENERATOR} ${XML}: ${remarks}")
 endif()
+# An annotation's old name is remarked on; where it is used, it is part of the contract.
+string(REGEX REPLACE
+  "[^\n]*(Got unknown type `a{sv}'|You should add <annotation |deprecated annotation 'com\\.trolltech\\.)[^\n]*\n"
+  "" remarks "${remarks}")
+if(remarks)
+  message(WARNING "${GENERATOR} ${XML}: ${remarks}")
+endif()
 
-# The generator drops the comments of the description that an adaptor answers Introspect with. Put the description's
-# own interface element there, to the letter.
-if(MODE STREQUAL adaptor)
-  file(READ ${XML} text)
-  string(FIND "${text}" "  <interface " start)
-  string(FIND "${text}" "</node>" end)
-  math(EXPR length "${end} - ${start}")
-  string(SUBSTRING "${text}" ${start} ${length} text)
-  string(REPLACE "\\" "\\\\" text "${text}")
-  string(REPLACE "\"" "\\\"" text "${text}")
-  string(REPLACE "\n" "\\n\"\n\"" text "${text}")
+file(READ ${XML} description)
+file(READ ${BASE}.h header)
+set(unknown "${GENERATOR} writes bus classes in a form that this script does not know: ${BASE}.h")
 
-  set(opening "Q_CLASSINFO(\"D-Bus Introspection\", \"\"")
-  file(READ ${BASE}.h header)
-  string(FIND "${header}" "${opening}" start)
+if(PARENT)
+  # The generator drops the comments of the description that an adaptor answers Introspect with. Put the description's
+  # own interface element there, to the letter.
+  string(REGEX MATCH "[ \t]*<interface[ \t\n].*</interface>[ \t]*\n" element "${description}")
+  string(REPLACE "\\" "\\\\" element "${element}")
+  string(REPLACE "\"" "\\\"" element "${element}")
+  string(REPLACE "\n" "\\n\"\n\"" element "${element}")
+
+  string(FIND "${header}" "Q_CLASSINFO(\"D-Bus Introspection\", \"\"" start)
   string(FIND "${header}" "public:\n" end)
-  if(start EQUAL -1 OR end EQUAL -1)
-    message(FATAL_ERROR "${GENERATOR} writes adaptors in a form that this script does not know")
+  if(element STREQUAL "" OR start EQUAL -1 OR end EQUAL -1)
+    message(FATAL_ERROR "${unknown}")
   endif()
   string(SUBSTRING "${header}" 0 ${start} before)
   string(SUBSTRING "${header}" ${end} -1 after)
-  file(WRITE ${BASE}.h "${before}Q_CLASSINFO(\"D-Bus Introspection\",\n\"${text}\")\n${after}")
-endif()
+  file(WRITE ${BASE}.h "${before}Q_CLASSINFO(\"D-Bus Introspection\",\n\"${element}\")\n${after}")
+else()
+  # A proxy fetches further out arguments with qdbus_cast, which aborts the process on a structure or array where a
+  # basic type should be. All of them are basic types here, for which qvariant_cast does the same, and yields the type's
+  # default for whatever else a peer may answer.
+  set(further 0)
+  string(REGEX REPLACE "<!--([^-]|-[^-])*-->|;" "" methods "${description}")
+  string(REPLACE "</method>" ";" methods "${methods}")
+  foreach(method IN LISTS methods)
+    string(REGEX MATCH "<method .*" method "${method}")
+    string(REGEX REPLACE ".*<method " "" method "${method}")
+    string(REGEX MATCHALL "direction=\"out\"" outs "${method}")
+    list(LENGTH outs count)
+    if(count GREATER 1)
+      math(EXPR further "${further} + ${count} - 1")
+    endif()
+  endforeach()
 
-# A proxy fetches further out arguments with qdbus_cast, which aborts the process on a structure or array where a basic
-# type should be. All of them are basic types here, for which qvariant_cast does the same, and yields the type's default
-# for whatever else a peer may answer.
-if(MODE STREQUAL proxy)
-  file(READ ${BASE}.h header)
+  string(REGEX MATCHALL "qdbus_cast<" casts "${header}")
+  list(LENGTH casts count)
+  if(NOT count EQUAL further)
+    message(FATAL_ERROR "${unknown}")
+  endif()
   string(REPLACE "qdbus_cast<" "qvariant_cast<" header "${header}")
   file(WRITE ${BASE}.h "${header}")
 endif()
