@@ -27,7 +27,7 @@ run() {
 slow=(-LE slow)
 if [ $all = yes ]; then
     need qtbase5-dev qtbase5-dev-tools libqt5sql5-sqlite clang-format \
-        pulseaudio pulseaudio-utils pipewire pipewire-pulse wireplumber callaudiod
+        pulseaudio pulseaudio-utils pipewire pipewire-pulse wireplumber callaudiod ofono modemmanager
     slow=()
     echo "== format"
     git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror

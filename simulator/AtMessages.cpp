@@ -155,20 +155,20 @@ std::optional<int> AtMessages::Store(const QByteArray& unit)
     return std::nullopt;
 }
 
-QList<QByteArray> AtMessages::Deliver(const QString& sender, const QString& text, bool listened)
+QList<QByteArray> AtMessages::Arrive(const QString& sender, const QString& text)
 {
-    QList<QByteArray> reports;
-    const QList<QByteArray> units = Pdu::EncodeDeliver(sender, text, QDateTime::currentDateTime(), ++delivered % 256);
-    for (const QByteArray& unit : units) {
-        if (listened && report == 2) {
-            reports.append("+CMT: ," + QByteArray::number(Pdu::Length(unit)) + "\r\n" + Hex(unit));
-        } else if (const std::optional<int> index = Store(unit); !index) {
-            kept.append(unit);
-        } else if (listened && report == 1) {
-            reports.append("+CMTI: \"SM\"," + QByteArray::number(*index));
-        }
-    }
-    return reports;
+    delivered = (delivered + 1) % 256;
+    return Pdu::EncodeDeliver(sender, text, QDateTime::currentDateTime(), delivered);
+}
+
+QByteArray AtMessages::Deliver(const QByteArray& unit, bool listened)
+{
+    if (listened && report == 2)
+        return "+CMT: ," + QByteArray::number(Pdu::Length(unit)) + "\r\n" + Hex(unit);
+    const std::optional<int> index = Store(unit);
+    if (!index)
+        kept.append(unit);
+    return index && listened && report == 1 ? "+CMTI: \"SM\"," + QByteArray::number(*index) : QByteArray();
 }
 
 AtMessages::Submission AtMessages::Submit(const QByteArray& data)

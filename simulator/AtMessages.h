@@ -16,8 +16,10 @@ public:
     /// The settings of a port that was opened anew.
     void Reset();
 
-    /// @param listened whether somebody has the port open. @return what is reported there.
-    QList<QByteArray> Deliver(const QString& sender, const QString& text, bool listened);
+    /// The units of a message, for the network to deliver one by one.
+    QList<QByteArray> Arrive(const QString& sender, const QString& text);
+    /// @param listened whether somebody has the port open. @return what is reported there, or nothing.
+    QByteArray Deliver(const QByteArray& unit, bool listened);
 
     struct Submission {
         AtAnswer answer;

@@ -6,6 +6,8 @@ namespace
 {
 
 constexpr int RingIntervalMs = 5000;
+/// A network does not deliver messages at once, and ModemManager loses one that comes while it reads another.
+constexpr int MessageIntervalMs = 300;
 constexpr char OperatorName[] = "Kova";
 constexpr char OperatorNumber[] = "00101"; ///< the test network of 3GPP TS 36.508
 
@@ -115,6 +117,8 @@ AtModem::AtModem(Modem& modem, BusService& contract, bool staysOn) : modem(modem
     HandleCommands();
     ringTimer.setInterval(RingIntervalMs);
     connect(&ringTimer, &QTimer::timeout, this, &AtModem::ReportRing);
+    arrivalTimer.setSingleShot(true);
+    connect(&arrivalTimer, &QTimer::timeout, this, &AtModem::DeliverMessages);
     connect(&modem, &Modem::PowerChanged, this, &AtModem::OnPowerChanged);
     connect(&modem, &Modem::SimChanged, this,
             [this](bool inserted) { Report("+USIMSTATE: " + QByteArray::number(int{inserted})); });
@@ -123,9 +127,9 @@ AtModem::AtModem(Modem& modem, BusService& contract, bool staysOn) : modem(modem
     connect(&modem, &Modem::CallAnswered, &ringTimer, &QTimer::stop);
     connect(&modem, &Modem::CallEnded, this, &AtModem::OnCallEnded);
     connect(&modem, &Modem::MessageCame, this, [this](const QString& number, const QString& text) {
-        const QList<QByteArray> lines = messages.Deliver(number, text, open && !this->modem.IsSilent());
-        for (const QByteArray& line : lines)
-            Report(line);
+        arriving += messages.Arrive(number, text);
+        if (!arrivalTimer.isActive())
+            DeliverMessages();
     });
 }
 
@@ -165,6 +169,7 @@ void AtModem::Close()
     arrivalDelay = 0;
     contextActive = false;
     ringTimer.stop();
+    DeliverMessages(); // on the card they wait for whoever opens the port next
     const Modem::Power power = modem.PowerState();
     if (!staysOn && power != Modem::Off && power != Modem::PoweringDown) {
         contract.Narrate("ModemSetEnabled", {false});
@@ -645,6 +650,19 @@ void AtModem::ReportRing()
         return;
     }
     ringTimer.stop();
+}
+
+void AtModem::DeliverMessages()
+{
+    arrivalTimer.stop();
+    while (!arriving.isEmpty()) {
+        const QByteArray report = messages.Deliver(arriving.takeFirst(), open && !modem.IsSilent());
+        if (report.isEmpty())
+            continue;
+        Report(report);
+        arrivalTimer.start(MessageIntervalMs);
+        return;
+    }
 }
 
 void AtModem::OnCallEnded(const Call& call, Modem::End why)

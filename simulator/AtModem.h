@@ -63,6 +63,7 @@ private:
     void OnCallCame(const Call& call);
     void OnCallEnded(const Call& call, Modem::End why);
     void ReportRing();
+    void DeliverMessages();
     int Registration() const;
     QByteArray RegistrationText(int mode) const;
 
@@ -96,4 +97,6 @@ private:
     int reported = 0; ///< the registration last reported
     bool contextActive = false;
     QTimer ringTimer;
+    QList<QByteArray> arriving; ///< message units on their way
+    QTimer arrivalTimer;
 };
