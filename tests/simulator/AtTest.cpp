@@ -281,7 +281,7 @@ void AtTest::receiving()
     QCOMPARE(Ask("AT+CNMI=2,0"), "OK");
     for (int i = 0; i < 40; ++i)
         QVERIFY(Run("sms +4930 more"));
-    QVERIFY(Ask("AT+CPMS?").startsWith("+CPMS: \"SM\",30,30"));
+    QTRY_VERIFY(Ask("AT+CPMS?").startsWith("+CPMS: \"SM\",30,30"));
     QVERIFY(Ask("AT+CMGD=1,4;+CPMS?").startsWith("+CPMS: \"SM\",12,30"));
 }
 
