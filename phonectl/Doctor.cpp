@@ -27,6 +27,10 @@ constexpr int VerdictWidth = 9;
 constexpr int AnswerLimitS = 20;
 constexpr int IntrospectionTimeoutMs = 5000;
 constexpr int VersionTimeoutMs = 5000;
+/// A modem that is switched off and on is on again by then.
+constexpr int PowerUpMs = 10000;
+/// The check comes 20 s after power-on and may take 3 s.
+constexpr int SimCheckMs = 25000;
 
 enum Verdict { Holds, Fails, NotYet };
 
@@ -49,6 +53,20 @@ struct Board {
     SettingsFile settings;
     bool isServed;
     std::optional<PhoneState> state = {}; ///< as the service tells, when it does
+
+    /// Waits for an event that may be due; the state is then the one after it.
+    bool AwaitEvent(PhoneEvent::Kind kind, const QString& awaited, int limitMs)
+    {
+        std::optional<PhoneEvent> event;
+        do {
+            event = phone.Next(awaited, limitMs);
+        } while (event && event->kind != kind);
+        state = phone.State(Phone::KeepEarlier);
+        // Without a card the state lasts a moment alone: the next check is being prepared.
+        if (event && kind == PhoneEvent::SimPresent)
+            state->simStatus = event->flag ? SimStatusPresent : SimStatusAbsent;
+        return event.has_value();
+    }
 
     bool IsWanted() const { return state->userEnabled || settings.gprsEnabled; }
 };
@@ -122,6 +140,7 @@ Finding CheckService(Board& board)
     try {
         board.phone.LimitTo(AnswerLimitS);
         board.state = board.phone.State();
+        board.phone.Unlimit();
     } catch (const Failure& failure) {
         if (failure.exitStatus == ExitInterrupted)
             throw;
@@ -216,12 +235,17 @@ Finding CheckPower(Board& board)
         return {NotYet, QStringLiteral("the modem is forced off"), QStringLiteral("phonectl force-off off")};
     if (!board.IsWanted())
         return {NotYet, QStringLiteral("nobody has asked for the modem"), QStringLiteral("phonectl enable --wait")};
+    if (board.AwaitEvent(PhoneEvent::PhoneStatus, QStringLiteral("the modem's power"), PowerUpMs) &&
+        board.state->phoneStatus != ModemStatusOff)
+        return {Holds, QStringLiteral("the modem has just been switched on")};
     return {Fails, QStringLiteral("the modem is wanted, and has not reported that it is on"),
             QStringLiteral("look for Gsmd->ModemSetEnabled(1) in the service's log, and at the GSM daemon's own log")};
 }
 
 Finding CheckSim(Board& board)
 {
+    if (board.state->simStatus == SimStatusChecking && board.state->phoneStatus != ModemStatusOff)
+        board.AwaitEvent(PhoneEvent::SimPresent, QStringLiteral("the SIM check"), SimCheckMs);
     switch (board.state->simStatus) {
     case SimStatusPresent: return {Holds, QStringLiteral("present")};
     case SimStatusAbsent:
@@ -302,7 +326,7 @@ Finding CheckContacts(Board& board)
                 callers.append(contact.name.isEmpty() ? contact.number : contact.name);
         }
     } catch (const Failure& failure) {
-        return {Fails, failure.text, QStringLiteral("restore it, or remove it and add the contacts again")};
+        return {Fails, failure.text};
     }
     const QFile::Permissions others = QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther;
     const bool isOpen = (QFile::permissions(path) & others) != QFile::Permissions();
@@ -333,6 +357,18 @@ constexpr struct {
     {"audioInCtl", "Audio input control", CheckAudioInCtl, false},
     {"contacts", "Contacts", CheckContacts, false},
 };
+
+/// What goes wrong in a step is its finding.
+Finding Check(Board& board, Finding (*check)(Board&))
+{
+    try {
+        return check(board);
+    } catch (const Failure& failure) {
+        if (failure.exitStatus == ExitInterrupted)
+            throw;
+        return {NotYet, failure.text};
+    }
+}
 
 /// All findings, for a person and for a script.
 class Findings
@@ -395,7 +431,7 @@ Outcome Examine(const Arguments& arguments, Progress& progress)
         else if (step.needsState && !phone->IsOnBus(Names::GsmService))
             findings.Add(step.key, step.title, {NotYet, QStringLiteral("not known without the GSM daemon")});
         else
-            findings.Add(step.key, step.title, step.check(board));
+            findings.Add(step.key, step.title, Check(board, step.check));
     }
     return findings.Result();
 }

@@ -240,6 +240,9 @@ void Commands::AddConsole()
              return Choose<bool>(arguments.at(0), {{"clear", true}}, [this](bool) { device.ClearHistory(); });
          }});
     add("help", "show this", [this] { return Help(); });
+    commands.append({"complete WORD...",
+                     "show what may come next, for a shell; the last word is the one that is being typed", 1, Unlimited,
+                     [this](const QStringList& words) { return Tell([this, words] { return Offer(words); }); }});
     add("quit", "end the simulator", [this] {
         Q_EMIT Quit();
         return QString();
@@ -302,6 +305,36 @@ QString Commands::Help() const
               << QStringLiteral("On the AT port, a fault of a method is one of the commands that do the same:")
               << AtModem::Counterparts();
     return lines.join(QLatin1Char('\n'));
+}
+
+QString Commands::Offer(const QStringList& words) const
+{
+    const int place = static_cast<int>(words.size()) - 1;
+    QStringList offered;
+    if (place == 0) {
+        for (const Command& command : commands)
+            offered.append(command.Name());
+    } else if (const Command* command = Find(words.first())) {
+        // Of the usage, the words that are meant to the letter; the choice of a fault stands in several.
+        const QStringList usage = command->usage.split(QLatin1Char(' '));
+        const bool takesMethod = usage.value(1) == QLatin1String("METHOD");
+        const QString argument =
+            takesMethod && place == 2 ? usage.mid(place).join(QLatin1Char(' ')) : usage.value(place);
+        for (QString choice : argument.split(QLatin1Char('|'))) {
+            choice = choice.section(QLatin1Char(' '), 0, 0).remove(QLatin1Char('[')).remove(QLatin1Char(']'));
+            if (choice == choice.toLower())
+                offered.append(choice);
+        }
+        if (takesMethod && place == 1) {
+            for (const char* name : {"gsm", "sound", "audio-out", "audio-in"}) {
+                if (const BusService* service = device.Service(QLatin1String(name)))
+                    offered += service->Description().Methods().keys();
+            }
+        }
+    }
+    const auto isOther = [&](const QString& word) { return !word.startsWith(words.last()); };
+    offered.erase(std::remove_if(offered.begin(), offered.end(), isOther), offered.end());
+    return offered.join(QLatin1Char('\n'));
 }
 
 Commands::Prepared Commands::Prepare(const QString& line) const

@@ -51,6 +51,7 @@ private:
     Prepared SetFault(const QStringList& arguments) const;
     const Command* Find(const QString& name) const;
     QString Help() const;
+    QString Offer(const QStringList& words) const;
 
     Device& device;
     QList<Command> commands;

@@ -23,3 +23,13 @@ expect _phonectl "$2" "--wait" sms --w
 expect _phonectl "$2" "+4912345" call-loop 110 +
 expect _phonectl "$2" "$1/phonectl" apn x y --password-file "$1/ph"
 expect _kova_simulator "$3" "--power-up --power-down" --pow
+
+# The commands are those of the one that runs.
+"$3" --quiet </dev/null >/dev/null &
+device=$!
+trap 'kill $device; rm -r "${KOVA_CONTACTS_DB%/*}"' EXIT
+until "$3" send state >/dev/null 2>&1; do sleep 0.05; done
+expect _kova_simulator "$3" "sim signal sms state" send s
+expect _kova_simulator "$3" "CallAnswer" send fault CallA
+expect _kova_simulator "$3" "status silent" send fault Call s
+expect _kova_simulator "$3" "gsm sound audio-out audio-in" send daemon leave ""
