@@ -101,6 +101,7 @@ GsmDaemon::~GsmDaemon() = default;
 void GsmDaemon::Attach(std::unique_ptr<Stack> newStack)
 {
     stack = std::move(newStack);
+    quiet = QDeadlineTimer();
     connect(stack.get(), &Stack::ModemChanged, this, &GsmDaemon::OnModemChanged);
     connect(stack.get(), &Stack::RegistrationChanged, this, &GsmDaemon::Settle);
     connect(stack.get(), &Stack::StrengthChanged, this, &GsmDaemon::ReportStrength);
@@ -175,8 +176,12 @@ void GsmDaemon::Settle()
 {
     const int status = Status();
     const bool lost = status == ModemStatusOff && reported != ModemStatusOff;
-    if (lost)
+    if (lost) {
         wanted.reset(); // until the service asks again
+        // It will do so at once. A modem that does not stay on is not to keep everybody busy.
+        if (sincePowered.elapsed() < RetryStepMs)
+            quiet.setRemainingTime(RetryStepMs);
+    }
 
     const bool turning = step && step != wanted;
     if (IsWanted() && status != ModemStatusOff && !turning) {
@@ -198,6 +203,8 @@ void GsmDaemon::Report(int status)
     if (status == reported)
         return;
     GSMD_LOG(LogLevelWarning, "Modem %s -> %s", StatusName(reported), StatusName(status));
+    if (reported == ModemStatusOff)
+        sincePowered.start();
     if (reported != ModemStatusOn)
         Q_EMIT ModemPowered();
     reported = status;
@@ -213,6 +220,10 @@ void GsmDaemon::SettlePower()
 {
     if (!stack || !wanted || step || stepTimer.isActive())
         return;
+    if (*wanted && !quiet.hasExpired()) {
+        stepTimer.start(quiet.remainingTime());
+        return;
+    }
     progressed = false;
     if (stack->TakePowerStep(*wanted, [this](bool success) { OnStepDone(success); }))
         step = wanted;

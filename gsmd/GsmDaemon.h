@@ -4,6 +4,8 @@
 
 #include <QDBusConnection>
 #include <QDBusContext>
+#include <QDeadlineTimer>
+#include <QElapsedTimer>
 #include <QMap>
 #include <QObject>
 #include <QSet>
@@ -114,6 +116,8 @@ private:
     std::optional<bool> step;   ///< towards on or off, which the stack is taking
     bool progressed = false;    ///< the modem has changed since the step began
     QTimer stepTimer;           ///< runs between a step and the next try
+    QElapsedTimer sincePowered;
+    QDeadlineTimer quiet; ///< until then the modem is not powered on again
 
     Calls calls;
     std::optional<PendingDial> dial;

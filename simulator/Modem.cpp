@@ -127,9 +127,10 @@ QString Modem::SetPlugged(bool plugged)
     if (this->plugged == plugged)
         return QStringLiteral("the modem is %1 already").arg(plugged ? "plugged in" : "unplugged");
     this->plugged = plugged;
+    // The port goes first: an unplugged modem reports nothing any more.
+    Q_EMIT PluggedChanged(plugged);
     if (!plugged && power != Off)
         SetPower(Off);
-    Q_EMIT PluggedChanged(plugged);
     return {};
 }
 

@@ -1,0 +1,325 @@
+#include "ControlNames.h"
+#include "GsmProxy.h"
+#include "Interface.h"
+#include "Names.h"
+#include "SimulatorProxy.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusPendingCallWatcher>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTest>
+
+#include <csignal>
+
+namespace
+{
+
+constexpr int LimitMs = 30000; ///< for what is certain to come, on however busy a machine
+constexpr int GsmdSpeed = 10; ///< how much faster than the world's the daemon's time runs, so that its limits come soon
+
+const QStringList bringUp = {"ask ModemSetEnabled true = 0", "see ModemPowered()", "see ModemRegistered()"};
+const QStringList callActive = {"device number 491 no-answer", "ask Call 491 = 0", "state call dialling",
+                                "device answer", "see CallAnswered(491)"};
+
+/// What is done with the daemon, the modem and the stack, and what has to be seen. One step a line:
+///   ask METHOD ARGUMENT... = VALUE...   ask the daemon, and compare its answer
+///   begin METHOD ARGUMENT...            ask the daemon, and do not wait
+///   see SIGNAL(VALUE)                   the next signal of the daemon; of reports of the strength, the one named
+///   device COMMAND                      steer the simulated modem
+///   state NAME VALUE                    wait until that is so in the modem
+///   log TEXT                            wait for a line of the daemon's
+///   gsmd|stack start|kill
+struct Case {
+    const char* name;
+    QStringList steps;
+};
+
+const Case cases[] = {
+    {"off and on and off in quick succession",
+     {"begin ModemSetEnabled false", "begin ModemSetEnabled true", "see ModemPowered()", "see ModemRegistered()",
+      "see SignalQuality(70)", "begin ModemSetEnabled false", "begin ModemSetEnabled true",
+      "ask ModemSetEnabled false = 0", "see ModemOff()", "ask ModemSetEnabled true = 0", "see ModemPowered()",
+      "see ModemRegistered()"}},
+    {"call out", callActive + QStringList{"ask Call 492 = 1", "device hangup", "see CallTerminated(491)"}},
+    {"busy number", {"device number 491 reject", "ask Call 491 = 0", "see CallRejected(491)"}},
+    {"dial fails",
+     {"device number 491 unreachable", "ask Call 491 = 0", "see CallRejected(491)", "ask Call ,, = 0",
+      "see CallRejected(,,)"}},
+    {"hang up what rings in vain",
+     {"device number 491 no-answer", "ask Call 491 = 0", "state call dialling", "ask CallHangup = 0",
+      "see CallRejected(491)", "state call none"}},
+    {"hang up all",
+     {"device number 491 no-answer", "ask Call 491 = 0", "state call dialling", "ask CallHangupAll = 0",
+      "see CallTerminated(491)", "state call none"}},
+    {"hang up before the stack knows the call",
+     {"device fault Call delay 1000 times 1", "device number 491 no-answer", "ask Call 491 = 0", "ask CallHangup = 0",
+      "see CallRejected(491)", "state call none"}},
+    {"a call comes in",
+     {"device ring 493", "see CallIncoming(493)", "ask CallAnswer = 0", "state call active", "device hangup",
+      "see CallTerminated(493)"}},
+    {"withheld number",
+     {"device ring withheld", "see CallIncoming()", "ask CallHangup = 0", "see CallTerminated()", "state call none"}},
+    {"caller gives up",
+     {"device ring 493", "see CallIncoming(493)", "device hangup", "see CallTerminated(493)", "ask CallAnswer = 1"}},
+    {"messages",
+     {"ask SendSms 494 Hello = 0", "state sms-sent 1", "device fault SendSms status 1 times 9",
+      "ask SendSms 494 No = 2", "device fault SendSms clear", "device sms 495 Hello", "see MessageReceived(Hello)"}},
+    {"message that takes long", {"device fault SendSms delay 30000 times 1", "ask SendSms 494 Slow = 3"}},
+    {"access point", {"ask GprsSetApn internet user word = 0", "state apn internet"}},
+    {"strength and ping",
+     {"ask SignalStrength = 0 70", "device signal 40", "see SignalQuality(38)", "ask PingRegistration = 0",
+      "see SignalQuality(38)", "device signal 71", "see SignalQuality(70)"}},
+    {"network lost and found",
+     {"device network lost", "see ModemPowered()", "ask PingRegistration = 1", "device network found",
+      "see ModemRegistered()", "see SignalQuality(70)"}},
+    {"modem hangs",
+     {"device fault PingRegistration silent times 1", "ask PingRegistration = 0", "log The modem does not answer",
+      "ask ModemSetEnabled false = 0", "see ModemOff()", "ask ModemSetEnabled true = 0", "see ModemPowered()",
+      "see ModemRegistered()"}},
+    {"no card",
+     {"ask ModemSetEnabled false = 0", "see ModemOff()", "device sim out", "ask ModemSetEnabled true = 0",
+      "see ModemPowered()", "ask IsSimPresent = 0 false", "ask ModemSetEnabled false = 0", "see ModemOff()",
+      "device sim in", "ask ModemSetEnabled true = 0", "see ModemPowered()", "see ModemRegistered()"}},
+    {"unplugged in a call",
+     callActive + QStringList{"device modem unplug", "see ModemOff()", "ask IsSimPresent = 1 false",
+                              "device modem plug", "ask ModemSetEnabled true = 0", "see ModemPowered()",
+                              "see ModemRegistered()", "state call none"}},
+    {"stack killed in a call",
+     callActive + QStringList{"stack kill", "see ModemOff()", "ask ModemSetEnabled true = 0", "ask Call 491 = 0",
+                              "see CallRejected(491)", "stack start", "see ModemAdded(*)", "see ModemPowered()",
+                              "see ModemRegistered()"}},
+    {"killed in a call itself",
+     callActive + QStringList{"gsmd kill", "gsmd start", "see ModemAdded(*)", "state call none",
+                              "ask ModemSetEnabled false = 0", "ask ModemSetEnabled true = 0", "see ModemPowered()",
+                              "see ModemRegistered()"}},
+};
+
+/// What only one of the stacks does, or shows in this simulation.
+const Case ofonoCases[] = {
+    {"a second caller finds the line busy",
+     {"device ring 493", "see CallIncoming(493)", "ask CallAnswer = 0", "device ring 494", "state waiting ",
+      "state call active", "device hangup", "see CallTerminated(493)"}},
+    {"card pulled",
+     {"ask IsSimPresent = 0 true", "device sim out", "see ModemPowered()", "ask IsSimPresent = 0 false",
+      "device sim in", "see ModemRegistered()", "ask IsSimPresent = 0 true"}},
+};
+
+QStringList Words(const QString& text)
+{
+    return text.split(QLatin1Char(' '));
+}
+
+}
+
+/// kova-gsmd between its contract and a real modem stack, which has the simulated modem at an AT port.
+class StackTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+    void init();
+    void cleanup();
+    void steps_data();
+    void steps();
+
+    void OnSignal(const QDBusMessage& message);
+
+private:
+    bool Step(const QString& step);
+    bool See(const QString& wanted);
+    bool Ask(const QString& request, const QString& wanted);
+    bool Steer(QProcess& process, const QString& action);
+    bool StartStack();
+    bool StartGsmd();
+    static QDBusMessage Request(const QString& text);
+
+    const bool isOfono = qgetenv("STACK") == "ofono";
+    QProcess stack;
+    QProcess gsmd;
+    QByteArray log;
+    QStringList signalsSeen; ///< of the daemon, not yet asked for
+    QStringList record;
+};
+
+void StackTest::initTestCase()
+{
+    QDBusConnection::sessionBus().connect(QString(), Names::GsmObject, GsmProxy::staticInterfaceName(), QString(), this,
+                                          SLOT(OnSignal(QDBusMessage)));
+    connect(&gsmd, &QProcess::readyReadStandardError, this, [this] { log += gsmd.readAllStandardError(); });
+    stack.setStandardErrorFile(qEnvironmentVariable("SCENE") + "/stack.log");
+    QVERIFY(StartStack());
+}
+
+void StackTest::cleanupTestCase()
+{
+    Steer(stack, "kill");
+}
+
+void StackTest::OnSignal(const QDBusMessage& message)
+{
+    QVariantList arguments = message.arguments();
+    const QVariantMap info = qdbus_cast<QVariantMap>(arguments.value(0));
+    if (!info.isEmpty())
+        arguments = {info.value("LineIdentification")};
+    if (message.member() == QLatin1String("MessageReceived") &&
+        qdbus_cast<QVariantMap>(arguments.value(1)).value("Sender").toString().isEmpty())
+        arguments = {"without a sender"};
+    signalsSeen.append(message.member() + '(' + arguments.value(0).toString() + ')');
+    if (message.signature() == QLatin1String("y"))
+        signalsSeen.last() = message.member() + '(' + QString::number(arguments.at(0).toUInt()) + ')';
+    record.append("  -> " + signalsSeen.last());
+}
+
+bool StackTest::StartStack()
+{
+    if (isOfono) {
+        stack.start("ofonod", {"-n", "-d"});
+        return stack.waitForStarted();
+    }
+    stack.start("ModemManager", {"--test-session", "--test-enable", "--no-auto-scan", "--debug"});
+    QDBusMessage profile =
+        QDBusMessage::createMethodCall("org.freedesktop.ModemManager1", "/org/freedesktop/ModemManager1",
+                                       "org.freedesktop.ModemManager1.Test", "SetProfile");
+    profile << "kova"
+            << "generic" << QStringList{"abstract:" + qEnvironmentVariable("AT_NAME")};
+    return QTest::qWaitFor(
+        [&] { return QDBusConnection::sessionBus().call(profile).type() == QDBusMessage::ReplyMessage; }, LimitMs);
+}
+
+bool StackTest::StartGsmd()
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("LD_PRELOAD", KOVA_FAKETIME);
+    environment.insert("FAKETIME", "+0 x" + QString::number(GsmdSpeed));
+    environment.insert("FAKETIME_DISABLE_SHM", "1");
+    gsmd.setProcessEnvironment(environment);
+    gsmd.start(KOVA_BUILD_DIR "/kova-gsmd", QStringList());
+    return QTest::qWaitFor(
+        [] { return QDBusConnection::sessionBus().interface()->isServiceRegistered(Names::GsmService).value(); },
+        LimitMs);
+}
+
+bool StackTest::Steer(QProcess& process, const QString& action)
+{
+    if (action == QLatin1String("start"))
+        return &process == &stack ? StartStack() : StartGsmd();
+    process.kill();
+    return process.waitForFinished();
+}
+
+QDBusMessage StackTest::Request(const QString& text)
+{
+    const QStringList words = Words(text);
+    QDBusMessage request = QDBusMessage::createMethodCall(Names::GsmService, Names::GsmObject,
+                                                          GsmProxy::staticInterfaceName(), words.first());
+    for (const QString& word : words.mid(1))
+        words.first() == QLatin1String("ModemSetEnabled") ? request << (word == QLatin1String("true"))
+                                                          : request << word;
+    return request;
+}
+
+/// Again and again if it only asks how things are, which may take a while to be so.
+bool StackTest::Ask(const QString& request, const QString& wanted)
+{
+    const bool inquiry = request.startsWith("Is") || request.startsWith("SignalStrength");
+    return QTest::qWaitFor(
+               [&] {
+                   const QDBusPendingCall answer = QDBusConnection::sessionBus().asyncCall(Request(request));
+                   if (!QTest::qWaitFor([&] { return answer.isFinished(); }, LimitMs))
+                       return false;
+                   QStringList values;
+                   for (const QVariant& value : answer.reply().arguments())
+                       values.append(value.toString());
+                   record.append("  = " + values.join(' '));
+                   return values.join(' ') == wanted || !inquiry;
+               },
+               LimitMs) &&
+           record.last() == "  = " + wanted;
+}
+
+bool StackTest::See(const QString& wanted)
+{
+    // The strength is reported at any time.
+    const bool any = wanted.startsWith("SignalQuality");
+    const QString member = wanted.section('(', 0, 0);
+    while (QTest::qWaitFor([this] { return !signalsSeen.isEmpty(); }, LimitMs)) {
+        const QString seen = signalsSeen.takeFirst();
+        if (seen == wanted || (wanted.endsWith("(*)") && seen.startsWith(member)))
+            return true;
+        if (!any && !seen.startsWith("SignalQuality"))
+            return false;
+    }
+    return false;
+}
+
+bool StackTest::Step(const QString& step)
+{
+    record.append(step);
+    const QString verb = step.section(' ', 0, 0);
+    const QString rest = step.section(' ', 1);
+    SimulatorProxy device(ControlNames::Service, ControlNames::Object, QDBusConnection::sessionBus());
+    if (verb == QLatin1String("see"))
+        return See(rest);
+    if (verb == QLatin1String("ask"))
+        return Ask(rest.section(" = ", 0, 0), rest.section(" = ", 1));
+    if (verb == QLatin1String("begin"))
+        return QDBusConnection::sessionBus().send(Request(rest));
+    if (verb == QLatin1String("device"))
+        return device.Command(rest).argumentAt<0>() == 0;
+    if (verb == QLatin1String("state"))
+        return QTest::qWaitFor(
+            [&] { return device.State().value().value(rest.section(' ', 0, 0)).toString() == rest.section(' ', 1); },
+            LimitMs);
+    if (verb == QLatin1String("log"))
+        return QTest::qWaitFor([&] { return log.contains(rest.toUtf8()); }, LimitMs);
+    return Steer(verb == QLatin1String("stack") ? stack : gsmd, rest);
+}
+
+void StackTest::init()
+{
+    record.clear();
+    log.clear();
+    QVERIFY(StartGsmd());
+    QVERIFY(See("ModemAdded(*)"));
+    for (const QString& step : bringUp)
+        QVERIFY2(Step(step), qPrintable(record.join('\n')));
+}
+
+/// Ends with the power, whose one ModemOff follows whatever has happened before, and in order.
+void StackTest::cleanup()
+{
+    bool ended = Step("ask ModemSetEnabled false = 0") && Step("see ModemOff()") && Step("state modem off");
+    gsmd.terminate();
+    ended &= QTest::qWaitFor([this] { return gsmd.state() == QProcess::NotRunning; }, LimitMs) &&
+             gsmd.exitStatus() == QProcess::NormalExit && gsmd.exitCode() == 0;
+    if (!ended || QTest::currentTestFailed())
+        qWarning("%s\n%s", qPrintable(record.join('\n')), log.constData());
+    signalsSeen.clear();
+    QVERIFY(ended);
+}
+
+void StackTest::steps_data()
+{
+    QTest::addColumn<QStringList>("steps");
+    for (const Case& one : cases)
+        QTest::newRow(one.name) << one.steps;
+    if (isOfono) {
+        for (const Case& one : ofonoCases)
+            QTest::newRow(one.name) << one.steps;
+    }
+}
+
+void StackTest::steps()
+{
+    QFETCH(QStringList, steps);
+    for (const QString& step : steps)
+        QVERIFY2(Step(step), qPrintable(step));
+}
+
+QTEST_GUILESS_MAIN(StackTest)
+
+#include "StackTest.moc"
