@@ -11,7 +11,7 @@
 namespace
 {
 
-constexpr uint32_t BlockBytes = WavFile::Rate / 10 * sizeof(short) * WavFile::Channels;
+constexpr qsizetype BlockBytes = WavFile::Rate / 10 * qsizetype(sizeof(short)) * WavFile::Channels;
 /// So much may wait for the storage: ten seconds.
 constexpr qsizetype MostUnwritten = 100 * BlockBytes;
 /// How long the end of this process waits for the storage.
@@ -100,7 +100,7 @@ void Capture::OnOpened(int recording, const QString& problem)
         stream, [](pa_stream*, size_t, void* self) { static_cast<Capture*>(self)->OnData(); }, this);
     pa_buffer_attr buffer;
     buffer.maxlength = buffer.tlength = buffer.prebuf = buffer.minreq = UINT32_MAX; // the server's choice
-    buffer.fragsize = BlockBytes;
+    buffer.fragsize = static_cast<uint32_t>(BlockBytes);
     if (pa_stream_connect_record(stream, nullptr, &buffer, PA_STREAM_ADJUST_LATENCY) < 0)
         Fail(server.Error());
 }

@@ -68,38 +68,36 @@ void DefaultDevice::OnLevel(const std::optional<SoundLevel>& level)
 
     struct Change {
         int open = 1; ///< requests that are not answered; the first is this function itself
-        std::optional<double> volume;
-        std::optional<bool> mute;
         QString problem;
     };
     const auto change = std::make_shared<Change>();
-    change->volume = std::exchange(wantedVolume, std::nullopt);
-    change->mute = std::exchange(wantedMute, std::nullopt);
-    const auto done = [this, change](const std::optional<bool>& success) {
+    const std::optional<double> newVolume = std::exchange(wantedVolume, std::nullopt);
+    const std::optional<bool> newMute = std::exchange(wantedMute, std::nullopt);
+    const auto done = [this, change, newVolume, newMute](const std::optional<bool>& success) {
         if (!success)
             change->problem = server.Error();
         if (--change->open > 0)
             return;
         // What a server has lost is for the next; a later wish comes first.
         if (!server.IsReady()) {
-            wantedVolume = wantedVolume ? wantedVolume : change->volume;
-            wantedMute = wantedMute ? wantedMute : change->mute;
+            wantedVolume = wantedVolume ? wantedVolume : newVolume;
+            wantedMute = wantedMute ? wantedMute : newMute;
         }
         Finish(change->problem);
     };
 
-    if (change->volume) {
+    if (newVolume) {
         // Keeps the balance of the channels.
         pa_cvolume volumes = level->volume;
-        pa_cvolume_scale(&volumes, static_cast<pa_volume_t>(std::lround(*change->volume * PA_VOLUME_NORM)));
+        pa_cvolume_scale(&volumes, static_cast<pa_volume_t>(std::lround(*newVolume * PA_VOLUME_NORM)));
         ++change->open;
         server.SetVolume(kind, level->index, volumes, done);
     } else if (!wantedVolume) {
         volume = std::min(1.0, static_cast<double>(pa_cvolume_max(&level->volume)) / PA_VOLUME_NORM);
     }
-    if (change->mute) {
+    if (newMute) {
         ++change->open;
-        server.SetMute(kind, level->index, *change->mute, done);
+        server.SetMute(kind, level->index, *newMute, done);
     } else if (!wantedMute) {
         muted = level->mute;
     }

@@ -110,8 +110,10 @@ class Machine:
 
     def start_sound(self):
         noise = open(self.folder.name + "/server.log", "ab")
-        self.server = [self.run(*command, stdout=noise, stderr=noise) for command in self.start_server]
-        await_condition(lambda: self.pactl("info").returncode == 0, "the sound server")
+        for command, probe in self.start_server:
+            self.server.append(self.run(*command, stdout=noise, stderr=noise))
+            await_condition(lambda probe=probe: subprocess.run(probe, stdout=noise, stderr=noise).returncode == 0,
+                            command[0])
         for sink in SINKS:
             self.pactl("load-module", "module-null-sink", "sink_name=" + sink)
         self.make_default("sink", "speaker")
@@ -180,9 +182,11 @@ class Machine:
         self.folder.cleanup()
 
 
-PULSEAUDIO = [["pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
-               "--load=module-native-protocol-unix"]]
-PIPEWIRE = [["pipewire"], ["wireplumber"], ["pipewire-pulse"]]
+# What to start, and what succeeds when it is ready.
+PULSEAUDIO = [(["pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
+                "--load=module-native-protocol-unix"], ["pactl", "info"])]
+PIPEWIRE = [(["pipewire"], ["pw-cli", "info", "0"]), (["wireplumber"], ["true"]),
+            (["pipewire-pulse"], ["pactl", "info"])]
 
 
 class SoundTest:
@@ -215,6 +219,9 @@ class SoundTest:
         headset.await_tone(FAR_END)
         speaker.await_tone(FAR_END, False)
         modem.await_tone(USER)
+        # The far end never hears itself, even if the modem is the default device.
+        self.machine.make_default("sink", "modem_tx")
+        speaker.await_tone(FAR_END)
         self.machine.make_default("sink", "speaker")
         speaker.await_tone(FAR_END)
 
