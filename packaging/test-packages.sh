@@ -56,7 +56,7 @@ step "Install"
 apt update
 apt install $(printf "/packages/%s_${version}_$arch.deb " "${packages[@]}")
 apt install --simulate "/packages/kova-phone-dev_${version}_$arch.deb"
-! run sh -c 'ldd /usr/bin/phonemanager /usr/lib/*/libphone_link.so.1' | grep 'not found' ||
+! run sh -c 'ldd /usr/bin/phonemanager /usr/lib/*/libphone_link.so.*' | grep 'not found' ||
     fail "libraries are not found"
 run sh -c 'ls /usr/share/man/man1/phonectl.1.gz /usr/share/man/man1/kova-simulator.1.gz \
     /usr/share/man/man8/phonemanager.8.gz /usr/share/bash-completion/completions/phonectl /usr/share/zsh/vendor-completions/_phonectl \
