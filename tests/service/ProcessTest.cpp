@@ -112,7 +112,7 @@ private Q_SLOTS:
         }
     }
 
-    /// The device's libraries look for the log client in the executable, and for nothing else.
+    /// The device's libraries look for the log client in the executable, and must find none of its functions there.
     void exportsLog()
     {
         QProcess nm;
@@ -120,7 +120,7 @@ private Q_SLOTS:
         QVERIFY(nm.waitForFinished());
         const QByteArray exported = nm.readAllStandardOutput();
         QVERIFY(exported.contains(" B _logInterface\n"));
-        QCOMPARE(exported.count('\n'), 1 + exported.count(" __")); // the sanitizers' own
+        QVERIFY(!exported.contains(" T "));
     }
 
     /// What a bus tool is shown is the description that is installed, comments included, and nothing but the phone's
