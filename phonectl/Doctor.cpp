@@ -52,7 +52,7 @@ struct Board {
     ServiceEnvironment environment;
     SettingsFile settings;
     bool isServed;
-    std::optional<PhoneState> state = {}; ///< as the service tells, when it does
+    std::optional<PhoneState> state = {}; ///< the answer to GetStatus, when there is one
 
     /// Waits for an event that may be due; the state is then the one after it.
     bool AwaitEvent(PhoneEvent::Kind kind, const QString& awaited, int limitMs)

@@ -7,7 +7,7 @@
 #include <array>
 #include <vector>
 
-/// What became of the phone over time, as its service's log tells it.
+/// The phone's past, read from its service's log.
 class History
 {
 public:

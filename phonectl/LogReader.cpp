@@ -58,11 +58,12 @@ double TakeClock(std::string_view& text)
     return hours * 3600 + minutes * 60 + seconds + fraction;
 }
 
-/// Days since 1970 of a date of the Gregorian calendar.
-qint64 Days(int year, int month, int day)
+/// Seconds from 1970 to the beginning of a day of the Gregorian calendar, or -1 when there is no such day.
+double DaySeconds(int year, int month, int day)
 {
     static const qint64 start = QDate(1970, 1, 1).toJulianDay();
-    return QDate(year, month, day).toJulianDay() - start;
+    const QDate date(year, month, day);
+    return date.isValid() ? static_cast<double>((date.toJulianDay() - start) * SecondsPerDay) : -1;
 }
 
 double LocalSeconds(double sinceEpoch)
@@ -115,9 +116,8 @@ bool LogReader::Read(std::string_view line, LogEntry& entry)
             QJsonDocument::fromJson(QByteArray(line.data(), static_cast<int>(line.size()))).object();
         text = object.value(QLatin1String("MESSAGE")).toString().toStdString();
         line = text;
-        const QString microseconds = object.value(QLatin1String("__REALTIME_TIMESTAMP")).toString();
-        hasTime = !microseconds.isEmpty();
-        entry.time = LocalSeconds(microseconds.toDouble() / MicrosecondsPerSecond);
+        const qint64 microseconds = object.value(QLatin1String("__REALTIME_TIMESTAMP")).toString().toLongLong(&hasTime);
+        entry.time = LocalSeconds(static_cast<double>(microseconds) / MicrosecondsPerSecond);
     }
     const size_t start = FindEntry(line);
     if (start == std::string_view::npos)
@@ -151,11 +151,10 @@ bool LogReader::ReadTime(std::string_view prefix, double& time)
     if (const int year = TakeNumber(rest, 4); year >= 0 && Take(rest, '-')) {
         const int month = TakeNumber(rest, 2);
         const int day = Take(rest, '-') ? TakeNumber(rest, 2) : -1;
-        if (month < 1 || day < 1 || !(Take(rest, 'T') || Take(rest, ' ')))
-            return false;
-        const double clock = TakeClock(rest);
-        time = static_cast<double>(Days(year, month, day) * SecondsPerDay) + clock;
-        return clock >= 0;
+        const double start = DaySeconds(year, month, day);
+        const double clock = Take(rest, 'T') || Take(rest, ' ') ? TakeClock(rest) : -1;
+        time = start + clock;
+        return start >= 0 && clock >= 0;
     }
 
     rest = prefix;
@@ -164,13 +163,12 @@ bool LogReader::ReadTime(std::string_view prefix, double& time)
         rest.remove_prefix(4);
         const int day = Take(rest, ' ') ? TakeNumber(rest, 1) : TakeNumber(rest, 2);
         const double clock = Take(rest, ' ') ? TakeClock(rest) : -1;
-        if (day < 1 || clock < 0)
-            return false;
         // The year is the last in which that day is not to come yet.
         const int number = static_cast<int>(month - months.begin()) + 1;
         const bool isToCome = QDate(now.date().year(), number, day) > now.date();
-        time = static_cast<double>(Days(now.date().year() - (isToCome ? 1 : 0), number, day) * SecondsPerDay) + clock;
-        return true;
+        const double start = DaySeconds(now.date().year() - (isToCome ? 1 : 0), number, day);
+        time = start + clock;
+        return start >= 0 && clock >= 0;
     }
 
     const size_t end = prefix.find('.');

@@ -30,6 +30,7 @@ constexpr double NarrowestSpan = 2;
 constexpr int MostRows = 60;
 constexpr int MostRowLetters = 165;
 constexpr int MostTicks = 9;
+constexpr int MostTexts = 20;
 constexpr size_t MostHtmlRows = 5000;
 
 constexpr int SignalTopDBm = -50;
@@ -243,10 +244,14 @@ QString TimelineDrawing::ClusterText(const Cluster& cluster) const
     }
     std::stable_sort(order.begin(), order.end(),
                      [&](const QString& one, const QString& other) { return counts[one] > counts[other]; });
+    const auto more = order.size() - MostTexts;
+    order = order.mid(0, MostTexts);
     for (QString& text : order) {
         if (const int count = counts[text]; count > 1)
             text += QStringLiteral(" (%1 times)").arg(count);
     }
+    if (more > 0)
+        order.append(QStringLiteral("%1 other texts").arg(more));
     return order.join(QStringLiteral("; "));
 }
 
