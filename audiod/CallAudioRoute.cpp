@@ -63,6 +63,9 @@ void CallAudioRoute::Watch(const QDBusPendingCall& call, const QString& name, vo
     connect(answer, &QDBusPendingCallWatcher::finished, this, [=, this] {
         answer->deleteLater();
         const QDBusPendingReply<bool> reply = *answer;
+        // A callaudiod that is not there has nothing to return from.
+        if (reply.error().type() == QDBusError::ServiceUnknown)
+            inCallMode = false;
         if (reply.isError())
             Settle(QStringLiteral("callaudiod's %1: %2").arg(name, reply.error().message()));
         else if (!reply.value())
