@@ -52,6 +52,14 @@ contacts=$root/home/anna/.local/share/kova/contacts.db
 # as_anna COMMAND: on a bus of her own session
 as_anna() { run runuser --login anna --command "timeout 300 dbus-run-session -- $1"; }
 
+# nothing_left: after a purge
+nothing_left() {
+    local left
+    left=$(find $root/usr $root/etc $root/var/lib/systemd $root/var/lib/dpkg/info \
+        \( -name '*phonemanager*' -o -name '*kova*' -o -name 'phonectl*' \))
+    [ -z "$left" ] || fail "left behind: $left"
+}
+
 step "Install"
 apt update
 apt install $(printf "/packages/%s_${version}_$arch.deb " "${packages[@]}")
@@ -88,9 +96,15 @@ apt purge phonemanager
 [ "$(md5sum $contacts)" = "$contacts_kept" ] || fail "the purge took the user's contacts"
 [ -e $root/home/anna/.config/kova/notes ] || fail "the purge took a file that is not the service's"
 [ -e $root/etc/decoy/config.ini ] || fail "the purge followed a user's link"
-left=$(find $root/usr $root/etc $root/var/lib/systemd $root/var/lib/dpkg/info \
-    \( -name '*phonemanager*' -o -name '*kova*' -o -name 'phonectl*' \))
-[ -z "$left" ] || fail "left behind: $left"
+nothing_left
+
+step "A stock board"
+stock=(kova-phone phonemanager phonectl kova-gsmd kova-audiod kova-suspend)
+cp packaging/tests/session-audio.sh $root/packages/
+apt install $(printf "/packages/%s_${version}_$arch.deb " "${stock[@]}") pulseaudio pulseaudio-utils
+as_anna "sh /packages/session-audio.sh"
+apt purge "${stock[@]}"
+nothing_left
 
 rm -rf --one-file-system $work
 echo "The packages work."
