@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds and runs every test, on Qt 6 and again with sanitizers.
-# With --all also on Qt 5.15, the slow tests, a short run of the fuzzers and the check of the sources' format.
+# With --all also on Qt 5.15, the slow tests, a short run of the fuzzers, and clang-format and clang-tidy over the sources.
 set -euo pipefail
 cd "$(dirname "$0")"
 . scripts/need.sh
@@ -26,13 +26,19 @@ run() {
 
 slow=(-LE slow)
 if [ $all = yes ]; then
-    need qtbase5-dev qtbase5-dev-tools libqt5sql5-sqlite clang-format \
+    need qtbase5-dev qtbase5-dev-tools libqt5sql5-sqlite clang-format clang-tidy-16 \
         pulseaudio pulseaudio-utils pipewire pipewire-pulse wireplumber callaudiod ofono modemmanager
     slow=()
     echo "== format"
     git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 fi
 run release "${slow[@]}"
+if [ $all = yes ]; then
+    echo "== clang-tidy"
+    # The unity build's files: each header is parsed once for a whole folder. What the build generates is not ours.
+    run-clang-tidy-16 -quiet -p build -header-filter="^$PWD/([^b/][^/]*/)*[^/]*\$" '/build/(?!tests/|bench/|dbus/).*/Unity/' \
+        >build/clang-tidy.log 2>&1 || { grep -E -A 5 '(error|warning):' build/clang-tidy.log; exit 1; }
+fi
 run sanitize -LE slow
 [ $all = no ] || run qt5 -LE slow
 [ $all = no ] || tests/fuzz/run-readers.sh
