@@ -14,6 +14,24 @@
 #include <memory>
 #include <optional>
 
+/// A call of the stack's, as far as the contract goes.
+struct CallRecord {
+    StackCall::State state = StackCall::StateDialling;
+    QString number;
+    bool outgoing = false;
+    bool answered = false;
+    bool refused = false;    ///< nobody was told of it, and nobody will be
+    bool hangingUp = false;  ///< tried until the call has ended
+    bool requested = false;  ///< the stack is hanging up
+    bool terminated = false; ///< by a request to end all calls
+};
+
+/// A request to dial that the stack has not made a call of yet.
+struct PendingDial {
+    CallRecord call;
+    bool issued = false; ///< to the stack; until then it waits for the end of calls that are being hung up
+};
+
 /// The GSM daemon's contract on a modem stack: what is promised to the phone service, whatever the stack. Methods
 /// return the contract's status, 0 for success; those that take time answer later.
 class GsmDaemon : public QObject, protected QDBusContext
@@ -58,23 +76,7 @@ Q_SIGNALS:
     void Stopped();
 
 private:
-    struct CallRecord {
-        StackCall::State state = StackCall::StateDialling;
-        QString number;
-        bool outgoing = false;
-        bool answered = false;
-        bool refused = false;    ///< nobody was told of it, and nobody will be
-        bool hangingUp = false;  ///< tried until the call has ended
-        bool requested = false;  ///< the stack is hanging up
-        bool terminated = false; ///< by a request to end all calls
-    };
     using Calls = QMap<QString, CallRecord>;
-
-    /// A request to dial that the stack has not made a call of yet.
-    struct PendingDial {
-        CallRecord call;
-        bool issued = false; ///< to the stack; until then it waits for the end of calls that are being hung up
-    };
 
     class LateReply;
 
