@@ -37,7 +37,7 @@ if [ $all = yes ]; then
     echo "== clang-tidy"
     # The unity build's files: each header is parsed once for a whole folder. What the build generates is not ours.
     run-clang-tidy-16 -quiet -p build -header-filter="^$PWD/([^b/][^/]*/)*[^/]*\$" '/build/(?!tests/|bench/|dbus/).*/Unity/' \
-        >build/clang-tidy.log 2>&1 || { grep -E -A 5 '(error|warning):' build/clang-tidy.log; exit 1; }
+        >build/clang-tidy.log 2>&1 || { grep -a -E -A 5 '(error|warning):' build/clang-tidy.log; exit 1; }
 fi
 run sanitize -LE slow
 [ $all = no ] || run qt5 -LE slow

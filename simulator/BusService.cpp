@@ -17,10 +17,10 @@ BusService::~BusService()
     Leave();
 }
 
-void BusService::Handle(const QString& method, Handler handler)
+void BusService::Handle(const QString& method, const Handler& handler)
 {
     Q_ASSERT(interface.Methods().contains(method));
-    handlers.insert(method, std::move(handler));
+    handlers.insert(method, handler);
 }
 
 void BusService::CheckComplete() const

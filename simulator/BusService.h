@@ -42,7 +42,7 @@ public:
     const InterfaceDescription& Description() const { return interface; }
 
     /// Sets what a method does.
-    void Handle(const QString& method, Handler handler);
+    void Handle(const QString& method, const Handler& handler);
     /// Ends the program if a method of the description has no handler: a fault of the build.
     void CheckComplete() const;
 

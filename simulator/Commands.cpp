@@ -269,7 +269,7 @@ Commands::Prepared Commands::SteerDaemon(const QStringList& arguments) const
 
 Commands::Prepared Commands::SetFault(const QStringList& arguments) const
 {
-    const QString method = arguments.at(0);
+    const QString& method = arguments.at(0);
     BusService* service = device.ServiceOf(method);
     if (!service)
         return Refuse(QStringLiteral("no service of the device has a method %1").arg(method));
