@@ -28,8 +28,8 @@ public:
     /// The D-Bus types of each signal's arguments.
     const QMap<QString, QStringList>& Signals() const { return signalTypes; }
 
-    /// What somebody who goes by this description misses in the other one, a line each: methods and signals that are
-    /// not there, or have other types. What the other one has besides does no harm.
+    /// Compares another description with this one. @return one line for each method or signal that it does not have, or
+    /// has with other types. Members that only the other one has are no fault.
     QStringList MissingIn(const InterfaceDescription& other) const;
 
 private:

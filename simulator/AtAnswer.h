@@ -3,7 +3,7 @@
 #include <QByteArray>
 #include <QList>
 
-/// What a command on the AT port answers.
+/// The answer to a command on the AT port.
 struct AtAnswer {
     enum Result {
         Ok,

@@ -20,7 +20,7 @@ constexpr int NumberWithheld = 128;
 struct Counterpart {
     const char* command; ///< with its operation
     QStringList methods;
-    /// What the method would take, or nothing when the command does something else this time.
+    /// The arguments of the method, or nothing when the command does something else this time.
     std::optional<QVariantList> (*arguments)(const AtCommand& command, const Modem& modem);
 };
 
@@ -90,7 +90,7 @@ AtAnswer Refuse(int number)
 
 QByteArray Quoted(const QString& text)
 {
-    // What would end the text or the line cannot be said there.
+    // Quotes and line ends would end the text or the line.
     QString plain = text;
     plain.remove(QRegularExpression(QStringLiteral("[\"[:cntrl:]]")));
     return '"' + plain.toUtf8() + '"';
@@ -169,7 +169,7 @@ void AtModem::Close()
     arrivalDelay = 0;
     contextActive = false;
     ringTimer.stop();
-    DeliverMessages(); // on the card they wait for whoever opens the port next
+    DeliverMessages(); // to the card, for the next program that opens the port
     const Modem::Power power = modem.PowerState();
     if (!staysOn && power != Modem::Off && power != Modem::PoweringDown) {
         contract.Narrate("ModemSetEnabled", {false});
@@ -576,7 +576,7 @@ AtAnswer AtModem::ListCalls() const
     return answer;
 }
 
-/// 3GPP TS 22.030, 6.5.5: 0 refuses whoever waits or rings, 1 ends the call and takes the one that waits, 1 and a
+/// 3GPP TS 22.030, 6.5.5: 0 refuses the call that waits or rings, 1 ends the call and takes the one that waits, 1 and a
 /// number ends that call. There is no holding.
 AtAnswer AtModem::HandleWaiting(const AtCommand& command)
 {

@@ -25,7 +25,7 @@ public:
     static QString Counterparts();
 
 Q_SIGNALS:
-    /// What the port has to say.
+    /// Bytes to be written to the port.
     void Output(const QByteArray& data);
 
 private:

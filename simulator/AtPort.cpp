@@ -24,7 +24,7 @@ bool WouldBlock()
 
 AtPort::~AtPort()
 {
-    // Whoever is connected to the signals may be gone.
+    // The objects connected to the signals may be gone.
     blockSignals(true);
     Close();
     for (Entrance& entrance : entrances) {
@@ -74,7 +74,7 @@ QString AtPort::Listen(int listener, const void* address, unsigned size, const Q
     return {};
 }
 
-/// Takes those who wait while nobody has the port.
+/// Accepts connections while the port is free.
 void AtPort::Admit()
 {
     for (Entrance& entrance : entrances)
@@ -86,7 +86,7 @@ void AtPort::Accept(int listener)
     const int arrived = accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (arrived < 0)
         return;
-    if (!plugged) {
+    if (!plugged || client >= 0) { // both entrances may have had a connection in one turn
         close(arrived);
         return;
     }

@@ -7,8 +7,8 @@
 
 #include <memory>
 
-/// A serial port that is reached through a socket. One program at a time has it open; whoever comes meanwhile waits
-/// until it is closed.
+/// A serial port that is reached through a socket. One program at a time has it open; the next connection is accepted
+/// when it is closed.
 class AtPort : public QObject
 {
     Q_OBJECT
@@ -21,11 +21,11 @@ public:
     QString ListenOnAbstract(const QString& name);
 
     bool IsOpen() const { return client >= 0; }
-    /// Nothing is lost on a program that reads; what one that does not read leaves to pile up is dropped.
+    /// Never blocks. When the program does not read, at most 256 KiB are kept for it, and further data are dropped.
     void Write(const QByteArray& data);
     /// Ends the connection, as a device that is unplugged.
     void Close();
-    /// Lets nobody in while unplugged.
+    /// While unplugged, connections are closed at once.
     void SetPlugged(bool plugged);
 
 Q_SIGNALS:

@@ -52,7 +52,7 @@ public:
     void Leave();
     bool IsOnBus() const { return onBus; }
 
-    /// What happens is told in the interface's terms although another front end carries it.
+    /// Emits Asked() and Sent() for events of another front end, too, in this interface's terms.
     void SetNarrating() { narrating = true; }
     /// Records a request that another front end has taken.
     void Narrate(const QString& method, const QVariantList& arguments);

@@ -24,10 +24,10 @@ constexpr int ShortLimit = 3000;
 constexpr int CallLimit = 15000;
 constexpr int SmsLimit = 20000;
 constexpr int PowerOffLimit = 60000;
-/// What comes later than that would also come too late the next time, and is not waited for.
+/// An answer that is late is awaited for so much longer, to report how late it is.
 constexpr int Patience = 5000;
 
-// What it waits for besides.
+// Its other time limits.
 constexpr int RegistrationLimit = 180000; ///< from power-on on; then the modem is cycled
 constexpr int SimCheckDelay = 20000;      ///< from power-on until it asks for the SIM card
 constexpr int RingingLimit = 30000;       ///< then it hangs up

@@ -6,14 +6,14 @@
 #include <QElapsedTimer>
 #include <QObject>
 
-/// Puts the GSM daemon that is on the session bus, whoever made it, through what the phone service will ask of it, and
-/// prints what its maker has to mend. The phone service must not run meanwhile.
+/// Tests the GSM daemon on the session bus against the contract: asks it for everything that the phone service will ask
+/// for, and prints what its maker has to mend. The phone service must not run meanwhile.
 class DaemonCheck : public QObject
 {
     Q_OBJECT
 
 public:
-    /// What can only be tried with somebody at the other end; empty is not tried.
+    /// The other ends of a call and of a message; an empty one is not tried.
     struct Numbers {
         QString call;
         QString sms;

@@ -7,7 +7,7 @@
 
 #include <array>
 
-/// What the device offers.
+/// The front ends and services that the device offers.
 struct DeviceOptions {
     int atTcpPort = 0;        ///< the modem is a serial AT port there instead of the GSM daemon
     QString atAbstractName{}; ///< the same, on a socket in the abstract namespace
@@ -35,7 +35,7 @@ public:
 
     Modem& TheModem() { return modem; }
     bool HasAtPort() const { return options.HasAtPort(); }
-    /// @return why nobody would be told of a call or message, if so.
+    /// @return why a call or message would reach nobody, if so.
     QString WhyUnheard() const;
     QVariantMap State() const;
     QVariantMap AudioState() const { return audio.State(); }

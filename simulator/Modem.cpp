@@ -199,7 +199,7 @@ void Modem::EndCall(int id, End why)
     Q_EMIT CallEnded(ended, why);
 }
 
-/// Whoever waited for a call that has ended rings.
+/// A waiting call rings when the other one has ended.
 void Modem::RingWaiting()
 {
     if (Call* waiting = FindCall(Call::Waiting); waiting && calls.size() == 1) {

@@ -57,7 +57,7 @@ public:
 
     QVariantMap State() const;
 
-    // What a front end asks. Each that can be refused returns whether it was done.
+    // For the front ends. A request that can be refused returns whether it was done.
     Power PowerState() const { return power; }
     bool IsSilent() const { return silent; }
     bool IsPlugged() const { return plugged; }

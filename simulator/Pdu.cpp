@@ -295,7 +295,7 @@ std::optional<Coding> ReadCoding(int scheme)
     return group == 0x0f && scheme & 0x04 ? Coding::EightBit : Coding::SevenBit;
 }
 
-/// What the header says of the message's parts; parts that make no sense are those of a message of one part.
+/// Reads the message's parts from the header. A part number outside of them is ignored, as 3GPP TS 23.040 has it.
 void ReadHeader(const QByteArray& header, Pdu::Message& message)
 {
     for (Reader reader(header); reader.IsGood() && !reader.Rest().isEmpty();) {

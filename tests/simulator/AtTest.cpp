@@ -12,7 +12,7 @@
 namespace
 {
 
-// What is waited for comes soon, what must not come is an hour away.
+// Events that are awaited come soon; the others are an hour away.
 constexpr DeviceTimes times = {10, 10, 10, 3600000, 3600000};
 
 }
@@ -42,7 +42,7 @@ private:
     int Connect() const;
     void Write(const QByteArray& data) { QCOMPARE(write(client, data.data(), std::size_t(data.size())), data.size()); }
     QByteArray Read();
-    /// What the port says next, up to a final result code, without blank lines.
+    /// Writes a line. @return the answer up to its final result code, without blank lines.
     QString Ask(const QByteArray& line);
     void Register();
     bool Run(const QString& line) { return commands->Run(line).done; }
@@ -340,11 +340,10 @@ void AtTest::hostile_data()
     QTest::newRow("quotes") << QByteArray("AT+CGDCONT=1,\"IP,\"\"\",,,\"\r");
 }
 
-/// Whatever comes, read or not, the simulator goes on, and whoever opens the port next finds it as new.
+/// Hostile input, whose answers are not read, does no harm, and the port is as new when it is opened again.
 void AtTest::hostile()
 {
     QFETCH(QByteArray, input);
-    // What the port says is not read: its writer must not block.
     for (int done = 0; done < input.size();) {
         const ssize_t size = send(client, input.data() + done, std::size_t(input.size() - done), MSG_DONTWAIT);
         done += size > 0 ? int(size) : 0;

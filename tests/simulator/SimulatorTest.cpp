@@ -219,13 +219,17 @@ private Q_SLOTS:
         QVERIFY(Run("ring 1") && Run("hangup") && Run("sms 1 hello"));
         QCOMPARE(Status("Call", {"2"}), 0);
         QVERIFY(Run("reject"));
+        // Dialled in vain is rejected, whoever hung up, except by CallHangupAll.
+        for (const char* hangup : {"CallHangup", "CallHangupAll"}) {
+            QCOMPARE(Status("Call", {"3"}), 0);
+            QCOMPARE(Status(hangup), 0);
+        }
         QCOMPARE(Status("Call", {"3"}), 0);
         QVERIFY(Run("answer") && Run("modem drop"));
-        const QStringList sent = {"ModemAdded s",           "ModemPowered ",
-                                  "ModemRegistered ",       "SignalQuality y",
-                                  "CallIncoming a{sv}",     "CallTerminated a{sv}",
-                                  "MessageReceived sa{sv}", "CallRejected a{sv}",
-                                  "CallAnswered a{sv}",     "ModemOff "};
+        const QStringList sent = {"ModemAdded s",           "ModemPowered ",      "ModemRegistered ",
+                                  "SignalQuality y",        "CallIncoming a{sv}", "CallTerminated a{sv}",
+                                  "MessageReceived sa{sv}", "CallRejected a{sv}", "CallRejected a{sv}",
+                                  "CallTerminated a{sv}",   "CallAnswered a{sv}", "ModemOff "};
         QTRY_COMPARE(received, sent);
     }
 
@@ -263,6 +267,14 @@ private Q_SLOTS:
         QCOMPARE(State("call"), "none");
         QCOMPARE(events.filter("<-"),
                  (QStringList{"<- gsm ModemPowered()", "<- gsm ModemRegistered()", "<- gsm SignalQuality(90)"}));
+
+        events.clear();
+        QVERIFY(Run("modem unplug") && !Run("modem unplug"));
+        QCOMPARE(Status("ModemSetEnabled", {true}), 1);
+        QVERIFY(Run("modem plug"));
+        Register();
+        QCOMPARE(events.filter("<- gsm Modem").mid(0, 2),
+                 (QStringList{"<- gsm ModemOff()", "<- gsm ModemAdded(\"/com/quillmark/kova/gsmmanager/modem0\")"}));
     }
 
     void faults()

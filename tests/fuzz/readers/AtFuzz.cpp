@@ -2,7 +2,7 @@
 
 #include <QCoreApplication>
 
-/// Whatever comes in on the port, in pieces, it goes on answering.
+/// Feeds the input in pieces of changing sizes; afterwards the port must still answer.
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
     static int argc = 0;

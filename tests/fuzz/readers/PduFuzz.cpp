@@ -2,7 +2,7 @@
 
 #include <QtGlobal>
 
-/// Whatever the unit holds, what is read from it goes out and comes back.
+/// A message that can be read from the input survives being encoded and read again.
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
     const QByteArray unit(reinterpret_cast<const char*>(data), static_cast<int>(size));
