@@ -214,5 +214,7 @@ int main(int argc, char** argv)
     offers.audio = !options.isSet(noAudio);
     if (options.isSet(atTcp) && (offers.atTcpPort < 1 || offers.atTcpPort > USHRT_MAX))
         return Complain(ExitUsage, QStringLiteral("a TCP port is a number from 1 to 65535"));
+    if (options.isSet(atAbstract) && offers.atAbstractName.isEmpty())
+        return Complain(ExitUsage, QStringLiteral("the name of a socket is not empty"));
     return BeDevice(times, offers, mode.value(1), options.isSet(quiet), HoldSignals({SIGINT, SIGTERM}));
 }
