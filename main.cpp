@@ -32,7 +32,7 @@ void OnTerminationSignal(int signum)
 
 int main(int argc, char** argv)
 {
-    Process::Prepare();
+    Process::Prepare(Names::PhoneObject);
     if (argc > 1) {
         std::fprintf(stderr, "phonemanager: unexpected argument '%s': the service takes none\n", argv[1]);
         return StartFailed;

@@ -119,7 +119,7 @@ int Serve(const QString& modemSource, const QString& modemSink, int signalInput)
 
 int main(int argc, char** argv)
 {
-    Process::Prepare();
+    Process::Prepare(Names::SoundManagerObject);
     const int signalInput = HoldSignals({SIGINT, SIGTERM});
     // libpulse would ask the X server for a sound server's address, and wait for its answer.
     qunsetenv("DISPLAY");
@@ -145,7 +145,6 @@ int main(int argc, char** argv)
         return ExitStatusUsage;
     }
 
-    LogInterface log{QLatin1String(Names::LogObject)};
-    _logInterface = &log;
+    _logInterface = new LogInterface(QLatin1String(Names::LogObject)); // never deleted: Qt may log to the very end
     return Serve(options.value(source), options.value(sink), signalInput);
 }

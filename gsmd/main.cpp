@@ -106,13 +106,12 @@ int Run(const QString& stackName, const QString& modem, int signalInput)
 
 int main(int argc, char** argv)
 {
-    Process::Prepare();
+    Process::Prepare(Names::GsmObject);
     const int signalInput = HoldSignals({SIGINT, SIGTERM});
     const QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("kova-gsmd"));
     QCoreApplication::setApplicationVersion(QStringLiteral(KOVA_VERSION));
-    LogInterface log{QString::fromLatin1(LogObject)};
-    _logInterface = &log;
+    _logInterface = new LogInterface(QString::fromLatin1(LogObject)); // never deleted: Qt may log to the very end
 
     QStringList names{QString::fromLatin1(AnyStack)};
     for (const KnownStack& known : knownStacks)

@@ -1,10 +1,13 @@
 #include "Process.h"
 
+#include "Log.h"
+
 #include <QCoreApplication>
 #include <QTimer>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -20,6 +23,17 @@ sigset_t TerminationSignals()
     return termination;
 }
 
+const char* messageOrigin = nullptr;
+
+void LogQtMessage(QtMsgType type, const QMessageLogContext&, const QString& message)
+{
+    if (!_logInterface)
+        std::fprintf(stderr, "%s\n", message.toLocal8Bit().constData());
+    else
+        LOG_FROM(messageOrigin, type == QtDebugMsg || type == QtInfoMsg ? LogLevelTrace : LogLevelWarning, "Qt: %s",
+                 message.toLocal8Bit().constData());
+}
+
 void MaskTermination(int how)
 {
     const sigset_t termination = TerminationSignals();
@@ -28,7 +42,7 @@ void MaskTermination(int how)
 
 }
 
-void Process::Prepare()
+void Process::Prepare(const char* logOrigin)
 {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
         // The lowest free number is the closed descriptor's: those below are open by now.
@@ -36,6 +50,8 @@ void Process::Prepare()
             static_cast<void>(open("/dev/null", O_RDWR));
     }
     std::signal(SIGPIPE, SIG_IGN);
+    messageOrigin = logOrigin;
+    qInstallMessageHandler(LogQtMessage);
 }
 
 void Process::HoldTermination()

@@ -47,7 +47,7 @@ int Guard(int signalInput)
 
 int main(int argc, char** argv)
 {
-    Process::Prepare();
+    Process::Prepare(Names::PhoneObject);
     const int signalInput = HoldSignals({SIGINT, SIGTERM});
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("kova-suspend"));
@@ -63,7 +63,6 @@ int main(int argc, char** argv)
         return ExitStatusUsage;
     }
 
-    LogInterface log{QLatin1String(Names::LogObject)};
-    _logInterface = &log;
+    _logInterface = new LogInterface(QLatin1String(Names::LogObject)); // never deleted: Qt may log to the very end
     return Guard(signalInput);
 }
