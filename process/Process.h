@@ -6,8 +6,8 @@ namespace Process
 {
 
 /// Opens /dev/null on those of the descriptors 0 to 2 that are closed, so that no socket gets their numbers and with
-/// them the log, ignores SIGPIPE, so that a reader of the log that dies takes nobody with it, and leads Qt's own messages
-/// into the log, which never waits for its reader. To be called before anything is opened.
+/// them the log, ignores SIGPIPE, so that a reader of the log that dies takes nobody with it, and leads Qt's own
+/// messages into the log, which never waits for its reader. To be called before anything is opened.
 /// @param logOrigin object path that Qt's messages are logged under.
 void Prepare(const char* logOrigin);
 
