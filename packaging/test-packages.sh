@@ -25,7 +25,9 @@ for package in phonemanager kova-phone-dev; do
 done
 cmake -S packaging/tests/consumer -B $work/consumer -G Ninja -DCMAKE_PREFIX_PATH="$PWD/$work/dev/usr" >/dev/null
 cmake --build $work/consumer -- --quiet
-KOVA_CONFIG_FILE=$work/none dbus-run-session -- $work/consumer/consumer || fail "the program built against it"
+# The libraries need each other, and are not where a system has them.
+LD_LIBRARY_PATH=$(echo $work/dev/usr/lib/*-linux-*) KOVA_CONFIG_FILE=$work/none \
+    dbus-run-session -- $work/consumer/consumer || fail "the program built against it"
 
 # The same packages again, as the next version.
 for package in "${packages[@]}"; do
