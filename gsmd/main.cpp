@@ -92,7 +92,10 @@ int Run(const QString& stackName, const QString& modem, int signalInput)
     QObject::connect(&finder, &StackFinder::Lost, &daemon, &GsmDaemon::Detach);
 
     const QSocketNotifier signalled(signalInput, QSocketNotifier::Read);
-    QObject::connect(&signalled, &QSocketNotifier::activated, &daemon, &GsmDaemon::Stop);
+    QObject::connect(&signalled, &QSocketNotifier::activated, &daemon, [&daemon, signalInput] {
+        TakeSignals(signalInput);
+        daemon.Stop();
+    });
     QObject::connect(
         &daemon, &GsmDaemon::Stopped, &daemon, [] { QCoreApplication::exit(0); }, Qt::QueuedConnection);
 

@@ -40,7 +40,7 @@ done
 step "A clean Debian root"
 make_root $root --variant=minbase
 mkdir $root/packages
-cp packaging/tests/session.sh build-deb/*_"${version}_$arch".deb $work/*_next.deb $root/packages/
+cp packaging/tests/session.sh packaging/tests/session-gsmd.sh build-deb/*_"${version}_$arch".deb $work/*_next.deb $root/packages/
 run() { in_root $root "$@"; }
 apt() {
     run apt-get --yes --no-install-recommends "$@" >$work/apt.log 2>&1 || { cat $work/apt.log >&2; fail "apt-get $*"; }
@@ -72,6 +72,13 @@ run sh -c 'ls /usr/share/man/man1/phonectl.1.gz /usr/share/man/man1/kova-simulat
     /usr/share/man/man8/phonemanager.8.gz /usr/share/bash-completion/completions/phonectl /usr/share/zsh/vendor-completions/_phonectl \
     /usr/share/fish/vendor_completions.d/phonectl.fish' >/dev/null
 as_anna "sh /packages/session.sh"
+
+step "The GSM daemon on a stock oFono"
+apt install "/packages/kova-gsmd_${version}_$arch.deb" ofono
+run usermod --append --groups dialout anna
+run sh /packages/session-gsmd.sh anna
+! run sh /packages/session-gsmd.sh mallory >/dev/null 2>&1 || fail "anybody may use the modem"
+apt purge kova-gsmd ofono
 
 step "Upgrade"
 kept=$(md5sum $settings $contacts)
