@@ -68,5 +68,8 @@ else()
     message(FATAL_ERROR "${unknown}")
   endif()
   string(REPLACE "qdbus_cast<" "qvariant_cast<" header "${header}")
+  # The class's second name, in a namespace made of the interface's name, can't stand beside that of an interface whose
+  # name goes on from there. Nobody uses it.
+  string(REGEX REPLACE "\nnamespace [a-z]+ {.*}\n#endif" "\n#endif" header "${header}")
   file(WRITE ${BASE}.h "${header}")
 endif()

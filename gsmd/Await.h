@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDBusError>
 #include <QDBusPendingCallWatcher>
 
 /// Has a function called with a remote call's answer, when it is there, unless the owner is gone by then.
@@ -11,4 +12,11 @@ void Await(QObject* owner, const Reply& reply, Then then)
         watcher->deleteLater();
         then(Reply(*watcher));
     });
+}
+
+/// Tells from the answer to a request whether the remote object does not exist any more.
+inline bool IsGone(const QDBusError& error)
+{
+    return error.type() == QDBusError::UnknownObject || error.type() == QDBusError::UnknownMethod ||
+           error.type() == QDBusError::UnknownInterface;
 }

@@ -19,8 +19,6 @@ constexpr char InternetContext[] = "internet";
 // oFono gives a modem 20 s to change its power, and some drivers more.
 constexpr int PowerTimeoutMs = 60000;
 constexpr int DialTimeoutMs = 60000;
-constexpr int PingTimeoutMs = 20000;
-constexpr int RetryLinkMs = 60000; ///< a network that refuses the data connection is not to be pestered
 
 QString ErrorName(const char* name)
 {
@@ -33,11 +31,6 @@ bool ModemAnswered(const QDBusError& error)
     // A refusal is an answer. Where the stack can't ask, nothing speaks against the modem either.
     return !error.isValid() || error.name() == ErrorName("Failed") || error.name() == ErrorName("NotImplemented") ||
            error.name() == ErrorName("AccessDenied");
-}
-
-bool IsGone(const QDBusError& error)
-{
-    return error.type() == QDBusError::UnknownObject || error.type() == QDBusError::UnknownMethod;
 }
 
 QSet<QString> InterfacesOf(const QVariant& value)

@@ -62,6 +62,10 @@ public:
     /// Connects with the access point that was set, now or as soon as the network lets it.
     virtual void BringUpLink(const Apn& apn) = 0;
 
+protected:
+    static constexpr int PingTimeoutMs = 20000;
+    static constexpr int RetryLinkMs = 60000; ///< a network that refuses the connection is not to be pestered
+
 Q_SIGNALS:
     /// The modem is there or gone, or its power has changed.
     void ModemChanged();

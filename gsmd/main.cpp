@@ -2,6 +2,7 @@
 #include "GsmAdaptor.h"
 #include "GsmDaemon.h"
 #include "LogGsmd.h"
+#include "ModemManagerStack.h"
 #include "OfonoStack.h"
 #include "Process.h"
 #include "SignalInput.h"
@@ -43,6 +44,7 @@ std::unique_ptr<Stack> Make(const QDBusConnection& bus, const QString& owner, co
 
 constexpr KnownStack knownStacks[] = {
     {"ofono", OfonoStack::Service, Make<OfonoStack>},
+    {"modemmanager", ModemManagerStack::Service, Make<ModemManagerStack>},
 };
 
 constexpr char AnyStack[] = "auto";

@@ -39,9 +39,8 @@ struct Case {
 const Case cases[] = {
     {"off and on and off in quick succession",
      {"begin ModemSetEnabled false", "begin ModemSetEnabled true", "see ModemPowered()", "see ModemRegistered()",
-      "see SignalQuality(70)", "begin ModemSetEnabled false", "begin ModemSetEnabled true",
-      "ask ModemSetEnabled false = 0", "see ModemOff()", "ask ModemSetEnabled true = 0", "see ModemPowered()",
-      "see ModemRegistered()"}},
+      "begin ModemSetEnabled false", "begin ModemSetEnabled true", "ask ModemSetEnabled false = 0", "see ModemOff()",
+      "ask ModemSetEnabled true = 0", "see ModemPowered()", "see ModemRegistered()"}},
     {"call out", callActive + QStringList{"ask Call 492 = 1", "device hangup", "see CallTerminated(491)"}},
     {"busy number", {"device number 491 reject", "ask Call 491 = 0", "see CallRejected(491)"}},
     {"dial fails",
@@ -68,12 +67,25 @@ const Case cases[] = {
       "ask SendSms 494 No = 2", "device fault SendSms clear", "device sms 495 Hello", "see MessageReceived(Hello)"}},
     {"message that takes long", {"device fault SendSms delay 30000 times 1", "ask SendSms 494 Slow = 3"}},
     {"access point", {"ask GprsSetApn internet user word = 0", "state apn internet"}},
+    {"network lost and found",
+     {"device network lost", "see ModemPowered()", "ask PingRegistration = 1", "device network found",
+      "see ModemRegistered()"}},
+    {"stack killed in a call",
+     callActive + QStringList{"stack kill", "see ModemOff()", "ask ModemSetEnabled true = 0", "ask Call 491 = 0",
+                              "see CallRejected(491)", "stack start", "see ModemAdded(*)", "see ModemPowered()",
+                              "see ModemRegistered()"}},
+    {"killed in a call itself",
+     callActive + QStringList{"gsmd kill", "gsmd start", "see ModemAdded(*)", "state call none",
+                              "ask ModemSetEnabled false = 0", "ask ModemSetEnabled true = 0", "see ModemPowered()",
+                              "see ModemRegistered()"}},
+};
+
+/// ModemManager's virtual modem does not notice a pulled card or cable and asks for the strength only every 30 s; a
+/// second caller is left alone there.
+const Case ofonoCases[] = {
     {"strength and ping",
      {"ask SignalStrength = 0 70", "device signal 40", "see SignalQuality(38)", "ask PingRegistration = 0",
       "see SignalQuality(38)", "device signal 71", "see SignalQuality(70)"}},
-    {"network lost and found",
-     {"device network lost", "see ModemPowered()", "ask PingRegistration = 1", "device network found",
-      "see ModemRegistered()", "see SignalQuality(70)"}},
     {"modem hangs",
      {"device fault PingRegistration silent times 1", "ask PingRegistration = 0", "log The modem does not answer",
       "ask ModemSetEnabled false = 0", "see ModemOff()", "ask ModemSetEnabled true = 0", "see ModemPowered()",
@@ -86,18 +98,6 @@ const Case cases[] = {
      callActive + QStringList{"device modem unplug", "see ModemOff()", "ask IsSimPresent = 1 false",
                               "device modem plug", "ask ModemSetEnabled true = 0", "see ModemPowered()",
                               "see ModemRegistered()", "state call none"}},
-    {"stack killed in a call",
-     callActive + QStringList{"stack kill", "see ModemOff()", "ask ModemSetEnabled true = 0", "ask Call 491 = 0",
-                              "see CallRejected(491)", "stack start", "see ModemAdded(*)", "see ModemPowered()",
-                              "see ModemRegistered()"}},
-    {"killed in a call itself",
-     callActive + QStringList{"gsmd kill", "gsmd start", "see ModemAdded(*)", "state call none",
-                              "ask ModemSetEnabled false = 0", "ask ModemSetEnabled true = 0", "see ModemPowered()",
-                              "see ModemRegistered()"}},
-};
-
-/// What only one of the stacks does, or shows in this simulation.
-const Case ofonoCases[] = {
     {"a second caller finds the line busy",
      {"device ring 493", "see CallIncoming(493)", "ask CallAnswer = 0", "device ring 494", "state waiting ",
       "state call active", "device hangup", "see CallTerminated(493)"}},
@@ -196,6 +196,9 @@ bool StackTest::StartGsmd()
     environment.insert("LD_PRELOAD", KOVA_FAKETIME);
     environment.insert("FAKETIME", "+0 x" + QString::number(GsmdSpeed));
     environment.insert("FAKETIME_DISABLE_SHM", "1");
+    // In its test mode, ModemManager is on the session bus.
+    if (!isOfono)
+        environment.insert("DBUS_SYSTEM_BUS_ADDRESS", environment.value("DBUS_SESSION_BUS_ADDRESS"));
     gsmd.setProcessEnvironment(environment);
     gsmd.start(KOVA_BUILD_DIR "/kova-gsmd", QStringList());
     return QTest::qWaitFor(

@@ -1,0 +1,107 @@
+#pragma once
+
+#include "ManagedObjects.h"
+#include "ModemManagerMessaging.h"
+#include "ModemManagerModem.h"
+#include "ModemManagerObjects.h"
+#include "ModemManagerVoice.h"
+#include "Stack.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QMap>
+#include <QSet>
+#include <QTimer>
+
+#include <memory>
+
+/// ModemManager.
+class ModemManagerStack : public Stack
+{
+    Q_OBJECT
+
+public:
+    static constexpr char Service[] = "org.freedesktop.ModemManager1";
+
+    /// @param owner the unique name of the process that owns the service's name.
+    /// @param wantedModem the modem's object path, or empty for the first that can carry calls.
+    ModemManagerStack(const QDBusConnection& bus, const QString& owner, const QString& wantedModem);
+    ~ModemManagerStack() override;
+
+    QString ModemPath() const override { return modem ? modem->path : QString(); }
+    bool IsOn() const override;
+    bool IsRegistered() const override;
+    std::optional<bool> SimPresent() const override;
+    std::optional<int> Strength() const override { return modem ? modem->strength : std::nullopt; }
+
+    bool TakePowerStep(bool on, const Done& done) override;
+    void Ping(const Done& done) override;
+    void Dial(const QString& number, const std::function<void(const QString& id)>& done) override;
+    void Answer(const QString& id, const Done& done) override;
+    void Hangup(const QString& id, const Done& done) override;
+    void SendSms(const QString& recipient, const QString& text, const Done& done) override;
+    void SetApn(const Apn& apn, const Done& done) override;
+    void BringUpLink(const Apn& apn) override;
+
+private Q_SLOTS:
+    void OnPropertiesChanged(const QString& interface, const QVariantMap& changed, const QStringList& invalidated,
+                             const QDBusMessage& signal);
+
+private:
+    /// The modem in use and what ModemManager says of it. Made anew when another takes its place.
+    struct Modem {
+        Modem(const QString& owner, const QString& path, const QDBusConnection& bus);
+
+        const QString path;
+        ModemManagerModem modem;
+        ModemManagerVoice voice;
+        ModemManagerMessaging messaging;
+
+        int state;
+        uint failedReason = 0;
+        uint powerState = 0;
+        bool powersDown = true; ///< as long as nothing else has been seen
+        bool hasSim = false;
+        std::optional<int> strength;
+        bool strengthIsRecent = false;
+    };
+
+    void OnInterfacesAdded(const QDBusObjectPath& path, const InterfaceMap& interfaces);
+    void OnInterfacesRemoved(const QDBusObjectPath& path, const QStringList& interfaces);
+    void ChooseModem();
+    void OnModemProperties(const QVariantMap& properties);
+    bool LacksCard() const;
+
+    using Properties = std::function<void(const QVariantMap& properties)>;
+    void Fetch(const QString& path, const char* interface, const Properties& then);
+
+    void MeetCall(const QString& path);
+    void OnCallProperties(const QString& path, const QVariantMap& properties);
+    void ReportCall(const QString& path);
+    void EndCall(const QString& path);
+
+    void ReadStoredMessages();
+    void ReadMessage(const QString& path);
+    void OnMessageProperties(const QString& path, const QVariantMap& properties);
+
+    void CreateBearer(const Apn& apn, const Done& done);
+    void TryLink();
+    void OnLinkTried(bool success);
+
+    QDBusConnection bus;
+    const QString owner;
+    const QString wantedModem;
+    ModemManagerObjects objects;
+    QMap<QString, InterfaceMap> modems; ///< all there are, by path
+    std::unique_ptr<Modem> modem;
+    bool wantedOn = false;
+
+    QMap<QString, StackCall> calls;
+    QSet<QString> fetching;   ///< calls of which nothing is known yet
+    QSet<QString> unnumbered; ///< callers whose number may still come
+    QSet<QString> incomplete; ///< messages of which not all parts are there
+
+    std::optional<Apn> linkApn;
+    QString bearer;
+    QTimer linkTimer; ///< runs between a connection that failed and the next try
+};
