@@ -15,7 +15,7 @@ DefaultDevice::DefaultDevice(SoundServer& server, DeviceKind kind) : server(serv
             Finish(this->server.Error());
     });
     connect(&waiting, &Waiting::TimedOut, this,
-            [this] { AUDIO_LOG(LogLevelError, "The sound server does not answer: volume and mute have to wait"); });
+            [] { AUDIO_LOG(LogLevelError, "The sound server does not answer: volume and mute have to wait"); });
 }
 
 void DefaultDevice::SetVolume(double volume, const std::function<void()>& answer)

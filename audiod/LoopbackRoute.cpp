@@ -114,24 +114,25 @@ QList<VoiceLink> LoopbackRoute::Wanted(const SoundSetup& setup)
         return {};
 
     QStringList missing;
-    const auto present = [&](bool found, const QString& what) {
+    const auto require = [&](bool found, const QString& what) {
         if (!found)
             missing.append(what);
         return found;
     };
     const QString speaker = Speaker(setup);
     const QString microphone = Microphone(setup, speaker);
-    const bool hears = present(Contains(setup.sources, modemSource), QStringLiteral("source %1").arg(modemSource)) &
-                       present(!speaker.isEmpty(), QStringLiteral("loudspeaker"));
-    const bool speaks = present(Contains(setup.sinks, modemSink), QStringLiteral("sink %1").arg(modemSink)) &
-                        present(!microphone.isEmpty(), QStringLiteral("microphone"));
+    const bool hasModemSource =
+        require(Contains(setup.sources, modemSource), QStringLiteral("source %1").arg(modemSource));
+    const bool hasSpeaker = require(!speaker.isEmpty(), QStringLiteral("loudspeaker"));
+    const bool hasModemSink = require(Contains(setup.sinks, modemSink), QStringLiteral("sink %1").arg(modemSink));
+    const bool hasMicrophone = require(!microphone.isEmpty(), QStringLiteral("microphone"));
     if (!missing.isEmpty())
         problem = QStringLiteral("the sound server has no %1").arg(missing.join(QStringLiteral(", no ")));
 
     QList<VoiceLink> wanted;
-    if (hears)
+    if (hasModemSource && hasSpeaker)
         wanted.append({modemSource, speaker});
-    if (speaks)
+    if (hasModemSink && hasMicrophone)
         wanted.append({microphone, modemSink});
     return wanted;
 }
