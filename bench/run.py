@@ -337,10 +337,27 @@ def measure():
         await_condition(lambda: log_lines(b"EMERGENCY GSM CALL SUCCESFULLY STOPPED"), "the end of the call")
         details["runs of the queue"] = queue_runs(pid)
 
+    print("GSM daemon ...", file=sys.stderr)
+    details["kova-gsmd"] = gsm_daemon()
+
     print("instructions ...", file=sys.stderr)
     settings(0)
     instruction_counts(figures)
     return {"figures": figures, "details": details}
+
+
+def gsm_daemon():
+    """kova-gsmd beside the minimal program: memory and wake-ups at rest, and its way from a stack's signal to its own.
+    Both buses are this one."""
+    ENVIRONMENT["DBUS_SYSTEM_BUS_ADDRESS"] = ENVIRONMENT["DBUS_SESSION_BUS_ADDRESS"]
+    with Running("QtDBus") as qt, Running("kova-gsmd", [BUILD + "/kova-gsmd"], "com.quillmark.kova.gsmmanager") as pid:
+        text = subprocess.run([OUT + "/gsmd_client", str(CALLS)], check=True, stdout=subprocess.PIPE,
+                              env=ENVIRONMENT).stdout
+        latency = spread([int(line) / 1e6 for line in text.splitlines()])
+        time.sleep(2)  # the stack has left, which is dealt with by then
+        return {"private MiB more than QtDBus": memory(pid, "Private") - memory(qt, "Private"),
+                "wake-ups a minute": idle_wakeups({"kova-gsmd": pid})["kova-gsmd"][0],
+                "ms from the stack's signal to its own": latency}
 
 
 def number(value):
