@@ -1,7 +1,7 @@
 #!/bin/sh
 # What the installed GSM daemon must do with a stock oFono, under the system bus's own policy: oFono runs as root, the
-# session is that of the user named, on a private bus. Run as root.
-# usage: session-gsmd.sh USER
+# session is that of the user named, on a private bus; another user must not reach it. Run as root.
+# usage: session-gsmd.sh USER OTHER_USER
 set -eu
 
 port=21012
@@ -11,6 +11,8 @@ if [ "${1-}" != --in-session ]; then
     printf '[phonesim]\nDriver=phonesim\nAddress=127.0.0.1\nPort=%s\n' $port >/etc/ofono/phonesim.conf
     ofonod -n 2>/dev/null &
     until dbus-send --system --print-reply --dest=org.ofono / org.ofono.Manager.GetModems >/dev/null 2>&1; do sleep 0.1; done
+    ! runuser --user "$2" -- dbus-send --system --print-reply --dest=org.ofono / org.ofono.Manager.GetModems \
+        >/dev/null 2>&1 || { echo "FAILED: anybody may use the modem" >&2; exit 1; }
     exec runuser --login "$1" --command "timeout 300 dbus-run-session -- sh $0 --in-session"
 fi
 
