@@ -174,8 +174,8 @@ QJsonObject FollowCallLoop(Phone& phone, Progress& progress, const QStringList& 
         if (answeredBy.isEmpty())
             phone.LimitTo(LoopStepLimitS);
         const PhoneEvent event =
-            NextEvent(phone, answeredBy.isEmpty() ? QStringLiteral("an answer (a number that rings in vain for 30 s "
-                                                                   "may end the loop)")
+            NextEvent(phone, answeredBy.isEmpty() ? QStringLiteral("an answer (a number that rings in vain is "
+                                                                   "hung up after 30 s)")
                                                   : QStringLiteral("the end of the call"));
         endedBelow |= event.kind == PhoneEvent::CallEndedBelow;
         if (event.kind != PhoneEvent::VoiceCall)
