@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
+#include <utility>
 
 namespace
 {
@@ -55,9 +56,14 @@ ServiceEnvironment::ServiceEnvironment(Phone& phone)
     const QDBusReply<uint> pid = phone.Proxy().connection().interface()->servicePid(QLatin1String(Names::PhoneService));
     QFile file(QStringLiteral("/proc/%1/environ").arg(pid.value()));
     isService = pid.isValid() && file.open(QIODevice::ReadOnly);
-    const QStringList lines = isService ? QString::fromLocal8Bit(file.readAll()).split(QChar('\0'))
-                                        : QProcessEnvironment::systemEnvironment().toStringList();
-    for (const QString& line : lines)
+    QStringList lines;
+    if (isService) {
+        for (const QByteArray& line : file.readAll().split('\0'))
+            lines.append(QString::fromLocal8Bit(line));
+    } else {
+        lines = QProcessEnvironment::systemEnvironment().toStringList();
+    }
+    for (const QString& line : std::as_const(lines))
         values.insert(line.section(QLatin1Char('='), 0, 0), line.section(QLatin1Char('='), 1));
 }
 

@@ -352,8 +352,9 @@ private Q_SLOTS:
         if (log.contains("5 Gsmd->CallAnswer() request success"))
             QVERIFY(bed.WaitForLog("GSM STREAM SUCCESFULLY STARTED") && bed.Command("hangup"));
         QVERIFY(bed.WaitForLog("GSM STREAM SUCCESFULLY STOPPED"));
-        const QStringList wanted = QStringList({Reported("CallIncoming", number), "phone VoiceCall(1)"}) + events +
-                                   (events.contains("-> sound PlayGsmVoice()") ? teardown : QStringList(teardown.mid(0, 2)));
+        const QStringList wanted =
+            QStringList({Reported("CallIncoming", number), "phone VoiceCall(1)"}) + events +
+            (events.contains("-> sound PlayGsmVoice()") ? teardown : QStringList(teardown.mid(0, 2)));
         QCOMPARE(bed.Events().mid(0, wanted.size()), wanted);
         VERIFY_IN_ORDER(bed.LogTexts(9), QStringList({"2 Gsm phone call INCOMING", "4 LineIdentification: " + number}) +
                                              log + QStringList{"2 Gsm phone call TERMINATED"});
