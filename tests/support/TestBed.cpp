@@ -263,9 +263,14 @@ void TestBed::Settle()
     // request wakes it has been handled before it takes the second. Each run of the message queue takes another turn of
     // the loop, and writes to the log.
     // Its log is read all the while: with a full pipe it would never answer.
-    qsizetype logged = 0;
+    const auto queueRuns = [this] {
+        return std::count_if(log.cbegin(), log.cend(), [](const LogLine& line) {
+            return line.message.startsWith(QLatin1String("Process sms queue"));
+        });
+    };
+    qsizetype runs = 0;
     do {
-        logged = log.size();
+        runs = queueRuns();
         for (int i = 0; i < 2 && ServiceRuns(); ++i) {
             const QDBusPendingCallWatcher answer(phone.GetStatus());
             QEventLoop loop;
@@ -274,7 +279,7 @@ void TestBed::Settle()
                 loop.exec();
         }
         ReadLog();
-    } while (log.size() != logged);
+    } while (queueRuns() != runs);
     // Likewise everything that the device tells of has been told before its answer.
     if (device.state() == QProcess::Running)
         Simulator().State().waitForFinished();
