@@ -102,7 +102,6 @@ class Machine:
 
     def kill(self, process, how=signal.SIGKILL):
         process.send_signal(how)
-        process.send_signal(signal.SIGCONT)
         return process.wait(LIMIT)
 
     def pactl(self, *command):
