@@ -5,10 +5,10 @@
 # simulated modem at an AT port.
 set -euo pipefail
 cd "$(dirname "$0")"
-. scripts/need.sh
-. scripts/build.sh
-. scripts/stage.sh
-. scripts/stock.sh
+. shell-lib/need.sh
+. shell-lib/build.sh
+. shell-lib/stage.sh
+. shell-lib/stock.sh
 
 mode=play
 programs=(phonemanager kova-simulator phonectl)

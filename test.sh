@@ -4,7 +4,7 @@
 # over the sources.
 set -euo pipefail
 cd "$(dirname "$0")"
-. scripts/need.sh
+. shell-lib/need.sh
 
 all=no
 case "$*" in

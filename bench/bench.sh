@@ -3,7 +3,7 @@
 # With --quick a rougher measurement. Leaves results.json and results.svg in build/bench.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/need.sh
+. shell-lib/need.sh
 
 case "$*" in
     '' | --quick) ;;

@@ -4,7 +4,7 @@
 # The root in build-ARCH/root is kept for the next run; delete it to have it made anew.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/need.sh
+. shell-lib/need.sh
 . packaging/functions.sh
 
 case "$*" in

@@ -3,7 +3,7 @@
 # packaging/test-packages.sh then tries them in a clean Debian root.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/need.sh
+. shell-lib/need.sh
 . packaging/functions.sh
 
 [ $# -eq 0 ] || { echo "usage: packaging/package.sh" >&2; exit 2; }

@@ -3,7 +3,7 @@
 # root, installs them, makes calls on a bus there, upgrades, removes and purges. As root; ends non-zero on any failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/need.sh
+. shell-lib/need.sh
 . packaging/functions.sh
 
 fail() { echo "FAILED: $*" >&2; exit 1; }

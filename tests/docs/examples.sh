@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs the example clients against the service and the simulated device. usage: examples.sh SOURCE_DIR BUILD_DIR PHONE_CALL
 set -euo pipefail
-. "$1/scripts/stage.sh"
+. "$1/shell-lib/stage.sh"
 stage "$2"
 PATH=$build:$PATH
 

@@ -10,7 +10,7 @@ perl -0777 -ne '
         my $statement = substr($_, $start, pos() - $start);
         next unless $statement =~ /\bLogLevel(Error|Warning)\b/ && $statement =~ /"((?:[^"\\]|\\.)*)"/;
         print "$1\n";
-    }' main.cpp Gsm.cpp PhoneManager.cpp controllers/*.cpp network/*.cpp process/*.cpp platform/*/*.cpp include/common_qdbus.h | sort -u | {
+    }' main.cpp Gsm.cpp PhoneManager.cpp controllers/*.cpp datalink/*.cpp process/*.cpp platform/*/*.cpp include/common_qdbus.h | sort -u | {
     missing=0
     found=0
     while IFS= read -r text; do

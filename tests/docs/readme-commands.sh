@@ -2,7 +2,7 @@
 # Runs every command of the README's sh blocks, in order, against the service and the simulated device.
 # usage: readme-commands.sh SOURCE_DIR BUILD_DIR
 set -euo pipefail
-. "$1/scripts/stage.sh"
+. "$1/shell-lib/stage.sh"
 stage "$2"
 PATH=$build:$PATH
 sqlite3 "$KOVA_CONTACTS_DB" 'DELETE FROM contacts'

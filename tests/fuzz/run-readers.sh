@@ -4,7 +4,7 @@
 # usage: tests/fuzz/run-readers.sh [SECONDS]
 set -euo pipefail
 cd "$(dirname "$0")/../.."
-. scripts/need.sh
+. shell-lib/need.sh
 need "${BUILD_PACKAGES[@]}" clang-16 libclang-rt-16-dev
 
 cmake --preset fuzz >/dev/null

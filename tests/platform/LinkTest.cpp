@@ -20,7 +20,7 @@ private Q_SLOTS:
             const QList<Logged> log = TakeLog();
             QCOMPARE(log.size(), 1);
             QCOMPARE(log[0].level, 2U);
-            QCOMPARE(log[0].Prefix(), QByteArray("[network/LinkState.cpp] LinkState LookUpLink(const char*)"));
+            QCOMPARE(log[0].Prefix(), QByteArray("[datalink/LinkState.cpp] LinkState LookUpLink(const char*)"));
             QVERIFY2(log[0].Message().startsWith("Can't look up network interfaces: ") &&
                          log[0].Message().endsWith(reason),
                      log[0].text.constData());

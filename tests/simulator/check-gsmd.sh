@@ -3,7 +3,7 @@
 # usage: check-gsmd.sh BUILD
 set -euo pipefail
 cd "$(dirname "$0")/../.."
-. scripts/stage.sh
+. shell-lib/stage.sh
 SPEED=10
 stage "$1"
 

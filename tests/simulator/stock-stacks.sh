@@ -4,8 +4,8 @@
 # usage: stock-stacks.sh BUILD ofono|modemmanager
 set -euo pipefail
 cd "$(dirname "$0")/../.."
-. scripts/stage.sh
-. scripts/stock.sh
+. shell-lib/stage.sh
+. shell-lib/stock.sh
 stage "$1"
 start_system_bus
 start_at_device --power-up 100 --register 100 --power-down 100 --answer 1000

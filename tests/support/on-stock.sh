@@ -7,8 +7,8 @@
 # The simulator's options are taken from DEVICE_OPTIONS.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/../.." && pwd)
-. "$top/scripts/stage.sh"
-. "$top/scripts/stock.sh"
+. "$top/shell-lib/stage.sh"
+. "$top/shell-lib/stock.sh"
 
 build_folder=$1 stack=$2
 shift 2
