@@ -16,7 +16,7 @@ packages=("${BUILD_PACKAGES[@]}" faketime sqlite3)
 case "$*" in
     '') ;;
     --shell) mode=shell ;;
-    --stock) mode=stock programs+=(kova-gsmd) packages+=(ofono libglib2.0-bin) ;;
+    --stock) mode=stock programs+=(kova-gsmd) packages+=(ofono) ;;
     *) echo "usage: ./demo.sh [--shell | --stock]" >&2; exit 2 ;;
 esac
 

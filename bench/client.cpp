@@ -23,7 +23,6 @@ namespace
 constexpr int InFlight = 32; ///< calls that wait for their answers when calls are not made one by one
 constexpr int64_t LimitNs = 60'000'000'000;
 constexpr int64_t RepeatNs = 200'000'000; ///< until a signal that nobody seems to hear is sent again
-constexpr char GsmInterface[] = "com.quillmark.kova.gsminterface";
 
 int64_t Now()
 {
@@ -223,8 +222,8 @@ int Relay(int count, const char* path, char** heard)
             begin = Now();
             if (begin > limit)
                 Fail("the signal is not heard", 0);
-            Checked("signal", sd_bus_emit_signal(daemon, path, GsmInterface, "MessageReceived", "sa{sv}", "A message",
-                                                 1, "Sender", "s", "+4912345"));
+            Checked("signal", sd_bus_emit_signal(daemon, path, Names::GsmInterface, "MessageReceived", "sa{sv}",
+                                                 "A message", 1, "Sender", "s", "+4912345"));
         } while (!RunUntil(came, i < 0 ? RepeatNs : LimitNs, {daemon, ear}));
         const int64_t end = Now();
         if (i >= 0)

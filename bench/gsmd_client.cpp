@@ -2,6 +2,7 @@
 // strength again and again, and listens for the daemon on the session bus. Prints nanoseconds, one a line.
 // usage: gsmd_client COUNT
 
+#include "Names.h"
 #include "ObjectList.h"
 
 #include <QCoreApplication>
@@ -36,8 +37,7 @@ public:
     void Start()
     {
         QDBusMessage enable =
-            QDBusMessage::createMethodCall("com.quillmark.kova.gsmmanager", "/com/quillmark/kova/gsmmanager/gsmobj",
-                                           "com.quillmark.kova.gsminterface", "ModemSetEnabled");
+            QDBusMessage::createMethodCall(Names::GsmService, Names::GsmObject, Names::GsmInterface, "ModemSetEnabled");
         enable << true;
         QDBusConnection::sessionBus().asyncCall(enable);
     }
@@ -84,9 +84,8 @@ int main(int argc, char** argv)
     qDBusRegisterMetaType<ObjectList>();
     BenchClient client(argc > 1 ? std::atoi(argv[1]) : 100);
     QDBusConnection system = QDBusConnection::systemBus();
-    if (!QDBusConnection::sessionBus().connect("com.quillmark.kova.gsmmanager", QString(),
-                                               "com.quillmark.kova.gsminterface", "SignalQuality", &client,
-                                               SLOT(OnSignalQuality(uchar))) ||
+    if (!QDBusConnection::sessionBus().connect(Names::GsmService, QString(), Names::GsmInterface, "SignalQuality",
+                                               &client, SLOT(OnSignalQuality(uchar))) ||
         !system.registerVirtualObject("/", &client, QDBusConnection::SubPath) || !system.registerService(Service))
         return 1;
     client.Start();

@@ -1,5 +1,7 @@
 // The floor for a service on QtDBus: one object with one method, and one signal of another service passed on.
 
+#include "Names.h"
+
 #include <QCoreApplication>
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
@@ -46,8 +48,8 @@ int main(int argc, char** argv)
     MinimalObject object;
     MinimalAdaptor adaptor(&object);
     QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.connect("com.quillmark.kova.gsmmanager", "/bench/qt", "com.quillmark.kova.gsminterface", "MessageReceived",
-                     &object, SLOT(OnMessageReceived(QString, QVariantMap))) ||
+    if (!bus.connect(Names::GsmService, "/bench/qt", Names::GsmInterface, "MessageReceived", &object,
+                     SLOT(OnMessageReceived(QString, QVariantMap))) ||
         !bus.registerObject("/bench/qt", &object) || !bus.registerService("bench.Qt"))
         return 1;
     return QCoreApplication::exec();

@@ -1,5 +1,7 @@
 // The floor for any service on the bus: the same as minimal_qt.cpp on the plain C library.
 
+#include "Names.h"
+
 #include <cstdio>
 #include <systemd/sd-bus.h>
 
@@ -39,8 +41,8 @@ int main()
 
     sd_bus* bus = nullptr;
     if (sd_bus_open_user(&bus) < 0 || sd_bus_add_object_vtable(bus, nullptr, Object, Interface, methods, nullptr) < 0 ||
-        sd_bus_match_signal(bus, nullptr, "com.quillmark.kova.gsmmanager", Object, "com.quillmark.kova.gsminterface",
-                            "MessageReceived", OnMessageReceived, nullptr) < 0 ||
+        sd_bus_match_signal(bus, nullptr, Names::GsmService, Object, Names::GsmInterface, "MessageReceived",
+                            OnMessageReceived, nullptr) < 0 ||
         sd_bus_request_name(bus, "bench.Sd", 0) < 0)
         return 1;
     for (;;) {

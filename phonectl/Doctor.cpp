@@ -205,7 +205,7 @@ Finding CheckPeer(Board& board, const char* service, const char* path, const cha
 
 Finding CheckGsmDaemon(Board& board)
 {
-    return CheckPeer(board, Names::GsmService, Names::GsmObject, "com.quillmark.kova.gsminterface");
+    return CheckPeer(board, Names::GsmService, Names::GsmObject, Names::GsmInterface);
 }
 
 /// Only with the daemon for boards with a stock stack, which has the modem from there.
@@ -296,19 +296,17 @@ Finding CheckDataLink(Board& board)
 
 Finding CheckSoundManager(Board& board)
 {
-    return CheckPeer(board, Names::SoundManagerService, Names::SoundManagerObject, "com.quillmark.kova.soundinterface");
+    return CheckPeer(board, Names::SoundManagerService, Names::SoundManagerObject, Names::SoundManagerInterface);
 }
 
 Finding CheckAudioOutCtl(Board& board)
 {
-    return CheckPeer(board, Names::AudioOutCtlService, Names::AudioOutCtlObject,
-                     "com.quillmark.kova.audiooutctlinterface");
+    return CheckPeer(board, Names::AudioOutCtlService, Names::AudioOutCtlObject, Names::AudioOutCtlInterface);
 }
 
 Finding CheckAudioInCtl(Board& board)
 {
-    return CheckPeer(board, Names::AudioInCtlService, Names::AudioInCtlObject,
-                     "com.quillmark.kova.audioinctlinterface");
+    return CheckPeer(board, Names::AudioInCtlService, Names::AudioInCtlObject, Names::AudioInCtlInterface);
 }
 
 Finding CheckContacts(Board& board)

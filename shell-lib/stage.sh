@@ -1,9 +1,10 @@
-# Sourced by what shows or tests the real programs: a private session bus, settings and contacts of its own, and time
-# that runs 20 times as fast. Everything is gone when the sourcing shell ends.
+# Sourced by scripts that show or test the real programs: gives them a private session bus, settings and contacts of
+# their own, and time that runs 20 times as fast. All of it ends with the sourcing shell.
 
 SPEED=20
 
-# stage BUILD: sets the stage for the programs in that build folder.
+# stage BUILD: prepares to run the programs in that build folder. Sets build, scene (a scratch folder) and players (the
+# processes to end).
 stage() {
     build=$(cd "$1" && pwd)
     players=()
@@ -21,13 +22,10 @@ stage() {
     export DBUS_SESSION_BUS_ADDRESS=unix:path=$scene/bus
     dbus-daemon --session --nofork --nopidfile --address="$DBUS_SESSION_BUS_ADDRESS" 2>"$scene/bus.log" &
     players+=($!)
-    until [ -S "$scene/bus" ]; do
-        kill -0 "${players[0]}" 2>/dev/null || { cat "$scene/bus.log" >&2; return 1; }
-        sleep 0.05
-    done
+    await $! "$scene/bus.log" test -S "$scene/bus"
 }
 
-# The bus, first of all players, goes last.
+# Ends the players in reverse order, so that the bus is last.
 clear_stage() {
     local i
     for ((i = ${#players[@]} - 1; i >= 0; --i)); do
@@ -37,40 +35,57 @@ clear_stage() {
     rm -rf "$scene"
 }
 
-# fast PROGRAM [ARGUMENT...]: becomes the program, whose time runs fast.
+# await PID LOG COMMAND...: waits until the command succeeds. Fails and prints the log if the process ends first.
+await() {
+    local pid=$1 log=$2
+    shift 2
+    until "$@" >/dev/null 2>&1; do
+        kill -0 "$pid" 2>/dev/null || { cat "$log" >&2; return 1; }
+        sleep 0.05
+    done
+}
+
+# on_bus NAME: succeeds if the name has an owner on the session bus.
+on_bus() {
+    dbus-send --print-reply=literal --dest=org.freedesktop.DBus / org.freedesktop.DBus.NameHasOwner "string:$1" |
+        grep -q true
+}
+
+# fast PROGRAM [ARGUMENT...]: turns this process into the program, with accelerated time.
 fast() {
     local faketime
     faketime=$(echo /usr/lib/*/faketime/libfaketimeMT.so.1)
     LD_PRELOAD=${faketime%% *} FAKETIME="+0 x$SPEED" FAKETIME_DISABLE_SHM=1 exec "$@"
 }
 
-# start_players: device and service, at the pace of the world, and waits until they are on the bus.
+# start_players [fast]: starts device and service, in real or accelerated time, and waits until both are on the bus.
 start_players() {
-    "$build/kova-simulator" --quiet </dev/null >"$scene/device.log" &
+    "$@" "$build/kova-simulator" --quiet </dev/null >"$scene/device.log" &
     players+=($!)
-    "$build/phonemanager" 2>"$scene/service.log" &
+    await $! "$scene/device.log" on_bus com.quillmark.kova.simulator
+    "$@" "$build/phonemanager" 2>"$scene/service.log" &
     players+=($!)
-    until dbus-send --print-reply --dest=com.quillmark.kova.phonemanager /com/quillmark/kova/phonemanager/phoneobj \
-        org.freedesktop.DBus.Peer.Ping >/dev/null 2>&1; do
-        kill -0 $! 2>/dev/null || { cat "$scene/service.log" >&2; return 1; }
-        sleep 0.05
-    done
+    await $! "$scene/service.log" on_bus com.quillmark.kova.phonemanager
 }
 
-# play SCENARIO: plays it against the service, which has to stop in order at the end.
-play() {
-    local device service
-    fast "$build/kova-simulator" --quiet play "$1" &
-    device=$!
-    players+=($device)
-    fast "$build/phonemanager" 2>"$scene/service.log" &
-    service=$!
-    players+=($service)
-
-    if wait $device && kill $service && wait $service; then
+# finish_play DEVICE SERVICE LOG...: waits until the device has played its scenario, then stops the service. Fails and
+# prints the logs if the scenario failed or the service did not exit in order.
+finish_play() {
+    local device=$1 service=$2
+    shift 2
+    if wait "$device" && kill "$service" && wait "$service"; then
         return
     fi
-    echo "The end of the service's log:" >&2
-    tail -n 40 "$scene/service.log" >&2
+    tail -n 40 "$@" >&2
     return 1
+}
+
+# play SCENARIO: plays it against the service.
+play() {
+    fast "$build/kova-simulator" --quiet play "$1" &
+    local device=$!
+    players+=($device)
+    fast "$build/phonemanager" 2>"$scene/service.log" &
+    players+=($!)
+    finish_play $device $! "$scene/service.log"
 }

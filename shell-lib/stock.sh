@@ -1,7 +1,7 @@
-# Sourced after stage.sh by what runs stock modem stacks: a private system bus, the simulated modem behind an AT port,
-# and oFono or ModemManager on it. All of it ends with the stage.
+# Sourced after stage.sh by scripts that run stock modem stacks: starts a private system bus, the simulated modem behind
+# an AT port, and oFono or ModemManager on that port. All of it ends with the stage.
 
-# start_system_bus: where everybody may do everything. Sets DBUS_SYSTEM_BUS_ADDRESS.
+# start_system_bus: starts a system bus without restrictions. Sets DBUS_SYSTEM_BUS_ADDRESS.
 start_system_bus() {
     export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$scene/system-bus
     cat >"$scene/system-bus.conf" <<END
@@ -31,18 +31,8 @@ END
     await $! "$scene/system-bus.log" test -S "$scene/system-bus"
 }
 
-# await PID LOG COMMAND...: waits until the command succeeds, fails with the log when the process ends before.
-await() {
-    local pid=$1 log=$2
-    shift 2
-    until "$@" >/dev/null 2>&1; do
-        kill -0 "$pid" 2>/dev/null || { cat "$log" >&2; return 1; }
-        sleep 0.05
-    done
-}
-
-# start_at_device [OPTION...]: the simulated modem behind an AT port, of which AT_PORT is the TCP port and AT_NAME the
-# name in the abstract namespace; it can be steered with "kova-simulator send". Its events are in $scene/device.log.
+# start_at_device [OPTION...]: starts the simulated modem behind an AT port. Sets AT_PORT, the TCP port, and AT_NAME, the
+# name in the abstract namespace. "kova-simulator send" steers it; its events are in $scene/device.log.
 start_at_device() {
     AT_NAME=kova-$$
     for AT_PORT in $(shuf -n 20 -i 20000-32000); do
@@ -58,21 +48,23 @@ start_at_device() {
     return 1
 }
 
-# write_ofono_config: makes every ofonod of this shell find the AT port, as the modem /phonesim.
+# write_ofono_config: configures the AT port as the modem /phonesim for every ofonod that this shell starts.
 write_ofono_config() {
     export OFONO_PHONESIM_CONFIG=$scene/phonesim.conf
     printf '[phonesim]\nDriver=phonesim\nAddress=127.0.0.1\nPort=%s\n' "$AT_PORT" >"$OFONO_PHONESIM_CONFIG"
 }
 
-# on_system_bus SERVICE OBJECT INTERFACE.METHOD [ARGUMENT...]: one call on the private system bus, with its answer.
+# on_system_bus SERVICE OBJECT INTERFACE.METHOD [ARGUMENT...]: makes one call on the private system bus and prints the
+# answer.
 on_system_bus() {
     local service=$1 object=$2 method=$3
     shift 3
     dbus-send --bus="$DBUS_SYSTEM_BUS_ADDRESS" --print-reply=literal --dest="$service" "$object" "$method" "$@"
 }
 
-# Both stacks are run by the command in run_fast, if it is set.
-# start_ofonod: sets OFONOD to its process; its log, with all AT traffic, is $scene/ofonod.log.
+# The command in run_fast, if set, runs the stacks.
+
+# start_ofonod: sets OFONOD to the process ID. The log, with all AT traffic, is $scene/ofonod.log.
 start_ofonod() {
     write_ofono_config
     OFONO_AT_DEBUG=1 ${run_fast:-} ofonod -n -d >>"$scene/ofonod.log" 2>&1 &
@@ -81,7 +73,7 @@ start_ofonod() {
     await $OFONOD "$scene/ofonod.log" on_system_bus org.ofono / org.ofono.Manager.GetModems
 }
 
-# start_modemmanager: sets MODEMMANAGER to its process, with the AT port as its one modem; the log is
+# start_modemmanager: starts it with the AT port as its only modem and sets MODEMMANAGER to the process ID. The log is
 # $scene/modemmanager.log.
 start_modemmanager() {
     ${run_fast:-} ModemManager --test-session --test-enable --no-auto-scan --debug >>"$scene/modemmanager.log" 2>&1 &
@@ -92,8 +84,8 @@ start_modemmanager() {
         org.freedesktop.ModemManager1.Test.SetProfile string:kova string:generic array:string:"abstract:$AT_NAME"
 }
 
-# play_stock ofonod|modemmanager: plays the demonstration with the service and kova-gsmd on that stack. It differs from
-# the one on the simulated GSM daemon in what only the modem can do, and leaves out what is asked of that daemon.
+# play_stock ofonod|modemmanager: plays the demonstration with the service and kova-gsmd on that stack. The scenario is
+# adapted: instead of the simulated GSM daemon, which does not run here, the modem disappears.
 play_stock() {
     local device service
     sed -e '/^expect gsm /d' -e 's/^daemon leave$/modem unplug/' -e 's/^daemon return$/modem plug/' \
@@ -105,20 +97,15 @@ play_stock() {
     fast "$build/kova-simulator" --quiet --at-tcp "$AT_PORT" --at-abstract "$AT_NAME" play "$scene/stock.scenario" &
     device=$!
     players+=($device)
-    gdbus wait --session --timeout 60 com.quillmark.kova.simulator
+    await $device /dev/null on_bus com.quillmark.kova.simulator
 
     run_fast=fast "start_$1"
     fast "$build/kova-gsmd" 2>"$scene/gsmd.log" &
     players+=($!)
-    gdbus wait --session --timeout 60 com.quillmark.kova.gsmmanager
+    await $! "$scene/gsmd.log" on_bus com.quillmark.kova.gsmmanager
     fast "$build/phonemanager" 2>"$scene/service.log" &
     service=$!
     players+=($service)
 
-    if wait $device && kill $service && wait $service; then
-        return
-    fi
-    echo "The end of the logs of service and GSM daemon:" >&2
-    tail -n 40 "$scene/service.log" "$scene/gsmd.log" >&2
-    return 1
+    finish_play $device $service "$scene/service.log" "$scene/gsmd.log"
 }

@@ -49,7 +49,7 @@ QString Seconds(int ms)
 
 }
 
-DaemonCheck::DaemonCheck() : contract(BuiltInDescription(QStringLiteral("com.quillmark.kova.gsminterface")))
+DaemonCheck::DaemonCheck() : contract(BuiltInDescription(QLatin1String(Names::GsmInterface)))
 {
     clock.start();
 }

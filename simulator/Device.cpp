@@ -11,11 +11,10 @@ constexpr int HistorySize = 10000;
 
 Device::Device(const DeviceTimes& times, const DeviceOptions& options)
     : options(options),
-      gsm("gsm", Names::GsmService, Names::GsmObject, "com.quillmark.kova.gsminterface"),
-      sound("sound", Names::SoundManagerService, Names::SoundManagerObject, "com.quillmark.kova.soundinterface"),
-      audioOut("audio-out", Names::AudioOutCtlService, Names::AudioOutCtlObject,
-               "com.quillmark.kova.audiooutctlinterface"),
-      audioIn("audio-in", Names::AudioInCtlService, Names::AudioInCtlObject, "com.quillmark.kova.audioinctlinterface"),
+      gsm("gsm", Names::GsmService, Names::GsmObject, Names::GsmInterface),
+      sound("sound", Names::SoundManagerService, Names::SoundManagerObject, Names::SoundManagerInterface),
+      audioOut("audio-out", Names::AudioOutCtlService, Names::AudioOutCtlObject, Names::AudioOutCtlInterface),
+      audioIn("audio-in", Names::AudioInCtlService, Names::AudioInCtlObject, Names::AudioInCtlInterface),
       modem(times),
       daemon(gsm, modem),
       atModem(modem, gsm, options.atStaysOn),

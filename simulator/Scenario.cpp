@@ -53,7 +53,7 @@ void PrintOut(const QString& text)
 
 Scenario::Scenario(Device& device, Commands& commands)
     : commands(commands),
-      phone(BuiltInDescription(QStringLiteral("com.quillmark.kova.phoneinterface")))
+      phone(BuiltInDescription(QLatin1String(Names::PhoneInterface)))
 {
     limit.setSingleShot(true);
     connect(&limit, &QTimer::timeout, this, [this] {

@@ -5,12 +5,7 @@ set -euo pipefail
 stage "$2"
 PATH=$build:$PATH
 
-(fast kova-simulator --quiet </dev/null >"$scene/device.log") &
-players+=($!)
-gdbus wait --session --timeout 30 com.quillmark.kova.simulator
-(fast phonemanager 2>"$scene/service.log") &
-players+=($!)
-gdbus wait --session --timeout 30 com.quillmark.kova.phonemanager
+start_players fast
 
 # expect STATUS OUTPUT COMMAND...: has the far end hang up what it answered
 expect() {

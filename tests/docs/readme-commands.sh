@@ -7,12 +7,7 @@ stage "$2"
 PATH=$build:$PATH
 sqlite3 "$KOVA_CONTACTS_DB" 'DELETE FROM contacts'
 
-(fast kova-simulator --quiet </dev/null >"$scene/device.log") &
-players+=($!)
-gdbus wait --session --timeout 30 com.quillmark.kova.simulator
-(fast phonemanager 2>"$scene/service.log") &
-players+=($!)
-gdbus wait --session --timeout 30 com.quillmark.kova.phonemanager
+start_players fast
 
 # run COMMAND
 run() {

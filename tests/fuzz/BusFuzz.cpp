@@ -20,8 +20,6 @@ constexpr int LookInterval = 50;  ///< messages until the service is given the t
 constexpr int TimeInterval = 100; ///< messages until timers fire
 constexpr int TimeStepMs = 30000;
 
-constexpr char PhoneInterface[] = "com.quillmark.kova.phoneinterface";
-
 /// A method or signal and its arguments: the bus's type letters, but l for a list of texts and m for a map.
 struct Member {
     const char* name;
@@ -206,7 +204,7 @@ private Q_SLOTS:
                 if (hostility.OneIn(2)) {
                     const Member& method = hostility.Choose(phoneMethods);
                     QDBusMessage call = QDBusMessage::createMethodCall(Names::PhoneService, Names::PhoneObject,
-                                                                       PhoneInterface, method.name);
+                                                                       Names::PhoneInterface, method.name);
                     call.setArguments(hostility.Arguments(method.types));
                     QDBusConnection::sessionBus().asyncCall(call);
                 } else {

@@ -19,7 +19,7 @@ namespace
 {
 
 constexpr int TimeLength = sizeof "2000-12-31T23:59:59.999";
-constexpr char Origin[] = "/com/quillmark/kova/phonemanager/phoneobj";
+constexpr char Origin[] = "/com/example/origin";
 
 /// What processes of their own write on standard error while they do the work: one entry a write.
 QList<QByteArray> Writes(const std::function<void()>& work, int processes = 1)

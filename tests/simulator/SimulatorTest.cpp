@@ -25,10 +25,10 @@ struct Peer {
 };
 
 const QMap<QString, Peer> peers = {
-    {"gsm", {Names::GsmService, Names::GsmObject, "com.quillmark.kova.gsminterface"}},
-    {"sound", {Names::SoundManagerService, Names::SoundManagerObject, "com.quillmark.kova.soundinterface"}},
-    {"audio-out", {Names::AudioOutCtlService, Names::AudioOutCtlObject, "com.quillmark.kova.audiooutctlinterface"}},
-    {"audio-in", {Names::AudioInCtlService, Names::AudioInCtlObject, "com.quillmark.kova.audioinctlinterface"}},
+    {"gsm", {Names::GsmService, Names::GsmObject, Names::GsmInterface}},
+    {"sound", {Names::SoundManagerService, Names::SoundManagerObject, Names::SoundManagerInterface}},
+    {"audio-out", {Names::AudioOutCtlService, Names::AudioOutCtlObject, Names::AudioOutCtlInterface}},
+    {"audio-in", {Names::AudioInCtlService, Names::AudioInCtlObject, Names::AudioInCtlInterface}},
 };
 
 // What is waited for comes soon; what must not come between the lines of a test is an hour away.

@@ -9,10 +9,7 @@ stage "$1"
 
 fast "$build/kova-simulator" --power-up 100 --register 100 --power-down 100 </dev/null >"$scene/device.log" &
 players+=($!)
-until grep -qx ready "$scene/device.log"; do
-    kill -0 $! || { cat "$scene/device.log"; exit 1; }
-    sleep 0.05
-done
+await $! "$scene/device.log" grep -qx ready "$scene/device.log"
 
 check() {
     report=$(fast "$build/kova-simulator" check-gsmd call +4930 sms +4930)

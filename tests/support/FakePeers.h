@@ -38,7 +38,7 @@ public:
     /// Sends a signal of the GSM daemon.
     void Send(const char* signal, const QVariantList& arguments)
     {
-        QDBusMessage message = QDBusMessage::createSignal(Names::GsmObject, "com.quillmark.kova.gsminterface", signal);
+        QDBusMessage message = QDBusMessage::createSignal(Names::GsmObject, Names::GsmInterface, signal);
         message.setArguments(arguments);
         bus.send(message);
     }

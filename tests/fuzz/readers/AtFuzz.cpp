@@ -1,4 +1,5 @@
 #include "AtModem.h"
+#include "Names.h"
 
 #include <QCoreApplication>
 
@@ -9,7 +10,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     static QCoreApplication application(argc, nullptr);
 
     Modem modem(DeviceTimes{0, 0, 0, 1000, 0});
-    BusService contract("gsm", "com.example.gsm", "/gsm", "com.quillmark.kova.gsminterface");
+    BusService contract("gsm", "com.example.gsm", "/gsm", Names::GsmInterface);
     AtModem port(modem, contract, false);
     QByteArray said;
     QObject::connect(&port, &AtModem::Output, [&said](const QByteArray& output) { said += output; });
