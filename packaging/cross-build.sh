@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Cross-builds the Debian packages for ARM in build-ARCH/, installs them in a Debian root with that architecture's
-# libraries, and brings service and simulator under emulation to a registered modem and through a call. As root.
+# libraries, and brings the service through calls under emulation: on the simulated GSM daemon and on a stock oFono; the
+# audio services route a call on PulseAudio. As root.
 # The root in build-ARCH/root is kept for the next run; delete it to have it made anew.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -45,16 +46,24 @@ run sh -c "cd /build/phonemanager && DEB_BUILD_OPTIONS=terse dpkg-buildpackage -
 cp "$root"/build/*.deb "build-$arch/"
 
 echo "== Run under emulation"
+apt install ofono pulseaudio pulseaudio-utils
 apt install --reinstall --allow-downgrades \
     $(cd "$root" && ls build/*_"$arch".deb | grep -v -e -dev_ -e -dbgsym_ | sed 's,^,/,')
-# The bus is the machine's own and starts the service through the emulator.
+# The buses are the machine's own and start the programs through the emulator, and so are modem stack and sound server.
 services=$root/home/$user/.local/share/dbus-1/services
 mkdir -p "$services"
-sed "s,^Exec=,&/usr/bin/$emulator ,; /^SystemdService=/d" \
-    "$root/usr/share/dbus-1/services/com.quillmark.kova.phonemanager.service" \
-    >"$services/com.quillmark.kova.phonemanager.service"
+for service in "$root"/usr/share/dbus-1/services/com.quillmark.kova.*.service; do
+    sed "s,^Exec=,&/usr/bin/$emulator ,; /^SystemdService=/d" "$service" >"$services/${service##*/}"
+done
 rm -rf "$root/home/$user/.config/kova" "$root/home/$user/.local/share/kova"
 run chown -R $user: /home/$user
-cp packaging/tests/session.sh "$root/build/"
-run runuser --login $user --command "EMULATOR=$emulator timeout 600 dbus-run-session -- sh /build/session.sh"
+run usermod --append --groups dialout $user
+cp packaging/tests/*.sh "$root/build/"
+as_user() { run runuser --login $user --command "EMULATOR=$emulator timeout 900 dbus-run-session -- sh /build/$1"; }
+echo "-- the simulated GSM daemon"
+as_user session.sh
+echo "-- oFono"
+run env EMULATOR=$emulator sh /build/session-gsmd.sh ofono $user nobody
+echo "-- PulseAudio"
+as_user session-audio.sh
 echo "The packages for $arch are in build-$arch/ and work."

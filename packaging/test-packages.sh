@@ -40,7 +40,7 @@ done
 step "A clean Debian root"
 make_root $root --variant=minbase
 mkdir $root/packages
-cp packaging/tests/session.sh packaging/tests/session-gsmd.sh build-deb/*_"${version}_$arch".deb $work/*_next.deb $root/packages/
+cp packaging/tests/*.sh build-deb/*_"${version}_$arch".deb $work/*_next.deb $root/packages/
 run() { in_root $root "$@"; }
 apt() {
     run apt-get --yes --no-install-recommends "$@" >$work/apt.log 2>&1 || { cat $work/apt.log >&2; fail "apt-get $*"; }
@@ -73,11 +73,13 @@ run sh -c 'ls /usr/share/man/man1/phonectl.1.gz /usr/share/man/man1/kova-simulat
     /usr/share/fish/vendor_completions.d/phonectl.fish' >/dev/null
 as_anna "sh /packages/session.sh"
 
-step "The GSM daemon on a stock oFono"
-apt install "/packages/kova-gsmd_${version}_$arch.deb" ofono
 run usermod --append --groups dialout anna
-run sh /packages/session-gsmd.sh anna mallory
-apt purge kova-gsmd ofono
+for stack in ofono modemmanager; do
+    step "The GSM daemon on a stock $stack"
+    apt install "/packages/kova-gsmd_${version}_$arch.deb" $stack polkitd
+    run sh /packages/session-gsmd.sh $stack anna mallory
+    apt purge kova-gsmd $stack polkitd
+done
 
 step "Upgrade"
 kept=$(md5sum $settings $contacts)
@@ -108,7 +110,6 @@ nothing_left
 
 step "A stock board"
 stock=(kova-phone phonemanager phonectl kova-gsmd kova-audiod kova-suspend)
-cp packaging/tests/session-audio.sh $root/packages/
 apt install $(printf "/packages/%s_${version}_$arch.deb " "${stock[@]}") pulseaudio pulseaudio-utils
 as_anna "sh /packages/session-audio.sh"
 apt purge "${stock[@]}"

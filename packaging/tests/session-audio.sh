@@ -1,6 +1,6 @@
 #!/bin/sh
 # What the installed audio services must do in a user's session, run on a private bus: the first request starts them, with
-# PulseAudio they route a call.
+# PulseAudio they route a call. EMULATOR, if set, runs the programs.
 set -eu
 
 work=$(mktemp -d)
@@ -46,7 +46,7 @@ until pactl info >/dev/null 2>&1; do
 done
 pactl set-default-sink speaker
 pactl set-default-source mic.monitor
-kova-audiod --modem-source modem.monitor --modem-sink modem 2>>"$work/log" &
+${EMULATOR-} /usr/bin/kova-audiod --modem-source modem.monitor --modem-sink modem 2>>"$work/log" &
 daemon=$!
 until on_bus; do
     kill -0 $daemon || fail "the audio services ended"

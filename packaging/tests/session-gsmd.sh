@@ -1,45 +1,79 @@
 #!/bin/sh
-# What the installed GSM daemon must do with a stock oFono, under the system bus's own policy: oFono runs as root, the
-# session is that of the user named, on a private bus; another user must not reach it. Run as root.
-# usage: session-gsmd.sh USER OTHER_USER
+# What the installed GSM daemon must do on a stock modem stack, under the system bus's own policy: the stack runs as root, the
+# session is that of the user named, on a private bus; another user must not reach the modem. Run as root. EMULATOR, if
+# set, runs the programs.
+# usage: session-gsmd.sh ofono|modemmanager USER OTHER_USER
 set -eu
+. "$(dirname "$0")/program.sh"
 
 port=21012
-if [ "${1-}" != --in-session ]; then
-    mkdir -p /run/dbus
-    dbus-daemon --system --fork --nopidfile
-    printf '[phonesim]\nDriver=phonesim\nAddress=127.0.0.1\nPort=%s\n' $port >/etc/ofono/phonesim.conf
-    ofonod -n 2>/dev/null &
-    until dbus-send --system --print-reply --dest=org.ofono / org.ofono.Manager.GetModems >/dev/null 2>&1; do sleep 0.1; done
-    ! runuser --user "$2" -- dbus-send --system --print-reply --dest=org.ofono / org.ofono.Manager.GetModems \
-        >/dev/null 2>&1 || { echo "FAILED: anybody may use the modem" >&2; exit 1; }
-    exec runuser --login "$1" --command "timeout 300 dbus-run-session -- sh $0 --in-session"
-fi
+session=/tmp/session-gsmd
 
-work=$(mktemp -d)
 fail() {
     echo "FAILED: $*" >&2
-    tail -n 50 "$work"/* >&2
+    tail -n 50 $session/* >&2
     exit 1
 }
-# ask METHOD [ARGUMENT...]: asks the GSM daemon
-ask() {
-    dbus-send --session --print-reply=literal --dest=com.quillmark.kova.gsmmanager \
-        /com/quillmark/kova/gsmmanager/gsmobj "com.quillmark.kova.gsminterface.$@"
+
+# on_system_bus SERVICE OBJECT INTERFACE.METHOD [ARGUMENT...]: as root, or as the user that `as` names
+on_system_bus() {
+    service=$1
+    shift
+    ${as:+runuser --user "$as" --} dbus-send --system --print-reply=literal --dest="$service" "$@" 2>&1
 }
 
-kova-simulator --at-tcp $port --register 500 </dev/null >"$work/simulator" 2>&1 &
-simulator=$!
-ask ModemGetStatus | grep -q 'int32 0' || fail "the first request does not start the GSM daemon"
-phonectl enable --wait --timeout 180 >"$work/enable" 2>&1 || fail "the modem does not register"
-phonectl call --wait --timeout 120 +493023125001 >"$work/call" 2>&1 &
-call=$!
-until grep -q answered "$work/call"; do
-    kill -0 $call || fail "the call ended"
-    sleep 0.2
-done
-kova-simulator send hangup
-wait $call || fail "the call did not end well"
-cat "$work/call"
-kill $simulator
-rm -r "$work"
+start_ofono() {
+    printf '[phonesim]\nDriver=phonesim\nAddress=127.0.0.1\nPort=%s\n' $port >/etc/ofono/phonesim.conf
+    ofonod -n 2>$session/stack &
+    until on_system_bus org.ofono / org.ofono.Manager.GetModems >/dev/null; do sleep 0.1; done
+    denied="org.ofono /phonesim org.ofono.Modem.SetProperty string:Powered variant:boolean:false"
+}
+
+start_modemmanager() {
+    mm=org.freedesktop.ModemManager1
+    ModemManager --test-enable --no-auto-scan 2>$session/stack &
+    until [ -e $session/port ] && on_system_bus $mm /org/freedesktop/ModemManager1 $mm.Test.SetProfile \
+        string:kova string:generic array:string:abstract:kova-$port >/dev/null; do sleep 0.1; done &
+    denied="$mm /org/freedesktop/ModemManager1/Modem/0 $mm.Modem.Enable boolean:false"
+}
+
+# ask METHOD: asks the GSM daemon
+ask() {
+    dbus-send --session --print-reply=literal --dest=com.quillmark.kova.gsmmanager \
+        /com/quillmark/kova/gsmmanager/gsmobj "com.quillmark.kova.gsminterface.$1"
+}
+
+in_session() {
+    program kova-simulator --at-tcp $port --at-abstract kova-$port --register 500 </dev/null >$session/simulator 2>&1 &
+    simulator=$!
+    until grep -qx ready $session/simulator; do sleep 0.1; done
+    touch $session/port
+    ask ModemGetStatus | grep -q 'int32 0' || fail "the first request does not start the GSM daemon"
+    program phonectl enable --wait --timeout 300 >$session/enable 2>&1 || fail "the modem does not register"
+    program phonectl call --wait --timeout 300 +493023125001 >$session/call 2>&1 &
+    call=$!
+    until grep -q answered $session/call; do
+        kill -0 $call || fail "the call ended"
+        sleep 0.2
+    done
+    program kova-simulator send hangup
+    wait $call || fail "the call did not end well"
+    cat $session/call
+}
+
+if [ "$1" = --in-session ]; then
+    in_session
+    exit
+fi
+stack=$1 user=$2 other=$3
+rm -rf $session
+mkdir $session
+chown "$user:" $session
+mkdir -p /run/dbus
+dbus-daemon --system --fork --nopidfile
+"start_$stack"
+runuser --login "$user" --command "EMULATOR='${EMULATOR-}' timeout 900 dbus-run-session -- sh $0 --in-session"
+if refusal=$(as=$other on_system_bus $denied); then
+    fail "anybody may switch the modem"
+fi
+case $refusal in *AccessDenied* | *Unauthorized*) ;; *) fail "refused for another reason: $refusal" ;; esac

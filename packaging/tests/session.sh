@@ -2,15 +2,10 @@
 # What the installed packages must do in a user's session, run on a private bus: the first request starts the service, the
 # modem gets to the network, a call goes out and one comes in. EMULATOR, if set, runs the programs.
 set -eu
+. "$(dirname "$0")/program.sh"
 
 number=+493023125001
 work=$(mktemp -d)
-
-program() {
-    name=$1
-    shift
-    ${EMULATOR-} "/usr/bin/$name" "$@"
-}
 
 on_bus() {
     dbus-send --session --print-reply=literal --dest=org.freedesktop.DBus / org.freedesktop.DBus.NameHasOwner \
