@@ -12,10 +12,10 @@
 namespace
 {
 
-constexpr int ShortTimeoutMs = 3000;     ///< for what the daemon answers at once
-constexpr int CallTimeoutMs = 15000;     ///< for what the network has a part in
-constexpr int SmsTimeoutMs = 20000;      ///< for handing a message to the network
-constexpr int PowerOffTimeoutMs = 60000; ///< a modem leaves the network before it powers down
+constexpr int ShortTimeoutMs = 3000;     ///< for methods that the daemon answers at once
+constexpr int CallTimeoutMs = 15000;     ///< dial, answer, hang up: these involve the network
+constexpr int SmsTimeoutMs = 20000;      ///< send a message to the network
+constexpr int PowerOffTimeoutMs = 60000; ///< power off: the modem leaves the network first
 
 }
 
@@ -57,8 +57,8 @@ Gsm::Gsm()
     }
 }
 
-// Runs at the process's end, after the other single instances that were made later are gone. After a failed start the
-// phone manager is still alive and hears Failed(): its slot must use nothing of theirs while no call is in progress.
+// Runs at exit, when the other singletons, which were created later, are already destroyed. After a failed start,
+// PhoneManager still exists and receives Failed(): OnGsmFailed() must not use those singletons unless there is a call.
 Gsm::~Gsm()
 {
     delete gsmdWatcher;
@@ -114,7 +114,7 @@ void Gsm::InstanceGsmProxy()
         LOG(LogLevelProgress, "Gsmd attached");
         Q_EMIT Ready();
     } else {
-        // The useless proxy stays until the daemon's name goes: a second try on the same daemon would end no better.
+        // Keep the useless proxy until the daemon leaves the bus: another try on the same daemon would fail again.
         LOG(LogLevelError, "Error creating gsm proxy");
     }
 }
@@ -191,7 +191,7 @@ bool Gsm::Command(const char* method, const QByteArray& request, int timeoutMs, 
                   const std::source_location& where)
 {
     if (!ready) {
-        // Readers of the log look for this line under the sound manager's path.
+        // Readers of the log expect this line under the sound manager's path.
         LogAt(where, LogLevelError, Names::SoundManagerObject, "Gsm is not ready");
         return false;
     }

@@ -11,32 +11,32 @@
 class GsmProxy;
 class QDBusServiceWatcher;
 
-/// The service's only client of the GSM daemon. It follows the daemon on the session bus, relays its signals and wraps
-/// its commands. Used from the main thread only.
+/// The service's only client of the GSM daemon. It watches the session bus for the daemon, relays its signals and wraps
+/// its methods. Main thread only.
 class Gsm : public QObject
 {
     Q_OBJECT
 
 public:
-    /// The process's instance, made at the first call. If the daemon is already on the bus it is attached at once,
-    /// before anybody can have connected to Ready().
+    /// The only instance, created by the first call. If the daemon is on the bus by then, this attaches it before
+    /// anybody can connect to Ready(): check IsReady().
     static Gsm& Instance();
     ~Gsm() override;
 
-    /// True when the daemon's presence can be followed.
+    /// True if the bus can be watched for the daemon.
     bool IsValid() const { return valid; }
     /// True while the daemon is attached.
     bool IsReady() const { return ready; }
-    /// Stores the last reported ModemStatus, which outlives the daemon. Always true.
+    /// Yields the last reported ModemStatus, also when the daemon has left. Always returns true.
     bool GetModemStatus(int& status) const;
-    /// Stores the last reported signal quality, in the daemon's unit. Always true.
+    /// Yields the last reported signal quality, in the daemon's unit. Always returns true.
     bool GetSignalQuality(unsigned int& quality) const;
 
-    // Commands to the daemon. Each blocks until the answer or its timeout, and is true only when the daemon answered in
-    // time, without error, with the status of success. Without a daemon they fail at once. Nothing is retried.
+    // Commands to the daemon. Each blocks until the answer or its timeout, and returns true only if the daemon answered
+    // in time, without an error and with the status 0. Without a daemon it fails at once. Nothing is retried.
 
     bool PingRegistration();
-    /// @param present to be used only when the command succeeded.
+    /// @param present valid only if the command succeeded.
     bool IsSimPresent(bool& present);
     bool Answer();
     bool HangupAll();
@@ -78,11 +78,12 @@ private:
     void InstanceGsmProxy();
     void DestroyGsmProxy();
 
-    /// One command: checks that the daemon is there, issues the call, waits, traces and logs the outcome.
+    /// Runs one command: checks that the daemon is attached, makes the call, waits for the answer, traces it and logs
+    /// the outcome.
     /// @param method the remote method, for the trace.
     /// @param request the call with its arguments, for the outcome line.
     /// @param issue makes the call and returns its reply, pending or not.
-    /// @param where the command that the lines belong to.
+    /// @param where the place that the log lines name.
     template <typename Issue>
     bool Command(const char* method, const QByteArray& request, int timeoutMs, Issue issue,
                  const std::source_location& where = std::source_location::current());

@@ -25,7 +25,7 @@ constexpr int PowerToRegisteredTimeoutMs = 180000;
 constexpr int SignalQualityPingMs = 300000;
 constexpr int SignalQualityTimeoutMs = 600000;
 constexpr int PppPresenceCheckMs = 600000;
-constexpr int SimCheckDelayMs = 20000; ///< what a modem needs after power-on to read its SIM card
+constexpr int SimCheckDelayMs = 20000; ///< the modem reads its SIM card meanwhile
 
 constexpr int OutgoingCallTimeoutS = 30;
 constexpr int SecondHangupDelayMs = 1000;
@@ -53,7 +53,7 @@ constexpr char GprsEnabledKey[] = "gprs-enabled";
 constexpr char SettingOn[] = "1";
 constexpr char SettingOff[] = "0";
 
-/// Reads a setting afresh: other programs change it too. What cannot be read counts as off.
+/// Reads a setting from the file each time, because other programs change it too. An unreadable setting counts as off.
 bool ReadSetting(const char* section, const char* key,
                  const std::source_location& where = std::source_location::current())
 {
@@ -68,32 +68,33 @@ bool ReadSetting(const char* section, const char* key,
     return ok && value == QLatin1String(SettingOn);
 }
 
+/// The audio service behind a proxy class. The name in the log is fixed, whatever the device calls its own class.
 template <typename Proxy>
 struct AudioService;
 
 template <>
 struct AudioService<SoundManagerProxy> {
-    static constexpr const char* client = "SoundManagerProxy"; ///< in the log, whatever a device's own class is called
+    static constexpr const char* nameInLog = "SoundManagerProxy";
     static constexpr const char* name = Names::SoundManagerService;
     static constexpr const char* object = Names::SoundManagerObject;
 };
 
 template <>
 struct AudioService<AudioOutCtlProxy> {
-    static constexpr const char* client = "AudioOutCtlProxy";
+    static constexpr const char* nameInLog = "AudioOutCtlProxy";
     static constexpr const char* name = Names::AudioOutCtlService;
     static constexpr const char* object = Names::AudioOutCtlObject;
 };
 
 template <>
 struct AudioService<AudioInCtlProxy> {
-    static constexpr const char* client = "AudioInCtlProxy";
+    static constexpr const char* nameInLog = "AudioInCtlProxy";
     static constexpr const char* name = Names::AudioInCtlService;
     static constexpr const char* object = Names::AudioInCtlObject;
 };
 
-/// A client of one audio service, made on the stack for one operation. Users check isValid(); what makes it invalid has
-/// been logged.
+/// A client of one audio service, made on the stack for one operation. Check isValid() before use; if it is false, the
+/// constructor has logged that.
 template <typename Proxy>
 class AudioClient : public Proxy
 {
@@ -103,7 +104,7 @@ public:
     {
         this->setTimeout(timeoutMs);
         if (!this->isValid())
-            LOG_AT(where, LogLevelWarning, "Can't create %s", AudioService<Proxy>::client);
+            LOG_AT(where, LogLevelWarning, "Can't create %s", AudioService<Proxy>::nameInLog);
     }
 };
 
@@ -119,7 +120,7 @@ bool FinishRequest(const char* label, const QByteArray& request, const QDBusPend
     return success;
 }
 
-/// Puts the audio input on the GSM path.
+/// Switches the audio input to the GSM path.
 /// @param sourceName the source's name in the failure line.
 bool SelectInput(int source, const char* sourceName,
                  const std::source_location& where = std::source_location::current())
@@ -130,7 +131,7 @@ bool SelectInput(int source, const char* sourceName,
                          audioInCtl.SetInputSource(source), where);
 }
 
-/// Only contacts that may call in are answered, and only on an exact match: no number is normalised.
+/// True if the number is that of a contact who may call in. Numbers are compared as they are, without normalisation.
 bool IsAuthorised(const QString& number, const std::source_location& where = std::source_location::current())
 {
     kova_provider::Contacts contacts(Names::PhoneObject);
@@ -171,9 +172,9 @@ PhoneManager::PhoneManager() : KovaFeatureBase(Names::PhoneObject)
         }
         LOG(LogLevelProgress, "Gsm service connected");
 
-        // Qt holds back what arrives before the event loop runs. A signal that it reads in the very turn in which it
-        // begins to deliver overtakes those held back (doDispatch() in QtDBus takes new messages first). Should the
-        // registration overtake the power-on in this way, gsmPowerToRegisteredTimer cycles the modem.
+        // Qt queues the signals that arrive before the event loop runs. A signal that is read when the delivery begins
+        // overtakes the queued ones (doDispatch() in QtDBus takes new messages first). If ModemRegistered overtakes
+        // ModemPowered in this way, gsmPowerToRegisteredTimer power-cycles the modem.
         if (gsm.IsReady())
             OnGsmReady();
         else
@@ -196,7 +197,7 @@ PhoneManager::PhoneManager() : KovaFeatureBase(Names::PhoneObject)
              SLOT(OnGsmCallTimeout())},
         };
         for (const auto& [timer, name, intervalMs, slot] : timers) {
-            // A coarse timer may fire a twentieth early, on a modem that is about to register.
+            // A coarse timer may fire 5 % early, while the modem is still about to register.
             timer.setTimerType(Qt::PreciseTimer);
             timer.setInterval(intervalMs);
             if (!connect(&timer, SIGNAL(timeout()), this, slot)) {
@@ -212,7 +213,7 @@ PhoneManager::PhoneManager() : KovaFeatureBase(Names::PhoneObject)
         }
         LOG(LogLevelProgress, "SmsOutController connected");
 
-        // Queued, so that a failed call is torn down before the next one begins.
+        // Queue these, so that a failed call is torn down before the next one begins.
         if (!connect(this, SIGNAL(VoiceCallPrematureFail()), SLOT(OnGsmCallRejected()), Qt::QueuedConnection) ||
             !connect(this, SIGNAL(StartCallLoop(QStringList)), SLOT(StartCallLoopSlot(QStringList)),
                      Qt::QueuedConnection)) {
@@ -310,14 +311,14 @@ int PhoneManager::ForcePhoneOff(bool Off)
     return EvaluatePhonePower() ? StatusCodeSuccess : StatusCodePowerFailed;
 }
 
-// Modem life. A power cycle is always the same: RequestOff() now, and the power-on comes from the decision that is made
-// when the modem reports that it is off.
+// Modem life. Every power cycle starts with RequestOff(). When the modem reports that it is off, OnGsmModemOff()
+// decides whether to power it on again.
 
 void PhoneManager::OnGsmReady()
 {
     LOG(LogLevelProgress, "Gsm service becomes READY");
     gsmPowerToRegisteredTimer.stop();
-    // A daemon that comes up knows nothing of the modem's state: start over from off.
+    // A daemon that has just started does not know the modem's state: start over from off.
     GsmPowerController::Instance().ResetOff();
     simStatus = SimStatusUnchecked;
     simCheckTry = 0;
@@ -369,7 +370,7 @@ void PhoneManager::OnSimCheckContinue()
         LOG(LogLevelWarning, "Sim check failed (error reply) on try %d", simCheckTry);
     }
 
-    // Without end, as long as somebody wants the modem: a card may be put in at any time.
+    // Repeat for as long as the modem is wanted: a card may be inserted at any time.
     LOG(LogLevelWarning, "Rebooting the modem..");
     ++simCheckTry;
     simStatus = SimStatusUnchecked;
@@ -400,13 +401,13 @@ void PhoneManager::OnGsmModemOff()
         AbandonCalls();
 
     Q_EMIT PhoneStatus(ModemStatusOff);
-    // gsmPPPPresenceTimer runs on: a data link that is not back when it fires costs one more power cycle.
+    // gsmPPPPresenceTimer keeps running. If the data link is not back when it fires, the modem is cycled once more.
     gsmPowerToRegisteredTimer.stop();
     gsmSignalQualityNotReceivedTimer.stop();
     gsmSignalQualityPingTimer.stop();
 
     GsmPowerController& power = GsmPowerController::Instance();
-    if (power.Status() == GsmPowerStatusOn) // it went off without being asked
+    if (power.Status() == GsmPowerStatusOn) // it went off by itself
         power.ResetOff();
     EvaluatePhonePower();
 }
@@ -444,7 +445,7 @@ void PhoneManager::OnGsmPowerToRegisteredTimeout()
 void PhoneManager::OnGsmPPPPresenceTimeout()
 {
     if (LookUpLink(PppInterface) != LinkStateDown)
-        return; // up, or not known until the next check
+        return; // The link is up, or the look-up failed and the next check repeats it.
 
     LOG(LogLevelWarning, "PPP Is not up after 10 minutes. Power Cycle the modem");
     gsmPPPPresenceTimer.stop();
@@ -538,7 +539,7 @@ int PhoneManager::VoiceCallMake(const QString& PhoneNumber)
         return StatusCodeCallFailed;
     }
 
-    // From here on nothing is undone on a failure: the teardown does that, and clears the flag.
+    // Undo nothing if a step fails from here on: the teardown does that, and clears the flag.
     outgoingCallInProgress = true;
     if (!gsm.Call(PhoneNumber)) {
         LOG(LogLevelError, "Error making call (Call)");
@@ -555,7 +556,7 @@ int PhoneManager::VoiceCallMake(const QString& PhoneNumber)
 
 void PhoneManager::OnGsmCallAnswered(const QVariantMap&)
 {
-    if (incomingCallInProgress) // our own answer
+    if (incomingCallInProgress) // this service answered it
         return;
 
     pendingOutgoingCallTimer.stop();
@@ -567,7 +568,7 @@ void PhoneManager::OnGsmCallAnswered(const QVariantMap&)
 
 void PhoneManager::OnGsmCallTimeout()
 {
-    // The timer runs on and tries again until the call has ended.
+    // The timer repeats: it hangs up again until the call has ended.
     LOG(LogLevelWarning, "Gsm phone outgoing call TIMEOUT");
     if (!Gsm::Instance().Hangup())
         LOG(LogLevelError, "Can't hungup outgoing call");
@@ -606,7 +607,7 @@ void PhoneManager::StartCallLoopSlot()
     RunCallLoop(nullptr, std::source_location::current());
 }
 
-/// @param numbers to be stored first, or null to call those that are stored.
+/// @param numbers replaces the stored list, unless it is null.
 void PhoneManager::RunCallLoop(const QStringList* numbers, const std::source_location& where)
 {
     LOG_AT(where, LogLevelTrace, "Gsm phone start call loop");
@@ -704,7 +705,7 @@ void PhoneManager::OnGsmCallTerminated()
     {
         AudioClient<SoundManagerProxy> soundManager(SoundManagerCallTimeoutMs);
         if (!soundManager.isValid())
-            return; // the call flags stay until the modem goes off or the daemon fails
+            return; // The call flags stay set until the modem goes off or the daemon fails.
 
         const bool stopped =
             FinishCall("SoundManager->StopPlay(gsmvoice)", soundManager.StopPlay(GsmVoiceStream, QString()));
@@ -740,7 +741,7 @@ void PhoneManager::SetCallLoopInProgress(bool inProgress)
     callLoopInProgress = inProgress;
 }
 
-/// The modem or its daemon is gone, and every call with it.
+/// Ends the loop and every call, once the modem or its daemon is gone.
 void PhoneManager::AbandonCalls()
 {
     SetCallLoopInProgress(false);
@@ -751,13 +752,13 @@ void PhoneManager::AbandonCalls()
 
 // Audio
 
-/// Keeps the output type in use and switches to that of a call.
+/// Saves the current output type and switches to that of a call.
 bool PhoneManager::RouteOutput()
 {
     return OutputTypeSave() && OutputTypeSet(CallOutputType);
 }
 
-/// Keeps the amplifier mask in use, switches to that of a call and starts the call's voice stream.
+/// Saves the current amplifier mask, switches to that of a call and starts the call's voice stream.
 bool PhoneManager::StartGsmVoice(const std::source_location& where)
 {
     AudioClient<SoundManagerProxy> soundManager(SoundManagerCallTimeoutMs, where);
@@ -805,7 +806,7 @@ bool PhoneManager::OutputTypeSave()
     return false;
 }
 
-/// Always true, whatever came of it: a call without its output type is better than none.
+/// Always returns true: a call with the wrong output type is better than none.
 bool PhoneManager::OutputTypeSet(uint outputType)
 {
     AudioClient<AudioOutCtlProxy> audioOutCtl(AudioControlTimeoutMs);

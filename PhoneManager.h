@@ -12,19 +12,19 @@
 
 #include <source_location>
 
-/// The phone feature: all its state, and what it does on requests from the bus, on the modem's reports and on its
-/// timers. Made once, used from the main thread only. Slots block that thread while the device's services answer.
+/// The phone: holds all its state and handles the requests from the bus, the modem's reports and its own timers. Create
+/// one, and use it in the main thread only. Its slots block that thread until the device's services answer.
 class PhoneManager : public KovaFeatureBase
 {
     Q_OBJECT
 
 public:
-    /// Never throws for what it fails to set up; IsInitialized() then stays false.
+    /// Does not throw if the set-up fails: IsInitialized() then returns false.
     PhoneManager();
 
     bool IsInitialized() const { return initialized; }
 
-    // The device's life-cycle events mean nothing to the phone: it hears of suspend and shutdown through ForcePhoneOff.
+    // The phone ignores the device's life-cycle events: suspend and shutdown reach it through ForcePhoneOff().
     void OnStart() override {}
     void OnStop() override {}
     void OnSuspend() override {}
@@ -69,7 +69,7 @@ public Q_SLOTS:
     int PhoneSetEnabled(bool Enabled);
     int ForcePhoneOff(bool Off);
     int GetStatus(uint& PhoneStatus, uint& SimStatus, uint& Rssi, uint& Users, bool& Forced);
-    /// Never writes Identifier: the message's identifier is in the log and in SmsSent.
+    /// Leaves Identifier untouched: the log and SmsSent carry the message's identifier.
     int QueueSms(const QString& PhoneNumber, const QString& Message, uint& Identifier);
     int SetApn(const QString& Apn, const QString& Username, const QString& Password);
     int VoiceCallMake(const QString& PhoneNumber);
@@ -108,11 +108,17 @@ private:
     QTimer gsmSignalQualityPingTimer;
     QTimer gsmPPPPresenceTimer;
 
-    //                         set by               cleared by
-    // incomingCallInProgress  OnGsmCallIncoming()  OnGsmCallTerminated(), AbandonCalls()
-    // outgoingCallInProgress  VoiceCallMake()      OnGsmCallTerminated(), AbandonCalls()
-    // callLoopInProgress      RunCallLoop()        OnGsmCallAnswered(), OnGsmCallRejected() of the last number,
-    //                                              AbandonCalls()
+    // The state of a call is in three flags. These functions change them, and no others:
+    //
+    // flag                    meaning                  set by               cleared by
+    // incomingCallInProgress  a call rings or was      OnGsmCallIncoming()  OnGsmCallTerminated()
+    //                         answered here
+    // outgoingCallInProgress  a call was dialled,      VoiceCallMake()      OnGsmCallTerminated()
+    //                         even if in vain
+    // callLoopInProgress      a rejection makes the    RunCallLoop()        OnGsmCallAnswered(), and
+    //                         loop dial on                                  OnGsmCallRejected() of the last number
+    //
+    // AbandonCalls() clears all three when the modem or its daemon is gone.
     bool incomingCallInProgress = false;
     bool outgoingCallInProgress = false;
     bool callLoopInProgress = false; ///< guarded by callLoopMutex

@@ -17,7 +17,7 @@ namespace
 
 constexpr int StartFailed = -1;
 
-// On purpose neither the application nor the log client is ever deleted: static objects log while the process exits.
+// The application and the log client are never deleted, on purpose: static objects log while the process exits.
 QCoreApplication* application = nullptr;
 PhoneManager* phoneManager = nullptr;
 PhoneManagerAdaptor* adaptor = nullptr;
@@ -62,7 +62,7 @@ int main(int argc, char** argv)
         return StartFailed;
     }
 
-    // Calls that arrive from here on wait: Qt delivers none before the event loop runs.
+    // Create the adaptor before claiming the name. Qt delivers no call before the event loop runs.
     adaptor = new PhoneManagerAdaptor(phoneManager);
     if (!bus.registerService(Names::PhoneService)) {
         LOG(LogLevelError, "DBUS: Can't register service [%s]", Names::PhoneService);

@@ -1,6 +1,6 @@
 # cmake -P script: generates one bus class from an interface description.
-# Variables: GENERATOR, XML, CLASS, BASE (output path without suffix), PARENT (an adaptor's; without it, a proxy is made),
-# INCLUDE (a header, may be empty).
+# Variables: GENERATOR, XML, CLASS, BASE (the output path without suffix), PARENT (the class behind an adaptor; empty for
+# a proxy), INCLUDE (a header, may be empty).
 get_filename_component(folder ${BASE} DIRECTORY)
 get_filename_component(name ${BASE} NAME)
 if(PARENT)
@@ -17,7 +17,7 @@ execute_process(COMMAND ${GENERATOR} ${arguments} ${XML}
 if(failed)
   message(FATAL_ERROR "${GENERATOR} ${XML}: ${remarks}")
 endif()
-# An annotation's old name is remarked on; where it is used, it is part of the contract.
+# Drop the remarks on an annotation's old name and their consequence: the name is part of the contract.
 string(REGEX REPLACE
   "[^\n]*(Got unknown type `a{sv}'|You should add <annotation |deprecated annotation 'com\\.trolltech\\.)[^\n]*\n"
   "" remarks "${remarks}")
@@ -30,8 +30,8 @@ file(READ ${BASE}.h header)
 set(unknown "${GENERATOR} writes bus classes in a form that this script does not know: ${BASE}.h")
 
 if(PARENT)
-  # The generator drops the comments of the description that an adaptor answers Introspect with. Put the description's
-  # own interface element there, to the letter.
+  # An adaptor answers Introspect from this class information, in which the generator drops the comments. Replace it by
+  # the description's own interface element, verbatim.
   string(REGEX MATCH "[ \t]*<interface[ \t\n].*</interface>[ \t]*\n" element "${description}")
   string(REPLACE "\\" "\\\\" element "${element}")
   string(REPLACE "\"" "\\\"" element "${element}")
@@ -46,9 +46,9 @@ if(PARENT)
   string(SUBSTRING "${header}" ${end} -1 after)
   file(WRITE ${BASE}.h "${before}Q_CLASSINFO(\"D-Bus Introspection\",\n\"${element}\")\n${after}")
 else()
-  # A proxy fetches further out arguments with qdbus_cast, which aborts the process on a structure or array where a
-  # basic type should be. All of them are basic types here, for which qvariant_cast does the same, and yields the type's
-  # default for whatever else a peer may answer.
+  # A proxy reads all out arguments but the first with qdbus_cast, which aborts the process if a peer answers a structure
+  # or an array instead of a basic type. They all are basic types here: qvariant_cast does the same for these, and yields
+  # a default value for anything else.
   set(further 0)
   string(REGEX REPLACE "<!--([^-]|-[^-])*-->|;" "" methods "${description}")
   string(REPLACE "</method>" ";" methods "${methods}")
@@ -68,8 +68,8 @@ else()
     message(FATAL_ERROR "${unknown}")
   endif()
   string(REPLACE "qdbus_cast<" "qvariant_cast<" header "${header}")
-  # The class's second name, in a namespace made of the interface's name, can't stand beside that of an interface whose
-  # name goes on from there. Nobody uses it.
+  # Remove the alias in a namespace named like the interface: nobody uses it, and it clashes if another interface's name
+  # begins with this one's.
   string(REGEX REPLACE "\nnamespace [a-z]+ {.*}\n#endif" "\n#endif" header "${header}")
   file(WRITE ${BASE}.h "${header}")
 endif()

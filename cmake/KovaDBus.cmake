@@ -2,9 +2,9 @@
 set(KOVA_DBUS_DIR ${PROJECT_SOURCE_DIR}/dbus)
 
 # kova_dbus_class(<target> <interface> <class> [PARENT <class>] [FROM <folder>] [INCLUDE <header>])
-# Adds the class <class>, in <class>.h, to <target>: a client of <interface>, or with a PARENT the adaptor that exports
-# <interface> and forwards to the parent, declared in <parent class>.h. FROM names the description's folder if it is not
-# dbus/, INCLUDE a header with types of its own.
+# Generates <class> in <class>.h and adds it to <target>. It is a client of <interface>, or with PARENT an adaptor that
+# exports <interface> and forwards to the parent, whose header is <parent class>.h. FROM names the description's folder
+# if it is not dbus/, INCLUDE a header that declares the types of the annotations.
 function(kova_dbus_class target interface class)
   cmake_parse_arguments(class "" "PARENT;FROM;INCLUDE" "" ${ARGN})
   if(class_PARENT)

@@ -1,10 +1,10 @@
-# How every target of this project is compiled.
+# Compiler options for every target of this project.
 add_library(kova_options INTERFACE)
 target_compile_features(kova_options INTERFACE cxx_std_20)
 target_compile_options(kova_options INTERFACE
   -Wall -Wextra -Wpedantic
   $<$<BOOL:${KOVA_WERROR}>:-Werror>
-  # The programs are the same whatever folder they are built in.
+  # Make the programs independent of the folder that they are built in.
   -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 
 if(KOVA_SANITIZE)

@@ -1,4 +1,4 @@
-# The device's own libraries, installed under KOVA_PLATFORM_PREFIX, as targets of the names that platform/ builds.
+# Imports the device's own libraries from KOVA_PLATFORM_PREFIX, as targets named like those of platform/.
 set(missing "")
 
 # kova_device_library(<name> HEADER <header> [LIBRARIES <target>...])

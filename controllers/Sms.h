@@ -3,13 +3,13 @@
 #include <QDateTime>
 #include <QString>
 
-/// One outgoing message. Copies share their text.
+/// One outgoing message.
 class Sms
 {
 public:
-    /// @param id identifier that the queue gave the message.
-    /// @param phoneNumber destination, exactly as the client gave it.
-    /// @param message text, exactly as the client gave it.
+    /// @param id the message's identifier in the queue.
+    /// @param phoneNumber the destination, unchanged from the client.
+    /// @param message the text, unchanged from the client.
     Sms(const uint& id, const QString& phoneNumber, const QString& message)
         : timestamp(QDateTime::currentDateTime()),
           id(id),
@@ -24,7 +24,7 @@ public:
 
     static constexpr quint32 StatusMade = 1;
 
-    QDateTime timestamp; ///< local time at which the record was made
+    QDateTime timestamp; ///< local time of the record's creation
     quint32 id;
     QString phoneNumber;
     QString message;

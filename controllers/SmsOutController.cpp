@@ -4,7 +4,7 @@
 #include "Log.h"
 #include "QtCompat.h"
 
-// Readers of the log look for the queue's lines under the sound manager's path.
+// Readers of the log expect the queue's lines under the sound manager's path.
 #define LOG_SMS(level, ...) LOG_FROM(Names::SoundManagerObject, level, __VA_ARGS__)
 
 namespace
@@ -41,10 +41,10 @@ uint SmsOutController::SmsSend(const QString& phoneNumber, const QString& messag
     return lastSmsId;
 }
 
-// Each run blocks for as long as the daemon takes to send. Timers that are due at the same time fire one after the
-// other before the event loop takes anything else, so that with a timer for each run an emergency call would wait for a
-// whole burst of messages. A single timer, started again after each run, lets the loop take calls, signals and the
-// request to stop in between.
+// Each run blocks until the daemon has sent its message. If each run had its own timer, those due at the same time
+// would fire in a row before the event loop handles anything else, and an emergency call would wait for a whole burst
+// of messages. A single timer, restarted after each run, lets the loop handle calls, signals and the request to stop in
+// between.
 
 void SmsOutController::ScheduleProcessing()
 {
@@ -79,7 +79,7 @@ void SmsOutController::ProcessSmsQueue()
 
     switch (modemStatus) {
     case ModemStatusRegistered: {
-        // Out of the queue before it is sent: a message whose sending fails is dropped, never sent twice.
+        // Remove the message before sending it: one that fails is dropped, and none is ever sent twice.
         const Sms sms = smsQueue.takeFirst();
         Q_EMIT SmsSent(sms, Gsm::Instance().SendSms(sms.phoneNumber, sms.message));
         if (!smsQueue.isEmpty())

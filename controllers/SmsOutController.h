@@ -8,23 +8,24 @@
 #include <QTimer>
 #include <queue>
 
-/// The queue of outgoing messages. It hands them to the GSM daemon one at a time, in order, while the modem is
-/// registered, and reports each exactly once. It never switches the modem on, and lives in memory only.
+/// The queue of outgoing messages. It passes them to the GSM daemon one at a time, in order, while the modem is
+/// registered, and reports each exactly once. It never switches the modem on. It is not stored: a restart loses it.
 class SmsOutController : public QObject
 {
     Q_OBJECT
 
 public:
-    /// The process's instance, made at the first call; throws when the GSM service cannot be followed.
+    /// The only instance, created by the first call. Throws if Gsm is not valid.
     static SmsOutController& Instance();
 
-    /// Queues a message; the first try to send comes a second later.
-    /// @return the message's identifier, counted from 1. 0, after 4294967295, reads as a failure although the message
-    /// is queued.
+    /// Queues a message. The queue runs one second later.
+    /// @return the message's identifier, counted from 1. After 4294967295 it is 0, which reads as a failure although
+    /// the message is queued.
     uint SmsSend(const QString& phoneNumber, const QString& message);
 
 Q_SIGNALS:
-    /// A message left the queue: the daemon took it, or it is lost.
+    /// A message has left the queue.
+    /// @param sent false if the daemon did not accept the message, which is then lost.
     void SmsSent(Sms sms, bool sent);
 
 private Q_SLOTS:
@@ -40,6 +41,6 @@ private:
 
     quint32 lastSmsId;
     QList<Sms> smsQueue;
-    std::queue<QDeadlineTimer> dueRuns; ///< when each scheduled run is due; equal delays keep them in order
+    std::queue<QDeadlineTimer> dueRuns; ///< due times of the scheduled runs, in order since all delays are equal
     QTimer nextRun;
 };

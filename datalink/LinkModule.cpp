@@ -10,8 +10,8 @@ LinkState phone_look_up_link(const char* interface)
     const QNetworkInterface link = QNetworkInterface::interfaceFromName(QString::fromLatin1(interface));
     if (link.isValid())
         return link.flags().testFlag(QNetworkInterface::IsUp) ? LinkStateUp : LinkStateDown;
-    // Qt answers the same when it cannot ask the kernel, as without a descriptor left: let the kernel deny the
-    // interface.
+    // Qt reports an invalid interface also if it cannot ask the kernel, for want of a descriptor for example. Believe
+    // only the kernel that there is none.
     errno = 0;
     return if_nametoindex(interface) == 0 && errno == ENODEV ? LinkStateDown : LinkStateUnknown;
 }

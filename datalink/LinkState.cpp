@@ -11,8 +11,8 @@
 namespace
 {
 
-/// The module's path beside the executable, as built, or in the libraries' folder, as installed; else its name, for the
-/// system to find. The executable's own run path would not do: a sanitizer's dlopen() does not see it.
+/// The module's path: beside the executable in a build folder, in the libraries' folder when installed, else only its
+/// name, for the system to find. Do not rely on the executable's run path: a sanitizer's dlopen() ignores it.
 QByteArray ModulePath()
 {
     for (const char* folder : {"/", "/" KOVA_LIBRARY_FOLDER "/"}) {
@@ -24,8 +24,8 @@ QByteArray ModulePath()
     return KOVA_LINK_MODULE;
 }
 
-/// Loads the module, which stays loaded.
-/// @return null when that fails; dlerror() has the reason.
+/// Loads the module for good.
+/// @return null on failure; dlerror() gives the reason.
 decltype(&phone_look_up_link) LoadModule()
 {
     void* module = dlopen(ModulePath().constData(), RTLD_NOW);

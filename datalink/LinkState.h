@@ -1,11 +1,11 @@
 #pragma once
 
 enum LinkState {
-    LinkStateUnknown, ///< the look-up could not be made
+    LinkStateUnknown, ///< the look-up failed
     LinkStateDown,    ///< the interface does not exist or is not up
     LinkStateUp,
 };
 
-/// Tells whether a network interface exists and is up. A failure of the look-up itself is logged.
-/// @param interface the interface's name in the kernel, as "ppp0".
+/// Looks up whether a network interface exists and is up. Logs a failure of the look-up itself.
+/// @param interface the kernel's name of the interface, such as "ppp0".
 LinkState LookUpLink(const char* interface);

@@ -6,7 +6,7 @@
 
 #include <optional>
 
-/// A bus interface as an introspection text describes it.
+/// A bus interface, read from its introspection XML.
 class InterfaceDescription
 {
 public:
@@ -17,19 +17,20 @@ public:
         bool operator==(const Method& other) const { return in == other.in && out == other.out; }
     };
 
-    /// @param xml what an object answers to Introspect, or a file of this folder.
-    /// @return nothing when the text is broken or has no such interface.
+    /// @param xml an object's answer to Introspect, or the text of a file in this folder.
+    /// @return nothing if the text is not well-formed or does not have the interface.
     static std::optional<InterfaceDescription> Read(const QString& xml, const QString& name);
 
     const QString& Name() const { return name; }
-    /// The interface element to the letter.
+    /// The interface element, verbatim.
     const QString& Element() const { return element; }
     const QMap<QString, Method>& Methods() const { return methods; }
     /// The D-Bus types of each signal's arguments.
     const QMap<QString, QStringList>& Signals() const { return signalTypes; }
 
-    /// Compares another description with this one. @return one line for each method or signal that it does not have, or
-    /// has with other types. Members that only the other one has are no fault.
+    /// Compares another description with this one.
+    /// @return one line for each method or signal that the other lacks or has with other types. Additional members of
+    /// the other are not reported.
     QStringList MissingIn(const InterfaceDescription& other) const;
 
 private:

@@ -11,8 +11,8 @@
 #include <cstdio>
 #include <source_location>
 
-/// The process's log client: made first of all by main() and never deleted, so that static objects can log to the very
-/// end. Exported from the executable, where the device's libraries find it.
+/// The process's log client. main() creates it before anything logs, and never deletes it, because static objects log
+/// until the end. The executable exports it for the device's libraries.
 extern LogInterface* _logInterface;
 
 /// How much a log line matters, in the log service's own numbers.
@@ -24,9 +24,9 @@ enum LogLevel : unsigned int {
     LogLevelTrace = 9,    ///< finest trace
 };
 
-/// Formats one line, "[file:line] signature: message", and hands it to the log. Longer lines are cut.
-/// @param where the statement that the line belongs to; a shared procedure passes its caller's place on.
-/// @param origin object path that the line is attributed to.
+/// Formats one line, "[file:line] signature: message", and passes it to the log. A line is cut after 511 bytes.
+/// @param where the place that the line names; a shared procedure passes on that of its caller.
+/// @param origin the object path that the line is logged under.
 __attribute__((format(printf, 4, 5))) inline void LogAt(const std::source_location& where, LogLevel level,
                                                         const char* origin, const char* format, ...)
 {
@@ -44,12 +44,12 @@ __attribute__((format(printf, 4, 5))) inline void LogAt(const std::source_locati
     _logInterface->EmitLogString(level, line, origin);
 }
 
-/// Logs one line at the place where it stands. Inside a lambda the place would be the lambda's: use LOG_AT() with the
-/// outer place there.
+/// Logs one line that names the place of this macro. Inside a lambda that place is the lambda: use LOG_AT() with the
+/// outer place instead.
 #define LOG_FROM(origin, level, ...) LogAt(std::source_location::current(), level, origin, __VA_ARGS__)
 
-/// Logs one line of the service at the place where it stands.
+/// Logs one line of the service that names the place of this macro.
 #define LOG(level, ...) LOG_FROM(Names::PhoneObject, level, __VA_ARGS__)
 
-/// Logs one line of the service at a place that was passed on.
+/// Logs one line of the service that names a given place.
 #define LOG_AT(where, level, ...) LogAt(where, level, Names::PhoneObject, __VA_ARGS__)

@@ -5,7 +5,7 @@ namespace Names
 {
 
 constexpr char PhoneService[] = "com.quillmark.kova.phonemanager";
-/// Also the origin of the service's log lines and the client name that it gives to the device's libraries.
+/// The service also logs under this path, and is known to the device's libraries by it.
 constexpr char PhoneObject[] = "/com/quillmark/kova/phonemanager/phoneobj";
 constexpr char PhoneInterface[] = "com.quillmark.kova.phoneinterface";
 constexpr char LogObject[] = "/com/quillmark/kova/phonemanager/logobj";

@@ -2,26 +2,27 @@
 
 #include <QtGlobal>
 
-// The values that the phone interface carries on the bus.
+// The integer values of the phone's bus interface.
 
-/// The modem's state; also what the signal PhoneStatus and GetStatus tell.
+/// The modem's state, in the signal PhoneStatus and the answer of GetStatus.
 enum ModemStatus : int {
     ModemStatusOff = 0,
-    ModemStatusOn = 1, ///< powered, trying to register
+    ModemStatusOn = 1, ///< powered, registering
     ModemStatusRegistered = 2,
 };
 
+/// The SIM card's state, in the answer of GetStatus.
 enum SimStatus : int {
     SimStatusUnchecked = 0,
-    SimStatusChecking = 1, ///< power-on requested, the check follows when the modem reports that it is powered
-    SimStatusAbsent = 2,   ///< or the check failed
+    SimStatusChecking = 1, ///< power is requested; the check follows once the modem reports power
+    SimStatusAbsent = 2,   ///< no card, or the check failed
     SimStatusPresent = 3,
 };
 
-/// What the signal VoiceCall tells.
+/// The state of a call, in the signal VoiceCall.
 enum VoiceCallStatus : uint { VoiceCallStatusTerminated = 0, VoiceCallStatusIncoming = 1, VoiceCallStatusAnswered = 2 };
 
-/// The Status of a method's answer.
+/// The Status in the answer of every method.
 enum StatusCode : int {
     StatusCodeSuccess = 0,
     StatusCodeUnreadable = -50,    ///< the modem status or the signal strength could not be read

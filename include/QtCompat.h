@@ -2,10 +2,10 @@
 
 #include <QException>
 
-// What differs between Qt 5.15 and Qt 6 stands here and nowhere else.
+// Code that depends on the major version of Qt belongs here and nowhere else.
 
 namespace QtConcurrent
 {
-// Gone in Qt 6, and deprecated in Qt 5.15, where it is this very alias.
+// Qt 6 has removed this name. Qt 5.15 deprecates it and defines the same alias.
 using Exception = QException;
 }

@@ -5,8 +5,8 @@
 #include <source_location>
 #include <string_view>
 
-/// The folder that the compiler's names of this project's files begin with. It depends on where the project is built
-/// and on the builder's own -ffile-prefix-map, which overrides a -fmacro-prefix-map; this header's name shows it.
+/// The folder at the beginning of the file names that the compiler knows. It depends on where the project is built and
+/// on the builder's -ffile-prefix-map, which overrides our -fmacro-prefix-map, so it is taken from this header's name.
 constexpr std::string_view SourceFolder()
 {
     constexpr std::string_view self = "include/SourcePlace.h";
@@ -16,9 +16,9 @@ constexpr std::string_view SourceFolder()
     return path;
 }
 
-/// Writes a log line's beginning, "[file:line] signature: ". The file is the path in the project's folder; the shared
-/// headers alone carry the path that they have in the device's source tree.
-/// @return as snprintf().
+/// Writes the beginning of a log line, "[file:line] signature: ". The file's path is relative to the project's folder;
+/// only the shared headers have the path of the device's source tree.
+/// @return the same as snprintf().
 inline int FormatPlace(char* text, std::size_t size, const std::source_location& where)
 {
     std::string_view file = where.file_name();

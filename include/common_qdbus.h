@@ -8,7 +8,7 @@
 #include <QString>
 
 /// Traces the raw result of a synchronous remote call, whose first out argument is a status (0 is success).
-/// @param origin object path that the line is attributed to.
+/// @param origin the object path that the line is logged under.
 /// @param name the call, as peer->method.
 inline void PRINT_DBUS_RESULT(const char* origin, const QString& name, const QDBusReply<int>& reply)
 {
@@ -21,8 +21,8 @@ inline void PRINT_DBUS_RESULT(const char* origin, const QString& name, const QDB
                  "Dbus %s sync call: valid=true, value=%d", call.constData(), reply.value());
 }
 
-/// Traces the raw result of an asynchronous remote call. An answer without error is only a trace, whatever its status:
-/// the caller's own line tells the failure.
+/// Traces the raw result of an asynchronous remote call. An answer without an error has the level of a trace, whatever
+/// its status: the caller logs the failure.
 inline void PRINT_DBUS_RESULT(const char* origin, const QString& name, const QDBusPendingReply<int>& reply)
 {
     const QByteArray call = name.toLocal8Bit();
@@ -41,10 +41,10 @@ inline void PRINT_DBUS_RESULT(const char* origin, const QString& name, const QDB
     }
 }
 
-/// Status with which every method of the device's services reports success.
+/// The status that every method of the device's services returns on success.
 constexpr int RemoteSuccess = 0;
 
-/// Tells whether an answer came in time, without error and with the status of success.
+/// True if the answer arrived in time, without an error and with the status of success.
 inline bool Succeeded(const QDBusReply<int>& reply)
 {
     return reply.isValid() && reply.value() == RemoteSuccess;
@@ -55,15 +55,16 @@ inline bool Succeeded(const QDBusPendingReply<int>& reply)
     return reply.isFinished() && reply.isValid() && !reply.isError() && reply.value() == RemoteSuccess;
 }
 
-/// Traces a synchronous call's answer and tells whether the call succeeded.
+/// Traces the answer of a synchronous call.
+/// @return true if the call succeeded.
 inline bool FinishCall(const QString& name, const QDBusReply<int>& reply)
 {
     PRINT_DBUS_RESULT(Names::PhoneObject, name, reply);
     return Succeeded(reply);
 }
 
-/// Waits for an asynchronous call's answer, at most for the timeout that its proxy had, traces it and tells whether the
-/// call succeeded.
+/// Waits for the answer of an asynchronous call, at most for its proxy's timeout, and traces it.
+/// @return true if the call succeeded.
 inline bool FinishCall(const QString& name, QDBusPendingReply<int> reply)
 {
     reply.waitForFinished();

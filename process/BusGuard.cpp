@@ -9,11 +9,11 @@
 namespace
 {
 
-/// libdbus stops reading while more than so many bytes or descriptors of received messages are in use, by default 63
-/// MiB and 4096, and begins again from the thread that frees the last of them. Qt can switch a connection's watches
-/// only in the thread of its own that reads from the bus, so that a process which has once passed the limit hears
-/// nothing any more, while it keeps its name. One large message is enough, or many small ones during a long blocking
-/// call. Let the service manager limit the memory instead: a service that is killed for it is started again.
+/// libdbus stops reading while received messages hold more bytes or descriptors than a limit, by default 63 MiB and
+/// 4096. The thread that frees the last of them makes it resume, but Qt can switch a connection's watches only in its
+/// own bus thread. So a process that has passed the limit once never receives anything again, while it still owns its
+/// name. One large message is enough, or many small ones during a long blocking call. Let the service manager limit the
+/// memory instead: it restarts a service that it has killed.
 void LiftReceiveLimits(const QDBusConnection& connection)
 {
     constexpr long NoLimit = std::numeric_limits<long>::max();
@@ -22,7 +22,7 @@ void LiftReceiveLimits(const QDBusConnection& connection)
     dbus_connection_set_max_received_unix_fds(bus, NoLimit);
 }
 
-/// A descriptor that a peer sends and that finds no room ends the connection.
+/// The connection ends if a peer sends a descriptor when this process has no number left for it.
 void RaiseDescriptorLimit()
 {
     rlimit descriptors{};
@@ -38,7 +38,7 @@ BusGuard::BusGuard(QDBusConnection connection, const char* logOrigin) : logOrigi
 {
     RaiseDescriptorLimit();
     LiftReceiveLimits(connection);
-    // The bus library sends this signal to its own process.
+    // libdbus emits this signal inside the process.
     connection.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
                        QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
                        SLOT(OnDisconnected()));

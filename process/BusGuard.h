@@ -5,17 +5,18 @@
 #include <QDBusConnection>
 #include <QObject>
 
-/// Keeps a bus connection hearing whatever peers send, and logs its loss. Lives as long as the connection is used.
+/// Keeps a bus connection working whatever its peers send, and logs its loss. Keep the guard while the connection is in
+/// use.
 class BusGuard : public QObject
 {
     Q_OBJECT
 
 public:
-    /// @param logOrigin object path that the loss is logged under.
+    /// @param logOrigin the object path that the loss is logged under.
     explicit BusGuard(QDBusConnection connection, const char* logOrigin = Names::PhoneObject);
 
 Q_SIGNALS:
-    /// The connection is gone for good; a lost connection never comes back in the same process.
+    /// The connection is lost. The same process cannot connect again.
     void Lost();
 
 private Q_SLOTS:

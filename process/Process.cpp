@@ -45,7 +45,7 @@ void MaskTermination(int how)
 void Process::Prepare(const char* logOrigin)
 {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
-        // The lowest free number is the closed descriptor's: those below are open by now.
+        // open() returns the lowest free number, which is this one: those below are open by now.
         if (fcntl(descriptor, F_GETFD) < 0 && errno == EBADF)
             static_cast<void>(open("/dev/null", O_RDWR));
     }

@@ -5,9 +5,9 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-/// Turns signals into input, for an event loop to take in order. To be called before there are threads, which inherit
-/// that the signals are held back.
-/// @return the descriptor to wait for.
+/// Blocks the signals and makes them readable, so that an event loop handles them in order. Call this before threads
+/// start: they inherit the blocked signals.
+/// @return the descriptor to poll.
 inline int HoldSignals(std::initializer_list<int> signalNumbers)
 {
     sigset_t held;
@@ -18,7 +18,7 @@ inline int HoldSignals(std::initializer_list<int> signalNumbers)
     return signalfd(-1, &held, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
-/// Takes all signals that have come from the descriptor. @return whether there was one.
+/// Reads all pending signals from the descriptor. @return true if there were any.
 inline bool TakeSignals(int descriptor)
 {
     bool any = false;

@@ -23,12 +23,12 @@ namespace
 {
 
 constexpr int LockTimeoutMs = 3000;
-/// A writer killed between making its lock and filling it in leaves one that only its age betrays. Less than the
+/// Age of a lock file without an owner: its writer was killed before it could write its name. Must be shorter than the
 /// timeout.
 constexpr int StaleLockMs = 2000;
-/// Far more than settings take, and little enough to read at each request.
-constexpr off_t MostBytes = 1024 * 1024;
-/// Ends the name of the folder that a write works in.
+/// Far more than settings need, and little enough to read at each request.
+constexpr off_t MaxFileSize = 1024 * 1024;
+/// The end of the name of a write's temporary folder.
 constexpr char WorkSuffix[] = ".new-XXXXXX";
 
 QString SystemError()
@@ -44,29 +44,29 @@ QString StorePath()
                           : path;
 }
 
-/// Follows symbolic links to the file that they stand for, which need not exist yet.
+/// Follows symbolic links to their target, which need not exist.
 QString FollowLinks(QString path)
 {
-    constexpr int MostLinks = 40; // as in the kernel
-    for (int links = 0; links < MostLinks && QFileInfo(path).isSymLink(); ++links)
+    constexpr int MaxLinks = 40; // as in the kernel
+    for (int links = 0; links < MaxLinks && QFileInfo(path).isSymLink(); ++links)
         path = QFileInfo(path).symLinkTarget();
     return path;
 }
 
-/// Reads the whole file; one that is missing is empty.
-/// @return why the file is no store; empty when it is.
+/// Reads the whole file. A missing file reads as empty.
+/// @return the reason of a failure; empty on success.
 QString ReadFile(const QString& path, QByteArray& text)
 {
     text.clear();
     const QByteArray name = QFile::encodeName(path);
-    // Look first: opening a device can already act on it.
+    // Check the type first: merely opening a device may act on it.
     struct stat status = {};
     if (stat(name.constData(), &status) != 0)
         return errno == ENOENT ? QString() : SystemError();
     if (!S_ISREG(status.st_mode))
         return QStringLiteral("not a regular file");
-    if (status.st_size > MostBytes)
-        return QStringLiteral("larger than %1 bytes").arg(MostBytes);
+    if (status.st_size > MaxFileSize)
+        return QStringLiteral("larger than %1 bytes").arg(MaxFileSize);
 
     const int descriptor = open(name.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (descriptor < 0)
@@ -75,13 +75,13 @@ QString ReadFile(const QString& path, QByteArray& text)
     const ssize_t length = read(descriptor, text.data(), text.size());
     const QString failure = length < 0 ? SystemError() : QString();
     close(descriptor);
-    // A file that someone is writing in place may have become shorter.
+    // A program that writes the file in place may have shortened it.
     text.truncate(std::max<ssize_t>(length, 0));
     return failure;
 }
 
-/// Parses, unless the text is the one parsed last: services ask far more often than settings change.
-/// @return why the text cannot be parsed; empty when it is.
+/// Parses a text unless it is the one parsed last: services read far more often than settings change.
+/// @return the reason of a failure; empty on success.
 QString ParseOnce(const QByteArray& text, IniText::Values& values)
 {
     static QMutex mutex;
@@ -94,7 +94,7 @@ QString ParseOnce(const QByteArray& text, IniText::Values& values)
         IniText::Values parsed;
         const QString failure = IniText::Parse(text, parsed);
         if (!failure.isEmpty() && failure != QLatin1String(IniText::NotIni))
-            return failure; // perhaps not the next time
+            return failure; // The next try may succeed, so do not remember it.
         lastText = text;
         lastValues = parsed;
         lastFailure = failure;
@@ -103,7 +103,7 @@ QString ParseOnce(const QByteArray& text, IniText::Values& values)
     return lastFailure;
 }
 
-/// Brings a file's contents, or a folder's entries, to the disk.
+/// Waits until a file's contents, or a folder's entries, are on the disk.
 bool Sync(const QString& path)
 {
     const int descriptor = open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
@@ -122,14 +122,14 @@ bool MakeFolder(const QString& path)
     return MakeFolder(folder.path()) && mkdir(QFile::encodeName(path).constData(), 0777) == 0 && Sync(folder.path());
 }
 
-/// @return why the lock cannot be taken; empty when it is.
-QString Take(QLockFile& lock, const QString& lockPath)
+/// @return the reason of a failure; empty on success.
+QString AcquireLock(QLockFile& lock, const QString& lockPath)
 {
-    // The lock is read when it is there, and reading anything but a file may never end.
+    // QLockFile reads an existing lock, and reading anything but a regular file may block for ever.
     struct stat status = {};
     if (lstat(QFile::encodeName(lockPath).constData(), &status) == 0 && !S_ISREG(status.st_mode))
         return QStringLiteral("its lock is not a regular file");
-    // A writer that lives keeps its lock, however slow its disk is; only a lock that names none ages.
+    // A lock with a living owner never becomes stale, however slow the disk is; one without an owner does.
     lock.setStaleLockTime(0);
     if (lock.tryLock(LockTimeoutMs))
         return {};
@@ -144,8 +144,8 @@ QString Take(QLockFile& lock, const QString& lockPath)
     return lock.tryLock() ? QString() : QStringLiteral("locked");
 }
 
-/// Removes the folders in which killed writers worked. Needs the lock.
-void RemoveRemains(const QFileInfo& store)
+/// Removes the temporary folders of killed writers. Needs the lock.
+void RemoveStaleFolders(const QFileInfo& store)
 {
     const QString begin = store.fileName() + QLatin1String(WorkSuffix).chopped(std::strlen("XXXXXX"));
     const QFileInfoList folders =
@@ -190,23 +190,23 @@ bool Configuration::WriteConfigValue(const QString& section, const QString& key,
     return failure.isEmpty();
 }
 
-/// @return why the value cannot be written; empty when it is.
+/// @return the reason of a failure; empty on success.
 QString Configuration::Write(const QString& name, const QString& value, bool mayDefer)
 {
-    // A link stays a link: what it stands for is replaced.
+    // Replace the target of a link, not the link.
     const QFileInfo store(FollowLinks(path));
     const QString folder = store.absolutePath();
     if (!MakeFolder(folder) || access(QFile::encodeName(folder).constData(), W_OK) != 0)
         return SystemError();
 
-    // The lock that QSettings takes: programs that use it on this file are writers like any other.
+    // Use the lock file of QSettings, so that programs which write this file with QSettings are locked out too.
     const QString lockPath = store.absoluteFilePath() + QStringLiteral(".lock");
     QLockFile lock(lockPath);
-    const QString locked = Take(lock, lockPath);
+    const QString locked = AcquireLock(lock, lockPath);
     if (!locked.isEmpty())
         return locked;
 
-    RemoveRemains(store);
+    RemoveStaleFolders(store);
     QByteArray work = QFile::encodeName(store.absoluteFilePath()) + WorkSuffix;
     if (!mkdtemp(work.data()))
         return SystemError();
@@ -216,9 +216,9 @@ QString Configuration::Write(const QString& name, const QString& value, bool may
     return failure;
 }
 
-/// Replaces the file by one with the value changed.
-/// @param made the path where that one is made, on the same file system.
-/// @return why it cannot; empty when it did.
+/// Replaces the file with a copy in which the value is changed.
+/// @param made the path for the copy, on the same file system.
+/// @return the reason of a failure; empty on success.
 QString Configuration::Replace(const QFileInfo& store, const QString& made, const QString& name, const QString& value,
                                bool mayDefer)
 {

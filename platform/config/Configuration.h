@@ -7,28 +7,28 @@
 class QFileInfo;
 
 /// Client of the device's configuration store: sections of keys with text values in an INI file, KOVA_CONFIG_FILE or
-/// else kova/config.ini in the user's configuration folder. A client is made for one access and thrown away.
+/// else kova/config.ini in the user's configuration folder. Make a client for each access.
 class Configuration
 {
 public:
-    /// @param clientName who asks; the object path of a service.
+    /// @param clientName the object path that errors are logged under.
     explicit Configuration(const char* clientName);
 
-    /// False when the file exists and cannot be read or parsed, or is larger than 1 MiB. A missing file is an empty
-    /// store.
+    /// False if the file exists and cannot be read or parsed, or is larger than 1 MiB. A missing file counts as an
+    /// empty store.
     bool IsValid() const;
 
-    /// Reads one value; a missing file, section or key reads as the default.
-    /// @param ok if given, set to false when the store could not be read, else to true.
-    /// @param fresh reads the file again, else what the client found when it was made or last read.
+    /// Reads one value. A missing file, section or key yields the default.
+    /// @param ok set to false if the store is not valid, else to true; may be null.
+    /// @param fresh reads the file again, instead of using what this client has read before.
     QString ReadConfigValue(const QString& section, const QString& key, const QString& defaultValue, bool* ok,
                             bool fresh) const;
 
-    /// Writes one value and keeps all others. The file is replaced as a whole: after a power cut it holds the old or
-    /// the new state. The folder is made when it is missing.
-    /// @param mayDefer lets the store put off the way to the disk; without it the value is there when the call returns.
-    /// @return false, and nothing is changed, when the file is not valid, locked for 3 seconds or cannot be written;
-    /// the reason is logged.
+    /// Writes one value and keeps all others. Replaces the whole file, so that after a power cut it has either the old
+    /// or the new state. Creates a missing folder.
+    /// @param mayDefer does not wait until the value is on the disk.
+    /// @return false if the file is not valid, stays locked for 3 seconds or cannot be written. Then nothing is
+    /// changed, and the reason is logged.
     bool WriteConfigValue(const QString& section, const QString& key, const QString& value, bool mayDefer);
 
 private:

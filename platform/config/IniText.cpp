@@ -9,7 +9,7 @@
 namespace
 {
 
-/// An unquoted comma makes QSettings see a list in what was written as one text.
+/// Restores a text with an unquoted comma, which QSettings reads as a list.
 QString Text(const QVariant& value)
 {
     return value.toStringList().join(QStringLiteral(", "));
@@ -17,9 +17,8 @@ QString Text(const QVariant& value)
 
 }
 
-// QSettings keeps what it has read for the next object on the same file, and looks again only when size or time have
-// changed: too coarse for a file that others write too. So it never sees the store itself, only copies that nobody
-// else knows.
+// QSettings caches a file and reads it again only if its size or time has changed, which is too coarse for a file that
+// other programs write. So let it use private copies only, never the store itself.
 
 QString IniText::ValueName(const QString& section, const QString& key)
 {
@@ -43,7 +42,7 @@ QString IniText::Parse(const QByteArray& text, Values& values)
         values.insert(name, Text(settings.value(name)));
     const bool parsed = settings.status() == QSettings::NoError;
 
-    // An empty file is always read again, whatever its time: the next copy may come under the same descriptor.
+    // The next memfd may get the same path. Emptying this one makes QSettings drop what it has cached for that path.
     const bool emptied = ftruncate(copy, 0) == 0;
     settings.sync();
     close(copy);

@@ -11,18 +11,18 @@ namespace IniText
 /// Values by their names, section/key.
 using Values = QMap<QString, QString>;
 
-/// The name of a value in QSettings, which takes the keys of the section [General] as keys without a section.
+/// The name of a value in QSettings, which omits the section name [General].
 QString ValueName(const QString& section, const QString& key);
 
 constexpr char NotIni[] = "not an INI file";
 
-/// @param values receives what the text holds.
-/// @return why it does not: NotIni, or what the system lacks; empty when it does.
+/// Parses a text.
+/// @return the reason of a failure, which is NotIni or a lack of memory; empty on success.
 QString Parse(const QByteArray& text, Values& values);
 
-/// Sets one value in a text, keeps all others, and writes the text that results.
-/// @param path a file that nobody has read through QSettings before.
-/// @return why it cannot be written; empty when it is.
+/// Writes a copy of a text in which one value is changed.
+/// @param path the copy's path, which this process has not used with QSettings before.
+/// @return the reason of a failure; empty on success.
 QString WriteChanged(const QByteArray& text, const QString& name, const QString& value, const QString& path);
 
 }

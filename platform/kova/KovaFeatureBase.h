@@ -2,7 +2,7 @@
 
 #include <QObject>
 
-/// Base of a device feature: an object that is known by its D-Bus object path.
+/// Base class of a device feature, an object that is identified by its D-Bus object path.
 class KovaFeatureBase : public QObject
 {
     Q_OBJECT
@@ -12,11 +12,10 @@ public:
     explicit KovaFeatureBase(const char* objectPath);
     ~KovaFeatureBase() override;
 
-    /// True when the object path is well-formed by the D-Bus rules for object paths.
+    /// True if the object path is valid ("Valid Object Paths" in the D-Bus specification).
     bool IsValid() const;
 
-    /// The device starts, stops, suspends or resumes the feature. A feature that needs nothing there overrides them
-    /// with empty bodies.
+    /// Called when the device starts, stops, suspends or resumes the feature. The defaults do nothing.
     virtual void OnStart();
     virtual void OnStop();
     virtual void OnSuspend();

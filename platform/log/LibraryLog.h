@@ -2,12 +2,12 @@
 
 #include <LogInterface.h>
 
-/// Null in a process that has no log client.
+/// Its address is null in a process that does not define a log client.
 extern LogInterface* _logInterface __attribute__((weak));
 
 #include "Log.h"
 
-/// Logs one line of a device library at the place where it stands, if the process has a log client.
+/// Logs one line of a device library that names the place of this macro, if the process has a log client.
 #define LIBRARY_LOG(origin, level, ...)                                                                                \
     do {                                                                                                               \
         if (&_logInterface && _logInterface)                                                                           \

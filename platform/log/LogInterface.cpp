@@ -31,8 +31,8 @@ unsigned int LevelFromEnvironment()
     return *end == '\0' && level <= UINT_MAX ? static_cast<unsigned int>(level) : DefaultLevel;
 }
 
-/// JOURNAL_STREAM names the device and inode of the journal's stream; it is inherited by programs whose standard error
-/// goes elsewhere.
+/// JOURNAL_STREAM names the device and inode of the journal's stream. Programs inherit the variable even if their
+/// standard error is redirected, so compare.
 bool StandardErrorIsJournal()
 {
     const char* stream = std::getenv("JOURNAL_STREAM");
@@ -54,7 +54,8 @@ const char* JournalPriority(unsigned int level)
     }
 }
 
-/// Length of the well-formed UTF-8 character that the text begins with (The Unicode Standard, table 3-7), 0 if none.
+/// The length of the UTF-8 character at the beginning of the text; 0 if it is not well-formed (The Unicode Standard,
+/// table 3-7).
 std::size_t CharacterLength(std::string_view text)
 {
     const auto byte = [&](std::size_t index) {
@@ -77,7 +78,7 @@ std::size_t CharacterLength(std::string_view text)
     return 0;
 }
 
-/// C0 controls and DEL, and the C1 controls in their UTF-8 form.
+/// True for C0 controls, DEL, and C1 controls in UTF-8.
 bool IsControl(std::string_view character)
 {
     const auto first = static_cast<unsigned char>(character[0]);

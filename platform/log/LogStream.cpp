@@ -13,7 +13,7 @@
 namespace
 {
 
-/// Writes without the signal of a pipe that nobody reads: only the process may decide to ignore it everywhere.
+/// Writes without raising SIGPIPE. A library may not ignore that signal for the whole process.
 ssize_t WriteUnsignalled(int descriptor, std::string_view text)
 {
     sigset_t brokenPipe;
@@ -44,14 +44,14 @@ LogStream::LogStream() : descriptor(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0))
     socket = S_ISSOCK(status.st_mode);
     pipe = S_ISFIFO(status.st_mode);
     if (!pipe && !isatty(descriptor))
-        return; // a socket is asked at each write not to wait; nobody reads a file
+        return; // send() has a flag not to wait, and a file has no reader.
 
     // O_NONBLOCK belongs to the open file, which other processes share: open the pipe or terminal once more.
     const int own = open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (own >= 0) {
         close(descriptor);
         descriptor = own;
-    } else { // made by another user
+    } else { // Another user's pipe or terminal cannot be opened again.
         roomWhenReady = pipe ? PIPE_BUF : 1;
     }
 }
@@ -73,7 +73,7 @@ bool LogStream::Write(std::string_view line)
     return written > 0;
 }
 
-/// @return how much has been written.
+/// @return the number of bytes written.
 std::size_t LogStream::WriteSome(std::string_view text) const
 {
     std::size_t written = 0;

@@ -5,19 +5,20 @@
 #include <string_view>
 #include <sys/types.h>
 
-/// Standard error, for a process that never waits for the reader of its log.
+/// Writes to standard error without ever waiting for its reader.
 class LogStream
 {
 public:
-    /// Keeps what standard error is now. One that is closed takes no line, whatever gets its number later.
+    /// Duplicates the current standard error. If it is closed, no line is ever written, even if another file gets its
+    /// number later.
     LogStream();
     ~LogStream();
     LogStream(const LogStream&) = delete;
     LogStream& operator=(const LogStream&) = delete;
 
-    /// Writes a line, with one system call unless the reader is slow. A line that is begun is completed before the
-    /// next.
-    /// @return false when there is no room for the line now, or nobody to read it; nothing of it is written then.
+    /// Writes a line, with one system call unless the reader is slow. Completes a line that was begun before it starts
+    /// the next.
+    /// @return false if there is no room now, or no reader; then no part of the line is written.
     bool Write(std::string_view line);
 
 private:
@@ -27,6 +28,6 @@ private:
     int descriptor;
     bool socket = false;
     bool pipe = false;
-    std::size_t roomWhenReady = 0; ///< what poll() promises room for; 0 when the descriptor itself does not wait
-    std::string rest;              ///< of the line that is begun
+    std::size_t roomWhenReady = 0; ///< bytes that fit once poll() reports room; 0 for a non-blocking descriptor
+    std::string rest;              ///< unwritten end of the line that was begun
 };

@@ -28,7 +28,7 @@ QString DatabasePath()
         .absoluteFilePath();
 }
 
-/// @return why the contacts cannot be read; empty when they are.
+/// @return the reason of a failure; empty on success.
 QString Load(QList<Contact>& contacts)
 {
     const QString path = DatabasePath();

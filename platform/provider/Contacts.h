@@ -6,7 +6,7 @@
 namespace kova_provider
 {
 
-/// One contact and what it may do. Each flag is one bit of the database's flags column, in this order from bit 0.
+/// One contact and its permissions. Each flag is one bit of the database's flags column, in this order from bit 0.
 struct Contact {
     QString phoneNumber;
     bool emergency;
@@ -18,7 +18,7 @@ struct Contact {
     bool favourite;
 };
 
-/// A bit mask of contact flags: a contact matches when it has every bit of the filter.
+/// A bit mask of contact flags. A contact matches if it has every bit of the filter.
 enum ContactFilter : unsigned int {
     ContactFilterAll = 0,
     ContactFilterEmergency = 1,
@@ -30,19 +30,20 @@ enum ContactFilter : unsigned int {
     ContactFilterFavourite = 64,
 };
 
-/// Client of the device's contacts, which it only reads: an SQLite database, KOVA_CONTACTS_DB or else kova/contacts.db
-/// in the user's data folder. A write that was cut short, by a power cut perhaps, is taken back first.
+/// Read-only client of the device's contacts, an SQLite database: KOVA_CONTACTS_DB or else kova/contacts.db in the
+/// user's data folder.
 class Contacts
 {
 public:
-    /// Reads the database, and waits up to 5 seconds for a program that writes it. What makes that fail is logged.
-    /// @param clientName who asks; the object path of a service.
+    /// Reads the database and logs a failure. Waits up to 5 seconds while a program writes it, and rolls back a write
+    /// that was interrupted, for example by a power cut.
+    /// @param clientName the object path that errors are logged under.
     explicit Contacts(const char* clientName);
 
-    /// False when the database is missing, damaged, locked for longer, or has no contacts table.
+    /// False if the database is missing, damaged, locked for longer, or has no contacts table.
     bool IsLoaded() const;
 
-    /// The contacts that have every flag of the filter, in the order of their ids; empty when not loaded.
+    /// The contacts that have every flag of the filter, ordered by id; empty if they are not loaded.
     QList<Contact> getContacts(ContactFilter filter) const;
 
 private:

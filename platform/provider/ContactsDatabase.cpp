@@ -19,17 +19,18 @@ namespace
 
 constexpr int LockTimeoutMs = 5000;
 
-// SQLite's result codes, of which the first byte is the kind.
-constexpr int ResultKind = 0xff;
+// SQLite's result codes. The lowest byte of an extended code is its primary code.
+constexpr int PrimaryCodeMask = 0xff;
 constexpr int ResultReadOnly = 8;
 constexpr int ResultCantOpen = 14;
 
-// Ways to open a database that cannot simply be read. Qt's own default makes a file that is missing; these do not.
-constexpr char Recovered[] = "mode=rw"; ///< takes back what a writer that died has left in the journal
-constexpr char Constant[] = "mode=ro&immutable=1";
+// SQLite's URI parameters for a database that cannot simply be read. Unlike Qt's default, they never create the file.
+constexpr char WithRollback[] = "mode=rw"; ///< rolls back the journal of a writer that died
+constexpr char Immutable[] = "mode=ro&immutable=1";
 
-/// A database with a write-ahead log needs files beside it even to be read, but not where nobody can write.
-bool IsConstant(const QString& path)
+/// True for a complete database on a read-only file system. Reading one with a write-ahead log otherwise creates files
+/// beside it.
+bool IsImmutable(const QString& path)
 {
     struct statvfs status = {};
     return statvfs(QFile::encodeName(path).constData(), &status) == 0 && (status.f_flag & ST_RDONLY) &&
@@ -62,7 +63,7 @@ QSqlError ReadAll(QSqlDatabase database, QList<Contact>& contacts)
     return query.lastError();
 }
 
-/// @param access the option that opens the database for it.
+/// @param access Qt's connection option for the kind of access.
 QSqlError Read(const QString& name, const char* access, const QDeadlineTimer& lockDeadline, QList<Contact>& contacts)
 {
     const QString connection = QUuid::createUuid().toString();
@@ -86,10 +87,10 @@ QString ReadContacts(const QString& path, QList<Contact>& contacts)
     const QDeadlineTimer lockDeadline(LockTimeoutMs);
     QSqlError error = Read(path, "QSQLITE_OPEN_READONLY", lockDeadline, contacts);
 
-    const int kind = error.nativeErrorCode().toInt() & ResultKind;
-    if (error.isValid() && (kind == ResultReadOnly || kind == ResultCantOpen)) {
+    const int code = error.nativeErrorCode().toInt() & PrimaryCodeMask;
+    if (error.isValid() && (code == ResultReadOnly || code == ResultCantOpen)) {
         const QByteArray uri =
-            "file://" + QUrl::toPercentEncoding(path, "/") + '?' + (IsConstant(path) ? Constant : Recovered);
+            "file://" + QUrl::toPercentEncoding(path, "/") + '?' + (IsImmutable(path) ? Immutable : WithRollback);
         error = Read(QLatin1String(uri), "QSQLITE_OPEN_URI", lockDeadline, contacts);
     }
     if (!error.isValid())
