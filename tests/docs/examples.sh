@@ -7,7 +7,7 @@ PATH=$build:$PATH
 
 start_players fast
 
-# expect STATUS OUTPUT COMMAND...: has the far end hang up what it answered
+# expect STATUS OUTPUT COMMAND...: runs a client and compares. The far end hangs up once it has answered.
 expect() {
     local status=0 wanted=$1 output=$2
     shift 2

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Fails when a log text of level 1 or 2 in the code is missing from the integrator's guide.
+# Fails if the integrator's guide lacks a log text of level 1 or 2.
 # usage: log-texts.sh SOURCE_DIR
 cd "$1" || exit 2
 

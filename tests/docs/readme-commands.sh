@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs every command of the README's sh blocks, in order, against the service and the simulated device.
+# Runs all commands in the README's sh blocks, in order, with the service and the simulated device.
 # usage: readme-commands.sh SOURCE_DIR BUILD_DIR
 set -euo pipefail
 . "$1/shell-lib/stage.sh"
@@ -12,7 +12,7 @@ start_players fast
 # run COMMAND
 run() {
     local limit=(timeout 60)
-    # It runs until it is interrupted, and that is no failure.
+    # The monitor runs until it is interrupted.
     case $1 in *' monitor'*) limit=(timeout --preserve-status --signal=INT 1) ;; esac
     "${limit[@]}" bash -c "$1" </dev/null >"$scene/output" 2>&1
 }

@@ -16,11 +16,11 @@ namespace
 {
 
 constexpr int ShortRun = 2000;
-constexpr int LookInterval = 50;  ///< messages until the service is given the time to take them
-constexpr int TimeInterval = 100; ///< messages until timers fire
+constexpr int LookInterval = 50;  ///< messages between checks of the service
+constexpr int TimeInterval = 100; ///< messages between steps of the clock
 constexpr int TimeStepMs = 30000;
 
-/// A method or signal and its arguments: the bus's type letters, but l for a list of texts and m for a map.
+/// A method or signal with the types of its arguments: D-Bus type codes, but l for as and m for a{sv}.
 struct Member {
     const char* name;
     const char* types;
@@ -37,15 +37,15 @@ constexpr Member gsmSignals[] = {
     {"ModemRegistered", ""},   {"SignalQuality", "y"},
 };
 
-/// What the device's methods answer; all others only a status.
+/// Types of the answers that carry more than a status.
 const QMap<QString, const char*> peerAnswers = {
     {"IsSimPresent", "ib"}, {"GetAmplifiersDefault", "iy"}, {"GetOutputType", "iu"}};
 
-/// Makes values that nobody expects.
-class Hostility
+/// Generates random values, among them unexpected ones.
+class RandomValues
 {
 public:
-    explicit Hostility(quint32 seed) : random(seed) {}
+    explicit RandomValues(quint32 seed) : random(seed) {}
 
     bool OneIn(int n) { return random.bounded(n) == 0; }
 
@@ -55,7 +55,7 @@ public:
         return choices[random.bounded(static_cast<int>(std::size(choices)))];
     }
 
-    /// Arguments that fit the types, or any.
+    /// Arguments of the given types, or of any.
     QVariantList Arguments(const char* types)
     {
         QVariantList arguments;
@@ -154,29 +154,29 @@ private:
     QRandomGenerator random;
 };
 
-/// Answers that fit, that almost fit, and errors.
+/// Answers with the right types, with wrong types, and errors.
 FakePeers::Answer HostileAnswers(quint32 seed)
 {
-    return [hostility = std::make_shared<Hostility>(seed)](const QDBusMessage& call) {
-        QVariantList answer = hostility->Arguments(peerAnswers.value(call.member(), "i"));
-        if (hostility->OneIn(6)) // where a number should be
-            answer = {0, hostility->Structure()};
-        else if (!hostility->OneIn(4) && !answer.isEmpty())
+    return [values = std::make_shared<RandomValues>(seed)](const QDBusMessage& call) {
+        QVariantList answer = values->Arguments(peerAnswers.value(call.member(), "i"));
+        if (values->OneIn(6)) // instead of a number
+            answer = {0, values->Structure()};
+        else if (!values->OneIn(4) && !answer.isEmpty())
             answer[0] = 0;
-        return hostility->OneIn(8) ? call.createErrorReply("org.example.Error", hostility->Value('s').toString())
-                                   : call.createReply(answer);
+        return values->OneIn(8) ? call.createErrorReply("org.example.Error", values->Value('s').toString())
+                                : call.createReply(answer);
     };
 }
 
 }
 
-/// Everything that the bus lets through is thrown at the service, which lives on and then does its work.
+/// Sends random requests, answers and signals to the service, which must survive them and work afterwards.
 class BusFuzz : public QObject
 {
     Q_OBJECT
 
 public:
-    static void initMain() { qputenv("QTEST_FUNCTION_TIMEOUT", "86400000"); } // a long run takes its time
+    static void initMain() { qputenv("QTEST_FUNCTION_TIMEOUT", "86400000"); } // for long runs
 
 private Q_SLOTS:
     void SurvivesEverything()
@@ -194,34 +194,35 @@ private Q_SLOTS:
             FakePeers peers(HostileAnswers(seed));
             for (const char* name : {Names::SoundManagerService, Names::AudioOutCtlService, Names::AudioInCtlService})
                 QVERIFY(peers.Join(name));
-            Hostility hostility(seed);
+            RandomValues random(seed);
             bool present = false;
             for (int i = 0; i < messages; ++i) {
-                if (!present || hostility.OneIn(400)) {
+                if (!present || random.OneIn(400)) {
                     present = !present;
                     QVERIFY(present ? peers.Join(Names::GsmService) : peers.Leave(Names::GsmService));
                 }
-                if (hostility.OneIn(2)) {
-                    const Member& method = hostility.Choose(phoneMethods);
+                if (random.OneIn(2)) {
+                    const Member& method = random.Choose(phoneMethods);
                     QDBusMessage call = QDBusMessage::createMethodCall(Names::PhoneService, Names::PhoneObject,
                                                                        Names::PhoneInterface, method.name);
-                    call.setArguments(hostility.Arguments(method.types));
+                    call.setArguments(random.Arguments(method.types));
                     QDBusConnection::sessionBus().asyncCall(call);
                 } else {
-                    const Member& member = hostility.Choose(gsmSignals);
-                    peers.Send(member.name, hostility.Arguments(member.types));
+                    const Member& member = random.Choose(gsmSignals);
+                    peers.Send(member.name, random.Arguments(member.types));
                 }
                 if (i % TimeInterval == 0)
                     bed.PassTime(TimeStepMs);
                 if (i % LookInterval == 0) {
                     bed.Settle();
-                    QVERIFY2(bed.ServiceRuns(), qPrintable(QStringLiteral("gone after message %1").arg(i)));
+                    QVERIFY2(bed.ServiceRuns(),
+                             qPrintable(QStringLiteral("the service has ended after message %1").arg(i)));
                     bed.ForgetRecords();
                 }
             }
         }
 
-        // What is still under way ends; then a sane device and a sane user find a sane service.
+        // Let everything in progress end. With a correct device and a correct client, the service must then work.
         bed.PassTime(TimeStepMs);
         bed.Phone().ForcePhoneOff(false).waitForFinished();
         bed.Phone().PhoneSetEnabled(true).waitForFinished();

@@ -1,6 +1,6 @@
 #!/bin/bash
-# Fuzzes what reads files that other programs write, and what a modem stack writes to the simulated modem: each reader
-# for so many seconds, or, if none are given, for a fixed number of inputs.
+# Fuzzes the readers of input from other programs: the settings file, AT commands and message PDUs. Runs each for so many
+# seconds, or for a fixed number of inputs if none are given.
 # usage: tests/fuzz/run-readers.sh [SECONDS]
 set -euo pipefail
 cd "$(dirname "$0")/../.."
@@ -10,7 +10,7 @@ need "${BUILD_PACKAGES[@]}" clang-16 libclang-rt-16-dev
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz -- --quiet
 
-# The short run is the same each time; a long one goes on where the last one ended.
+# The short run is the same each time. A long run continues from the inputs that earlier runs have found.
 if [ $# -eq 0 ]; then
     found=build-fuzz/found-short
     limits=(-runs=1000 -seed=1)
@@ -20,7 +20,7 @@ else
     limits=(-max_total_time="$1")
 fi
 
-# The settings reach the disk with each write: in memory that costs nothing.
+# Each write of the settings waits for the disk, so use a file system in memory.
 [ ! -w /dev/shm ] || export TMPDIR=/dev/shm
 
 for reader in ini at pdu; do

@@ -8,10 +8,10 @@ namespace
 {
 
 constexpr int DefaultRuns = 10;
-constexpr int LatestKillMs = 150; ///< after the last request; by then it has been carried out
+constexpr int LatestKillMs = 150; ///< after the last request, which is done by then
 constexpr int SimCheckMs = 20000;
 constexpr char OtherSetting[] = "neighbour/text";
-constexpr char OtherValue[] = "what others keep here, with \"quotes\"";
+constexpr char OtherValue[] = "a value of another program, with \"quotes\"";
 
 quint32 FromEnvironment(const char* name, quint32 otherwise)
 {
@@ -20,12 +20,12 @@ quint32 FromEnvironment(const char* name, quint32 otherwise)
 
 }
 
-/// The service is killed at any moment of bring-ups, changes of the settings and calls.
+/// Kills the service at random moments of bring-ups, changes of the settings and calls.
 class KillService : public QObject
 {
     Q_OBJECT
 
-    /// Asks without waiting for answers.
+    /// Sends random requests without waiting for the answers.
     static void Ask(PhoneProxy& phone, QRandomGenerator& random)
     {
         for (int left = random.bounded(1, 6); left > 0; --left) {
@@ -57,13 +57,13 @@ private Q_SLOTS:
             if (random.bounded(3) > 0) {
                 QVERIFY(bed.WaitForLog("Phone Manager running"));
                 if (random.bounded(2) == 0)
-                    bed.PassTime(SimCheckMs); // after which calls and messages are taken
+                    bed.PassTime(SimCheckMs); // Calls and messages are accepted after that.
                 Ask(bed.Phone(), random);
             }
             QTest::qWait(random.bounded(LatestKillMs));
             QCOMPARE(bed.StopService(SIGKILL), -1);
 
-            // The next start does what the settings ask for, and takes and keeps a new one.
+            // The next start follows the settings, and a new setting is stored.
             const bool enabled = read("PHONE/enabled") == "1";
             bed.ForgetRecords();
             QVERIFY(bed.StartService());

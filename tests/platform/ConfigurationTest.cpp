@@ -47,7 +47,7 @@ class ConfigurationTest : public QObject
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
 
-    /// Always of the same time, which then tells no change.
+    /// Keeps the file's time the same, so that it does not reveal a change.
     static void SetStore(const QByteArray& text)
     {
         QFile file("config.ini");
@@ -60,7 +60,7 @@ class ConfigurationTest : public QObject
         return QDir().entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
     }
 
-    /// The value is not written, and the log says why.
+    /// Expects that a write fails and logs the reason.
     static void CheckNotWritten(const QByteArray& reason, const QString& value = "1")
     {
         TakeLog();
@@ -91,7 +91,7 @@ private Q_SLOTS:
         qputenv("KOVA_CONFIG_FILE", QFile::encodeName(folder->filePath("config.ini")));
     }
 
-    void MakesWhatIsMissingWhereALinkLeads()
+    void CreatesTheTargetOfALink()
     {
         QVERIFY(QFile::link("new/folder/kova.ini", "config.ini"));
         QVERIFY(Configuration("/client").IsValid());
@@ -127,21 +127,21 @@ private Q_SLOTS:
         }
     }
 
-    void RefusesWhatIsNoStore()
+    void RefusesInvalidFiles()
     {
-        const QByteArray zeros(64, '\0'); // what a power cut can leave
+        const QByteArray zeros(64, '\0'); // as after a power cut
         for (const QByteArray& text : {QByteArray("not a setting\n"), QByteArray("[PHONE\nenabled=1\n"), zeros}) {
             SetStore(text);
             CheckRefused("not an INI file");
             QCOMPARE(Store(), text);
         }
 
-        constexpr off_t Most = 1024 * 1024;
-        constexpr off_t Huge = 100 * 1024 * Most;
-        SetStore("[PHONE]\nenabled=1\n;" + QByteArray(Most, ' '));
-        QCOMPARE(truncate("config.ini", Most), 0);
+        constexpr off_t MaxSize = 1024 * 1024;
+        constexpr off_t Huge = 100 * 1024 * MaxSize;
+        SetStore("[PHONE]\nenabled=1\n;" + QByteArray(MaxSize, ' '));
+        QCOMPARE(truncate("config.ini", MaxSize), 0);
         QCOMPARE(Read(), QString("1"));
-        for (const off_t size : {Most + 1, Huge}) {
+        for (const off_t size : {MaxSize + 1, Huge}) {
             QCOMPARE(truncate("config.ini", size), 0);
             CheckRefused("larger than 1048576 bytes");
         }
@@ -180,7 +180,7 @@ private Q_SLOTS:
         QCOMPARE(file.size(), 4);
     }
 
-    void TellsWhyItDoesNotWrite()
+    void LogsWhyItDoesNotWrite()
     {
         QVERIFY(Write("0"));
         {
@@ -231,8 +231,8 @@ private Q_SLOTS:
         const QByteArray text = "[PHONE]\nenabled=0\nlong=" + QByteArray(2000 - 24, 'x') + '\n';
         SetStore(text);
 
-        // A limit on the size of files cuts a write short, as a full disk does: that of the lock, of the copy, of the
-        // changed copy.
+        // A limit on the size of files cuts a write short like a full disk: here that of the lock, of the copy to
+        // parse, and of the changed copy.
         std::signal(SIGXFSZ, SIG_IGN);
         rlimit limit = {};
         getrlimit(RLIMIT_FSIZE, &limit);

@@ -17,7 +17,7 @@ using kova_provider::Contacts;
 namespace
 {
 
-/// More than fit in a database's first pages.
+/// More rows than fit into the first pages of a database.
 constexpr char ManyContacts[] = "WITH n(id) AS (SELECT 100 UNION ALL SELECT id + 1 FROM n LIMIT 4000) "
                                 "INSERT INTO contacts SELECT id, 'a', '+1', 16 FROM n";
 
@@ -36,7 +36,7 @@ class ContactsTest : public QObject
     Q_OBJECT
 
     std::optional<QTemporaryDir> folder;
-    QSqlDatabase database; ///< open connection of another program
+    QSqlDatabase database; ///< the connection of another program
 
     void Execute(const QString& statement) { QVERIFY2(QSqlQuery(database).exec(statement), qPrintable(statement)); }
 
@@ -81,21 +81,21 @@ private Q_SLOTS:
         }
     }
 
-    void TakesBackAWriteThatWasCutShort_data()
+    void RollsBackAnInterruptedWrite_data()
     {
         QTest::addColumn<QString>("mode");
         QTest::newRow("journal") << "PRAGMA journal_mode=DELETE";
         QTest::newRow("write-ahead log") << "PRAGMA journal_mode=WAL";
     }
 
-    void TakesBackAWriteThatWasCutShort()
+    void RollsBackAnInterruptedWrite()
     {
         QFETCH(QString, mode);
         const QString name = "a%20b?.db";
         qputenv("KOVA_CONTACTS_DB", name.toUtf8());
         MakeDatabase("writing.db");
         Execute(mode);
-        Execute("PRAGMA cache_size=1"); // makes a long write reach the file before it is committed
+        Execute("PRAGMA cache_size=1"); // writes pages to the file before the commit
         Execute("BEGIN");
         Execute(ManyContacts);
         for (const char* part : {"", "-journal", "-wal"})
@@ -106,7 +106,7 @@ private Q_SLOTS:
         QCOMPARE(Numbers(contacts, 0), QString("+1 +2 +3 +4"));
     }
 
-    void TellsWhyItIsNotLoaded_data()
+    void LogsWhyItIsNotLoaded_data()
     {
         QTest::addColumn<QString>("statement");
         QTest::addColumn<QByteArray>("reason");
@@ -119,7 +119,7 @@ private Q_SLOTS:
         QTest::newRow("cut") << ManyContacts << QByteArray("database disk image is malformed");
     }
 
-    void TellsWhyItIsNotLoaded()
+    void LogsWhyItIsNotLoaded()
     {
         QFETCH(QString, statement);
         QFETCH(QByteArray, reason);

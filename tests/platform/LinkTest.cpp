@@ -12,7 +12,7 @@ class LinkTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    /// Whatever a look-up lacks, it says so, and the next one has another try.
+    /// A failed look-up logs the reason, and the next one tries again.
     void LooksUpAsSoonAsItCan()
     {
         const auto checkUnknown = [](const QByteArray& reason) {

@@ -21,7 +21,7 @@ namespace
 constexpr int TimeLength = sizeof "2000-12-31T23:59:59.999";
 constexpr char Origin[] = "/com/example/origin";
 
-/// What processes of their own write on standard error while they do the work: one entry a write.
+/// Does the work in child processes and returns what they write to standard error, one entry for each write.
 QList<QByteArray> Writes(const std::function<void()>& work, int processes = 1)
 {
     int ends[2];
@@ -48,7 +48,7 @@ QList<QByteArray> Writes(const std::function<void()>& work, int processes = 1)
 
 constexpr int AnotherUser = 65534;
 
-/// Another standard error for as long as it lives; none for -1.
+/// Replaces standard error during its lifetime; -1 closes it.
 class StandardError
 {
 public:
@@ -90,12 +90,12 @@ private Q_SLOTS:
         qunsetenv("JOURNAL_STREAM");
     }
 
-    void ShowsWhatCouldForgeALine()
+    void EscapesControlCharacters()
     {
         const std::pair<const char*, QByteArray> rows[] = {
             {"[Gsm.cpp:1] 100% \\\nb\r\tc\x1b[1m\x7f", "[Gsm.cpp:1] 100% \\\\x0ab\\x0d\\x09c\\x1b[1m\\x7f"},
             {"\u00e9\u20ac\U0001f4de\xc2\xa0\xc2\x85z", "\u00e9\u20ac\U0001f4de\xc2\xa0\\xc2\\x85z"},
-            {"\xf0\x9f\x93z\xe2\x82", "\\xf0\\x9f\\x93z\\xe2\\x82"}, // cut characters; too long ones and none
+            {"\xf0\x9f\x93z\xe2\x82", "\\xf0\\x9f\\x93z\\xe2\\x82"}, // cut characters; then overlong and invalid ones
             {"\xc0\x8a\xe0\x80\x8a\xed\xa0\x80\xf4\x90\x80\x80",
              "\\xc0\\x8a\\xe0\\x80\\x8a\\xed\\xa0\\x80\\xf4\\x90\\x80\\x80"},
             {nullptr, ""},
@@ -157,7 +157,7 @@ private Q_SLOTS:
             QVERIFY2(whole.match(QString::fromUtf8(line)).hasMatch(), line.constData());
     }
 
-    void CountsWhatAStalledReaderLeavesNoRoomFor_data()
+    void CountsLinesThatAStalledReaderMisses_data()
     {
         QTest::addColumn<int>("user");
         QTest::newRow("pipe") << 0;
@@ -167,7 +167,7 @@ private Q_SLOTS:
         QTest::newRow("terminal of another user") << AnotherUser;
     }
 
-    void CountsWhatAStalledReaderLeavesNoRoomFor()
+    void CountsLinesThatAStalledReaderMisses()
     {
         QFETCH(int, user);
         constexpr int Lines = 1000;
@@ -190,10 +190,10 @@ private Q_SLOTS:
 
         const StandardError redirected(ends[1]);
         if (user != 0 && seteuid(user) != 0)
-            QSKIP("Only root makes streams of another user");
+            QSKIP("Only root can open a stream of another user");
         LogInterface log("/log");
         QCOMPARE(seteuid(getuid()), 0);
-        const std::string text(5000, 'x'); // more than a pipe takes as a whole or not at all
+        const std::string text(5000, 'x'); // more than a pipe takes atomically
         for (int line = 0; line < Lines; ++line)
             log.EmitLogString(4, text.c_str(), "/o");
         QCOMPARE(fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK, 0); // other processes share it
@@ -218,7 +218,7 @@ private Q_SLOTS:
         log.EmitLogString(1, "nobody reads this", "/o");
     }
 
-    void LeavesAFileAloneThatGetsItsNumber()
+    void LeavesAFileWithItsNumberAlone()
     {
         const StandardError closed(-1);
         LogInterface log("/log");

@@ -1,6 +1,6 @@
 #!/bin/bash
-# Builds the service without platform/, against device libraries that are installed, and starts it. The build has a path
-# map of the builder's own, as image builders give one: the log names the source files all the same.
+# Builds the service without platform/, with installed device libraries, and starts it. The build has a path map of its
+# own, as image builders use: the log must still name the source files.
 # usage: prefix.sh SOURCE_DIR BUILD_DIR QT_VERSION
 set -euo pipefail
 work=$(mktemp -d)
@@ -13,7 +13,7 @@ configure() {
         -DCMAKE_UNITY_BUILD=ON -DBUILD_TESTING=OFF 2>&1
 }
 
-# starts PROGRAM: it calls the device, with the right places in the log, and stops in order.
+# starts PROGRAM: expects that it runs, logs the right places and stops in order.
 starts() {
     echo "Starting $1"
     "$1" 2>"$work/log" &

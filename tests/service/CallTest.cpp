@@ -23,7 +23,7 @@ QString Dial(const QString& number)
     return QStringLiteral(R"(-> gsm Call("%1"))").arg(number);
 }
 
-/// The daemon's signal of a call.
+/// A signal of the daemon about a call.
 QString Reported(const QString& signal, const QString& number)
 {
     return QStringLiteral(R"(<- gsm %1({LineIdentification="%2"}))").arg(signal, number);
@@ -31,7 +31,7 @@ QString Reported(const QString& signal, const QString& number)
 
 }
 
-/// Calls out, in a loop, and in.
+/// Outgoing calls, the emergency loop, incoming calls.
 class CallTest : public QObject
 {
     Q_OBJECT
@@ -45,7 +45,7 @@ private Q_SLOTS:
         QVERIFY(bed.Command("answer") && bed.WaitForEvent("phone VoiceCall(2)"));
         QCOMPARE(bed.Ask("VoiceCallMake", "+49333"), -55);
         QVERIFY(bed.Command("hangup") && bed.WaitForLog("GSM CALL SUCCESFULLY STOPPED"));
-        bed.PassTime(3 * AnswerTimeoutMs); // nothing is left to hang up
+        bed.PassTime(3 * AnswerTimeoutMs); // The timer is stopped: no hang-up follows.
         QCOMPARE(bed.Events(), (QStringList{Dial("+49222")} + outgoingAudio +
                                 QStringList{Reported("CallAnswered", "+49222"), "phone VoiceCall(2)",
                                             Reported("CallTerminated", "+49222")} +
@@ -68,7 +68,7 @@ private Q_SLOTS:
                               "SoundManager->SetAmplifiersDefault(AMPS_MASK_AUX) async",
                               "SoundManager->PlayGsmVoice async", "SoundManager->StopPlay(gsmvoice) async",
                               "SoundManager->SetAmplifiersDefault() async", "audioOutCtl->SetOutputType async"}));
-        QCOMPARE(bed.Ask("VoiceCallMake", ""), 0); // the next call, and a number that is passed on as it is
+        QCOMPARE(bed.Ask("VoiceCallMake", ""), 0); // Another call is possible. The number is passed on unchanged.
         QCOMPARE(bed.Events("-> gsm ").last(), Dial(""));
     }
 
@@ -114,7 +114,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("command");
         QTest::addColumn<QString>("line");
-        QTest::addColumn<int>("outgoingRequests"); ///< that are still made
+        QTest::addColumn<int>("outgoingRequests"); ///< number of requests that are still made
         QTest::addColumn<int>("incomingRequests");
 
         const auto row = [](const char* command, const char* line, int outgoing, int incoming) {
@@ -133,7 +133,7 @@ private Q_SLOTS:
         row("fault PlayGsmVoice error com.example.Busy", "Failed to request SoundManager->PlayGsmVoice", 6, 3);
     }
 
-    /// The set-up ends at the step that fails; the call stays, and its end brings everything back into order.
+    /// The audio set-up ends at the step that fails. The call goes on, and its teardown restores everything.
     void audioFails()
     {
         QFETCH(QString, command);
@@ -160,7 +160,7 @@ private Q_SLOTS:
         QVERIFY(bed.Command("ring +49111") && bed.WaitForEvent("phone VoiceCall(1)"));
         QCOMPARE(audioRequests(), incomingAudio.mid(0, incomingRequests));
         QVERIFY(logged("MIC"));
-        QCOMPARE(bed.Events("-> gsm"), QStringList()); // it goes on ringing
+        QCOMPARE(bed.Events("-> gsm"), QStringList()); // The call goes on ringing.
 
         QVERIFY(bed.Commands({repair, "hangup"}) && bed.WaitForLog("GSM STREAM SUCCESFULLY STOPPED"));
         QCOMPARE(bed.Ask("VoiceCallMake", "+49222"), 0);
@@ -181,7 +181,7 @@ private Q_SLOTS:
                                          "4 [OutputType] Successfully restored OutputType=1",
                                          "2 Failed to request SoundManager->StopPlay(gsmvoice)"});
 
-        // Without a sound manager nothing is restored, and the call counts as going on.
+        // Without a sound manager nothing is restored, and the call flag stays set.
         QCOMPARE(bed.Ask("VoiceCallMake", "+49222"), 0);
         bed.ForgetRecords();
         QVERIFY(bed.Commands({"daemon leave sound", "hangup"}) && bed.WaitForLog("Can't create SoundManagerProxy"));
@@ -191,7 +191,7 @@ private Q_SLOTS:
 
     void loop_data()
     {
-        QTest::addColumn<QStringList>("numbers"); ///< their ends tell the device what becomes of them
+        QTest::addColumn<QStringList>("numbers"); ///< the device treats a number by its last word
         QTest::addColumn<int>("called");
         QTest::addColumn<QStringList>("log");
 
@@ -229,7 +229,7 @@ private Q_SLOTS:
             signalled.append(number.endsWith("answer") ? "phone VoiceCall(2)" : "phone VoiceCall(0)");
         }
         QCOMPARE(bed.Ask("VoiceCallLoopMake", numbers), 0);
-        QCOMPARE(bed.Events(), QStringList()); // not at once
+        QCOMPARE(bed.Events(), QStringList()); // The loop starts later.
         bed.PassTime(LoopStartMs);
         QVERIFY(bed.WaitForLog(log.last().mid(2)));
         QCOMPARE(bed.Events("-> gsm Call("), dialled.mid(0, called));
@@ -237,7 +237,7 @@ private Q_SLOTS:
         VERIFY_IN_ORDER(bed.LogTexts(), log);
         QVERIFY(bed.LogTexts(9).contains("9 Gsm phone start call loop"));
 
-        // The loop is over in any case: another is taken.
+        // The loop is over in each case, so the next is accepted.
         if (bed.DeviceState()["call"] != "none")
             QVERIFY(bed.Command("hangup") && bed.WaitForEvent("phone VoiceCall(0)", 3));
         bed.ForgetRecords();
@@ -247,7 +247,7 @@ private Q_SLOTS:
         QCOMPARE(bed.Events("-> gsm Call("), QStringList{Dial("+49-last")});
     }
 
-    /// A list that is replaced before its start: both starts run, on the second list, however long the first was.
+    /// A second list replaces the first before its start. Both starts run, with the second list.
     void loopReplaced()
     {
         TestBed bed;
@@ -275,7 +275,7 @@ private Q_SLOTS:
     {
         TestBed bed;
         bed.WriteContacts({{"+49111", MayCallIn}});
-        // The audio fails, so that the call goes on ringing; the first hang-up does not get through.
+        // Audio fails, so that the call goes on ringing, and the first hang-up is refused.
         QVERIFY(bed.BringUp({"fault PlayGsmVoice status 1 times 1", "fault CallHangupAll status 1 times 1"}));
         QVERIFY(bed.Command("ring +49111") && bed.WaitForLog("Failed to request SoundManager->PlayGsmVoice"));
         bed.ForgetRecords();
@@ -313,7 +313,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("number");
         QTest::addColumn<QString>("fault");
         QTest::addColumn<QStringList>("log");
-        QTest::addColumn<QStringList>("events"); ///< between the ring and the end
+        QTest::addColumn<QStringList>("events"); ///< between the ring and the teardown
 
         const QString answer = "-> gsm CallAnswer()";
         const QStringList answered = {"9 Waiting 3 s before answering call...", "5 Gsmd->CallAnswer() request success",
@@ -337,7 +337,7 @@ private Q_SLOTS:
                                      << QStringList{"-> gsm CallHangup()", Reported("CallTerminated", "+49111")};
     }
 
-    /// Only an exact number that may call in is answered.
+    /// Only the exact number of a contact that may call in is answered.
     void incoming()
     {
         QFETCH(QString, number);

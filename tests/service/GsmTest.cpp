@@ -33,7 +33,7 @@ using Command = std::function<bool(Gsm&)>;
 
 Q_DECLARE_METATYPE(Command)
 
-/// The GSM daemon's client, the power controller and the traces, in this process against the simulated device.
+/// Gsm, GsmPowerController and the traces, run in this process with the simulated device.
 class GsmTest : public QObject
 {
     Q_OBJECT
@@ -59,7 +59,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("signature");
         QTest::addColumn<QString>("request");
-        QTest::addColumn<QString>("outcome"); ///< how the outcome lines name the request
+        QTest::addColumn<QString>("outcome"); ///< the request in the outcome line
         QTest::addColumn<Command>("command");
 
         const auto row = [](const char* signature, QString request, const char* outcome, const Command& command) {
@@ -82,7 +82,7 @@ private Q_SLOTS:
             [](Gsm& gsm) { return gsm.SetEnabled(true); });
     }
 
-    /// Each command with each kind of answer: what is sent, what is logged, and what it returns.
+    /// Checks request, log lines and result of each command, for each kind of answer.
     void commands()
     {
         QFETCH(QString, signature);
@@ -135,7 +135,7 @@ private Q_SLOTS:
         QTRY_VERIFY(gsm.IsReady());
     }
 
-    /// A power-on may take 3 s, a power-off a minute.
+    /// A power-on times out after 3 s, a power-off after a minute.
     void answersLateAndNever()
     {
         Gsm& gsm = Gsm::Instance();
@@ -153,12 +153,12 @@ private Q_SLOTS:
         QVERIFY(!gsm.IsSimPresent(present));
         QVERIFY(present);
         present = false;
-        QVERIFY(bed.Command("fault IsSimPresent status 1 times 1")); // refused, and yet with a value
+        QVERIFY(bed.Command("fault IsSimPresent status 1 times 1")); // a failure that carries a value
         QVERIFY(!gsm.IsSimPresent(present));
         QVERIFY(present);
     }
 
-    /// A notice that comes twice changes nothing.
+    /// A repeated notification about the daemon changes nothing.
     void comesAndGoes()
     {
         Gsm& gsm = Gsm::Instance();
@@ -184,7 +184,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("operation");
         QTest::addColumn<QString>("request"); ///< to the daemon
         QTest::addColumn<QString>("done");    ///< state after
-        QTest::addColumn<QString>("refused"); ///< state after, when the daemon refuses
+        QTest::addColumn<QString>("refused"); ///< state after, if the daemon refuses
         QTest::addColumn<bool>("wanted");     ///< whether the modem is requested on, after
 
         const auto row = [](const char* reach, const char* operation, const char* request, const char* done,
@@ -240,7 +240,7 @@ private Q_SLOTS:
             Requests();
             TakeLog();
 
-            // Only a refused power-on and a refused reset are reported.
+            // Only a refused power-on or reset is returned as a failure.
             QCOMPARE(operate(power), done || (request != "on" && operation != "reset"));
             QTEST(state(), done ? "done" : "refused");
             QCOMPARE(Requests().join(' '),
@@ -256,8 +256,7 @@ private Q_SLOTS:
         QVERIFY(bed.Command("fault ModemSetEnabled clear"));
     }
 
-    /// What no command of the client shows: unfinished and mistyped answers, where the lines say they come from, and
-    /// that long ones are cut.
+    /// Traces that no command can produce: unfinished and mistyped answers, other origins, and lines that are cut.
     void traces()
     {
         const QDBusMessage call = QDBusMessage::createMethodCall("com.example.Peer", "/", "com.example", "Method");
@@ -285,7 +284,7 @@ private Q_SLOTS:
         }
     }
 
-    /// The members are part of the contract with the device's introspecting tools, down to their order.
+    /// The device's introspecting tools depend on the members and their order.
     void members()
     {
         QStringList members;

@@ -12,7 +12,7 @@ namespace
 
 constexpr int MinuteMs = 60000;
 constexpr int SimCheckMs = 20000;
-constexpr int NearlyMs = 5000; ///< what a busy machine may need meanwhile
+constexpr int NearlyMs = 5000; ///< margin for a busy machine
 constexpr char DataEnabled[] = "[DEVICES_SETUP]\ngprs-enabled=1\n";
 
 const QStringList powerCycle = {"-> gsm ModemSetEnabled(false)", "<- gsm ModemOff()",     "phone PhoneStatus(0)",
@@ -20,13 +20,13 @@ const QStringList powerCycle = {"-> gsm ModemSetEnabled(false)", "<- gsm ModemOf
 
 }
 
-/// Who wants the modem on, its life from power-up to registration, and its daemon's.
+/// The power decision, the modem's life from power-up to registration, the watchdogs, and the daemon's presence.
 class ModemTest : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    /// Off, powered, SIM card checked, registered: requests, signals and log lines, each in its order.
+    /// The requests, signals and log lines from off to registered, each in order.
     void bringUp()
     {
         TestBed bed;
@@ -79,7 +79,7 @@ private Q_SLOTS:
         QCOMPARE(bed.LogTexts(), texts);
     }
 
-    /// A network that is slow: the SIM card is checked before the modem registers.
+    /// With a slow network, the SIM card is checked before the modem registers.
     void bringUpStepByStep()
     {
         TestBed bed;
@@ -108,7 +108,7 @@ private Q_SLOTS:
         QVERIFY(bed.Settings().contains("enabled=0"));
     }
 
-    /// Only "1" asks for the modem; settings that can't be read count as off, and are never overwritten.
+    /// Only "1" counts as on. Invalid settings count as off and are never overwritten.
     void users()
     {
         const std::tuple<QByteArray, const char*, const char*> rows[] = {
@@ -132,7 +132,7 @@ private Q_SLOTS:
         }
     }
 
-    /// Without a card the modem is power-cycled until one is put in.
+    /// Without a SIM card the modem is power-cycled until there is one.
     void noSim()
     {
         TestBed bed;
@@ -148,7 +148,7 @@ private Q_SLOTS:
         bed.ForgetRecords();
         bed.PassTime(SimCheckMs);
         QVERIFY(bed.WaitForLog("Gsm modem POWERED"));
-        QCOMPARE(bed.Events("phone SimPresent"), QStringList()); // no answer, nothing to tell
+        QCOMPARE(bed.Events("phone SimPresent"), QStringList()); // not checked, so not reported
         QVERIFY(bed.LogTexts().contains("2 Sim check failed (error reply) on try 1"));
         QVERIFY(bed.PassSimCheck() && bed.WaitForLog("Now Sim is 1 (try 2)"));
     }
@@ -167,7 +167,7 @@ private Q_SLOTS:
                                    << "2 PPP Is not up after 10 minutes. Power Cycle the modem";
     }
 
-    /// Neither too early nor too late, and then again.
+    /// A watchdog fires neither too early nor too late, and it does so again.
     void watchdogs()
     {
         QFETCH(QByteArray, settings);
@@ -190,14 +190,14 @@ private Q_SLOTS:
             bed.PassTime(after * MinuteMs / 2 - NearlyMs);
             QCOMPARE(bed.Events("-> gsm ModemSetEnabled"), QStringList());
             bed.PassTime(NearlyMs);
-            // The card counts as checked.
+            // A card that was found once is not checked again.
             QVERIFY(bed.WaitForLog(registered ? "Gsm signal: " : "Gsm modem POWERED", signalInTheMiddle ? 2 : 1));
             VERIFY_IN_ORDER(bed.Events(), powerCycle);
             QVERIFY(bed.LogTexts().contains(log));
         }
     }
 
-    /// A look-up of the data link that cannot be made is no reason to act, and the next one is another try.
+    /// A failed look-up of the data link has no consequence, and the next one tries again.
     void dataLinkUnknown()
     {
         TestBed bed;
@@ -233,12 +233,12 @@ private Q_SLOTS:
             bed.PassTime(NearlyMs);
             QCOMPARE(bed.Events("-> "), QStringList{"-> gsm PingRegistration()"});
             QVERIFY(bed.LogTexts().contains("4 Didn't received a Signal Quality 3 mins.. Ping modem"));
-            QVERIFY(bed.Command("signal 40") && bed.WaitForLog("Gsm signal: 40")); // the wait begins anew
+            QVERIFY(bed.Command("signal 40") && bed.WaitForLog("Gsm signal: 40")); // The timer starts anew.
             bed.ForgetRecords();
         }
     }
 
-    /// The data connection keeps the modem on for the phone's user, and a forced off keeps it off for all.
+    /// The data setting alone keeps the modem on. Forcing off overrides both settings.
     void forcedOff()
     {
         TestBed bed;
@@ -264,7 +264,7 @@ private Q_SLOTS:
         VERIFY_IN_ORDER(bed.LogTexts(), {"2 New ForcePhoneOff state 1", "2 EvaluatePhonePower() forced OFF",
                                          "2 New ForcePhoneOff state 0", "2 EvaluatePhonePower() Remove forced OFF"});
 
-        // Nobody wants the modem at the release: it stays off.
+        // The modem stays off at the release if no setting asks for it.
         bed.WriteSettings("");
         QCOMPARE(bed.Ask("ForcePhoneOff", true), 0);
         QCOMPARE(bed.Ask("PhoneSetEnabled", false), 0);
@@ -273,7 +273,7 @@ private Q_SLOTS:
         QCOMPARE(bed.Events("-> "), QStringList());
     }
 
-    /// A daemon that answers too late may power the modem all the same: the watchdog runs.
+    /// The watchdog runs after a failed power-on, since the daemon may only have answered too late.
     void refusedPowerOn()
     {
         TestBed bed;
@@ -297,7 +297,7 @@ private Q_SLOTS:
         VERIFY_IN_ORDER(bed.LogTexts(), {"1 Error making call (Call)", "2 Gsmd unregistered from DBus",
                                          "2 Gsmd service becomes FAILED", "2 Hangup after failure",
                                          "2 Gsm phone call TERMINATED", "4 EMERGENCY GSM CALL SUCCESFULLY STOPPED"});
-        // What the modem last was is known until the daemon is back.
+        // The last state is kept until the daemon is back.
         QCOMPARE(bed.PhoneStatus(), "(0, 2, 3, 71, 1, false)");
         bed.ForgetRecords();
         QVERIFY(bed.Command("daemon return") && bed.PassSimCheck() && bed.WaitForEvent("phone SimPresent(true)"));
@@ -323,7 +323,8 @@ private Q_SLOTS:
         QVERIFY(bed.Start({}));
         const auto set = [&] { return bed.Ask("SetApn", "web", "me", "secret"); };
         QCOMPARE(set(), -57);
-        bed.WriteSettings(TestBed::PhoneEnabled); // by another program: seen at the next decision, which this is
+        bed.WriteSettings(
+            TestBed::PhoneEnabled); // As another program does. SetApn makes a power decision, which reads it.
         QCOMPARE(set(), -57);
         QVERIFY(bed.PassSimCheck());
         bed.ForgetRecords();
@@ -335,7 +336,7 @@ private Q_SLOTS:
         QVERIFY(bed.LogTexts().contains("2 SetApn(web)"));
     }
 
-    /// Answers and signals of wrong types do no harm, and the next right daemon works.
+    /// Answers and signals of wrong types do no harm, and a correct daemon works afterwards.
     void strangeDaemon()
     {
         const std::tuple<QVariantList, const char*, const char*> rows[] = {

@@ -13,13 +13,13 @@ constexpr char Service[] = KOVA_BUILD_DIR "/phonemanager";
 
 }
 
-/// The service as a process: how it starts, fails to start and stops, and what it shows to others.
+/// The service as a process: start, failures at the start, stop, introspection and places in the log.
 class ProcessTest : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    /// A second service would power the modem off before it found the name taken.
+    /// It must not start for --help: it would power the modem off before it noticed that the name is taken.
     void takesNoArguments()
     {
         QProcess service;
@@ -55,7 +55,7 @@ private Q_SLOTS:
         QCOMPARE(bed.StopService(), 0);
     }
 
-    /// The bus library of its own stops reading above 63 MiB, for ever.
+    /// By default libdbus stops reading for ever once a message exceeds 63 MiB.
     void hearsAfterLargeRequest()
     {
         TestBed bed;
@@ -66,7 +66,7 @@ private Q_SLOTS:
 
     void badOutput()
     {
-        for (const char* redirections : {"<&- >&- 2>&-", "2> >(:)"}) { // closed; the reader gone
+        for (const char* redirections : {"<&- >&- 2>&-", "2> >(:)"}) { // closed descriptors; a reader that has ended
             QProcess service;
             service.start("bash", {"-c", "exec " + QString(Service) + ' ' + redirections});
             QTRY_VERIFY(QDBusConnection::sessionBus().interface()->isServiceRegistered(Names::PhoneService));
@@ -112,7 +112,7 @@ private Q_SLOTS:
         }
     }
 
-    /// The device's libraries look for the log client in the executable, and must find none of its functions there.
+    /// The device's libraries use the executable's log client, but must not bind to functions of the executable.
     void exportsLog()
     {
         QProcess nm;
@@ -123,8 +123,7 @@ private Q_SLOTS:
         QVERIFY(!exported.contains(" T "));
     }
 
-    /// What a bus tool is shown is the description that is installed, comments included, and nothing but the phone's
-    /// interface.
+    /// Introspection returns the installed description with its comments, and no other interface of ours.
     void introspects()
     {
         TestBed bed;
@@ -141,7 +140,7 @@ private Q_SLOTS:
         QCOMPARE(shown.count("<interface name=\"com.quillmark"), 1);
     }
 
-    /// Whatever procedure writes it, a line names the source line, with its function, that it belongs to.
+    /// Every log line names its own source line and function, even if a shared procedure writes it.
     void linesNameTheirPlace()
     {
         TestBed bed;
@@ -159,7 +158,7 @@ private Q_SLOTS:
                 continue;
             QFile file(QStringLiteral(KOVA_SOURCE_DIR "/") + line.file);
             QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(line.file));
-            // Nearest above the line, a function begins in the first column, and it is the one named.
+            // The last line above that starts in the first column begins the function, which must be the one named.
             const QList<QByteArray> source = file.readAll().split('\n');
             int begin = line.line - 1;
             while (begin > 0 && (source[begin].isEmpty() || !QChar(source[begin][0]).isLetter()))

@@ -3,7 +3,7 @@
 #include <QRegularExpression>
 #include <QTest>
 
-/// Messages out and in.
+/// Outgoing and incoming messages.
 class SmsTest : public QObject
 {
     Q_OBJECT
@@ -19,10 +19,11 @@ private Q_SLOTS:
         QCOMPARE(bed.Ask("QueueSms", "+492", "hello"), 0);
         bed.PassTime(1000);
         QCOMPARE(bed.Events("-> gsm SendSms"), QStringList{R"(-> gsm SendSms("+492", "hello"))"});
-        QCOMPARE(bed.Events("phone Sms"), QStringList{"phone SmsSent(1, true)"}); // the refused one took no identifier
+        QCOMPARE(bed.Events("phone Sms"),
+                 QStringList{"phone SmsSent(1, true)"}); // The refused message has not used up an identifier.
     }
 
-    /// One a second, and one that fails is dropped.
+    /// Messages are sent in order, one a second, and one that fails is dropped.
     void keepsOrder()
     {
         TestBed bed;
@@ -81,13 +82,13 @@ private Q_SLOTS:
     {
         TestBed bed;
         QVERIFY(bed.BringUp({"sms +491 first", "sms +492 second"}) && bed.WaitForEvent("phone SmsReceived", 2));
-        // Text and details as the daemon tells them
+        // Text and details are those of the daemon.
         QCOMPARE(bed.Events("phone ").replaceInStrings("phone SmsReceived", ""),
                  bed.Events("<- ").replaceInStrings("<- gsm MessageReceived", ""));
         QCOMPARE(bed.LogTexts(), QStringList({"4 Sms RECEIVED", "4 Sms RECEIVED"}));
     }
 
-    // In a burst of messages that are all due, each send blocks the service.
+    // A burst of messages, of which each blocks the service while it is sent, does not delay other work to its end.
 
     void yieldsToEmergencyCall()
     {

@@ -9,8 +9,8 @@
 
 #include <functional>
 
-/// Stands for the GSM daemon and the audio services, in a thread of its own: the test waits for the service, which
-/// waits for its peers.
+/// Takes the place of the GSM daemon and the audio services. It answers in a thread of its own, because the test blocks
+/// on the service while the service blocks on its peers.
 class FakePeers : public QDBusVirtualObject
 {
 public:
@@ -31,11 +31,11 @@ public:
         thread.wait();
     }
 
-    /// Makes the GSM daemon or one of the audio services join the bus or leave it.
+    /// Acquires or releases the bus name of the GSM daemon or of an audio service.
     bool Join(const char* service) { return bus.registerService(service); }
     bool Leave(const char* service) { return bus.unregisterService(service); }
 
-    /// Sends a signal of the GSM daemon.
+    /// Emits a signal of the GSM daemon.
     void Send(const char* signal, const QVariantList& arguments)
     {
         QDBusMessage message = QDBusMessage::createSignal(Names::GsmObject, Names::GsmInterface, signal);

@@ -3,13 +3,13 @@
 #include <QByteArray>
 #include <QList>
 
-/// One line that a unit test's program logged, as it was handed to the device's log.
+/// One line that was passed to the device's log in a test's own process.
 struct Logged {
     unsigned int level;
     QByteArray text;
     QByteArray origin;
 
-    /// What stands before the line's message: "[file] function", without the line's number.
+    /// The part before the message, without the line number: "[file] function".
     QByteArray Prefix() const
     {
         const int colon = static_cast<int>(text.indexOf(':'));
@@ -19,5 +19,5 @@ struct Logged {
     QByteArray Message() const { return text.mid(text.indexOf("): ") + 3); }
 };
 
-/// @return what was logged since the last time. The capture stands in for the log library in the test's program.
+/// Returns and forgets the lines logged so far. Programs that link this have it instead of the log library.
 QList<Logged> TakeLog();

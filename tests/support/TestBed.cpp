@@ -25,12 +25,12 @@
 namespace
 {
 
-constexpr int LimitMs = 30000; ///< for what is certain to come, on however busy a machine
+constexpr int LimitMs = 30000; ///< limit of every wait, enough for the busiest machine
 constexpr int SimCheckMs = 20000;
 
 constexpr char Faketime[] = KOVA_FAKETIME;
 
-/// Quick enough for a test; one report of the signal quality, right after registration.
+/// Makes the device quick enough for a test. It reports the signal quality once, right after registration.
 const QStringList quickDevice = {"--power-up", "20", "--register",        "20",     "--power-down", "20",
                                  "--answer",   "20", "--signal-interval", "9999999"};
 
@@ -69,7 +69,7 @@ TestBed::~TestBed()
     End(device);
     ReadLog();
     if (!unreadable.isEmpty())
-        QTest::qFail("The service wrote what is no log line", __FILE__, __LINE__);
+        QTest::qFail("The service wrote something that is no log line", __FILE__, __LINE__);
     if (!QTest::currentTestFailed())
         return;
 
@@ -114,7 +114,7 @@ void TestBed::WriteContacts(const QMap<QString, int>& contacts)
                    .arg(contact.key())
                    .arg(*contact);
     if (QProcess::execute("sqlite3", {ContactsPath(), sql}) != 0)
-        qFatal("Can't make %s", qPrintable(ContactsPath()));
+        qFatal("Can't create %s", qPrintable(ContactsPath()));
 }
 
 // The two programs
@@ -140,7 +140,7 @@ void TestBed::LaunchService(const QMap<QString, QString>& changes)
     environment.insert("LD_PRELOAD", Faketime);
     environment.insert("FAKETIME_TIMESTAMP_FILE", folder.filePath("clock"));
     environment.insert("FAKETIME_NO_CACHE", "1");
-    // The preloaded library comes before the sanitizer's.
+    // libfaketime is loaded before the sanitizer's library.
     environment.insert("ASAN_OPTIONS", environment.value("ASAN_OPTIONS") + ":verify_asan_link_order=0");
     for (auto change = changes.begin(); change != changes.end(); ++change)
         change->isEmpty() ? environment.remove(change.key()) : environment.insert(change.key(), *change);
@@ -186,8 +186,7 @@ bool TestBed::BringUp(const QStringList& commands)
 {
     if (!QFile::exists(SettingsPath()))
         WriteSettings(PhoneEnabled);
-    // In this order: what a device so quick reports to a service that has no event loop yet, the bus library may
-    // deliver in another order.
+    // Start the service first: QtDBus may reorder signals that such a quick device sends before the event loop runs.
     if (!StartService() || !StartDevice() || !PassSimCheck() || !WaitForLog("Gsm signal: 71"))
         return false;
     ForgetRecords();
@@ -234,7 +233,7 @@ void TestBed::SetClock()
 
 void TestBed::PassTime(int ms)
 {
-    Settle(); // timers that are about to start have to start before
+    Settle(); // A timer that is about to start must start before the clock moves.
     clockMs += ms;
     SetClock();
     Settle();
@@ -244,13 +243,13 @@ void TestBed::BeginPassTime(int ms)
 {
     clockMs += ms;
     SetClock();
-    phone.GetStatus(); // the service sleeps until something comes: wake it
+    phone.GetStatus(); // A request wakes the service, which then sees the new time.
 }
 
 void TestBed::EndRemoteCall(int timeoutMs)
 {
     const QDBusPendingCall blocked = phone.GetStatus();
-    // Not in one step: the call's timer may start only after the first.
+    // Advance in steps, because the call's timer may start after the first.
     while (!blocked.isFinished()) {
         BeginPassTime(timeoutMs / 10);
         QTest::qWait(20);
@@ -259,10 +258,9 @@ void TestBed::EndRemoteCall(int timeoutMs)
 
 void TestBed::Settle()
 {
-    // The service answers from its event loop, that is after what it was about. A timer that is due when the first
-    // request wakes it has been handled before it takes the second. Each run of the message queue takes another turn of
-    // the loop, and writes to the log.
-    // Its log is read all the while: with a full pipe it would never answer.
+    // The service answers from its event loop, after its current task. A timer that is due when the first request wakes
+    // it is handled before the second request. Each run of the message queue takes one more turn of the loop, which the
+    // log shows. The event loop here reads that log meanwhile, so that its pipe is never full.
     const auto queueRuns = [this] {
         return std::count_if(log.cbegin(), log.cend(), [](const LogLine& line) {
             return line.message.startsWith(QLatin1String("Process sms queue"));
@@ -280,7 +278,7 @@ void TestBed::Settle()
         }
         ReadLog();
     } while (queueRuns() != runs);
-    // Likewise everything that the device tells of has been told before its answer.
+    // Likewise, the device emits all its events before it answers.
     if (device.state() == QProcess::Running)
         Simulator().State().waitForFinished();
     QCoreApplication::processEvents();

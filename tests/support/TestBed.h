@@ -12,7 +12,7 @@
 
 #include <csignal>
 
-/// One line of the service's log, taken apart.
+/// One line of the service's log, split into its parts.
 struct LogLine {
     int level;
     QString origin;
@@ -22,10 +22,11 @@ struct LogLine {
     QString message;
 };
 
-/// The simulated device and the real service on the session bus that the test runs on, with settings and contacts of
-/// their own. It records what happens, and when the test fails, its end prints that. Made anew for each test.
+/// The simulated device and the real service on the test's session bus, with settings and contacts of their own. Create
+/// one for each test. It records requests, answers, signals and the log, and the destructor prints them if the test has
+/// failed.
 ///
-/// The service's clock is the test's: PassTime() moves it, so that nobody waits for a watchdog.
+/// The service's clock stands still unless the test moves it: PassTime() makes a watchdog fire at once.
 class TestBed : public QObject
 {
     Q_OBJECT
@@ -34,50 +35,50 @@ public:
     TestBed();
     ~TestBed() override;
 
-    // Settings and contacts; before or while the service runs
+    // Settings and contacts, before or while the service runs
 
     void WriteSettings(const QByteArray& text);
     QByteArray Settings() const;
-    /// Makes the contacts database: number and flags of each contact.
     static constexpr int MayCallIn = 16;
+    /// Creates the contacts database. @param contacts number and flags of each contact.
     void WriteContacts(const QMap<QString, int>& contacts);
     QString SettingsPath() const { return folder.filePath(QStringLiteral("config.ini")); }
     QString ContactsPath() const { return folder.filePath(QStringLiteral("contacts.db")); }
 
-    // The two programs. What waits for something prints what did not happen.
+    // The two programs. Functions that wait print the condition if it does not become true.
 
     /// Starts the simulated device and waits until it is on the bus.
-    /// @param options further options; without them it is quick and reports the signal once.
+    /// @param options in addition to those that make it quick and report the signal once.
     bool StartDevice(const QStringList& options = {});
-    /// From now on, the service is a copy of the program in another folder, without what is built beside it.
+    /// Copies the service's program to another folder, away from the module beside it, and uses the copy from now on.
     bool CopyService(const QString& copyFolder);
     /// Starts the service and waits until it runs.
     bool StartService();
-    /// Starts the service and waits for nothing. @param environment variables to set; empty values unset.
+    /// Starts the service without waiting. @param environment variables to set, or to unset if their value is empty.
     void LaunchService(const QMap<QString, QString>& environment = {});
-    /// Waits for the service's end. @return its exit status, -1 after a crash, -2 when it does not end.
+    /// Waits for the service's end. @return its exit status, -1 after a crash, -2 if it does not end.
     int AwaitEnd();
     /// Sends a signal to the service and waits for its end, as AwaitEnd() does.
     int StopService(int signal = SIGTERM);
     QByteArray StandardOutput() { return service.readAllStandardOutput(); }
     bool ServiceRuns() const { return service.state() == QProcess::Running; }
-    /// Starts a device in the state that the commands bring about, then the service with the settings.
+    /// Writes the settings, starts the device, carries out the commands and starts the service.
     bool Start(const QByteArray& settings = PhoneEnabled, const QStringList& commands = {});
     static constexpr char PhoneEnabled[] = "[PHONE]\nenabled=1\n";
-    /// Both programs up, the phone enabled, SIM card found and modem registered; records begin after that, and then the
-    /// commands are carried out.
+    /// Starts both programs, enables the phone and waits until the SIM card is checked and the modem registered. Then
+    /// forgets the records and carries out the commands.
     bool BringUp(const QStringList& commands = {});
-    /// Ends the wait for the SIM check and waits until the modem is registered for the phone's users.
+    /// Passes the time until the SIM check and waits for PhoneStatus(2).
     bool PassSimCheck();
 
     // Steering
 
-    /// Commands to the device, as on its console. @return whether all were carried out.
+    /// Sends commands to the device, in the syntax of its console. @return true if all were carried out.
     bool Command(const QString& line);
     bool Commands(const QStringList& lines);
     QVariantMap DeviceState();
     PhoneProxy& Phone() { return phone; }
-    /// The status that one of the phone's methods answers; Unanswered after an error.
+    /// Calls one of the phone's methods. @return the status of the answer; Unanswered after an error.
     template <typename... Arguments>
     int Ask(const char* method, const Arguments&... arguments)
     {
@@ -85,15 +86,15 @@ public:
     }
     static int StatusOf(const QDBusPendingCall& call);
     static constexpr int Unanswered = -1000;
-    /// All that GetStatus answers, as "(0, 2, 3, 71, 1, false)".
+    /// The whole answer of GetStatus, for example "(0, 2, 3, 71, 1, false)".
     QString PhoneStatus();
-    /// Moves the service's clock on and waits until everything that was due is done.
+    /// Advances the service's clock and waits until everything that is due is done.
     void PassTime(int ms);
-    /// Moves the clock on and does not wait: for a service that is going to block, or is blocked, in a remote call.
+    /// Advances the clock without waiting, for a service that blocks in a remote call or is about to.
     void BeginPassTime(int ms);
-    /// Moves the clock on until the remote call, in which the service is blocked, times out.
+    /// Advances the clock until the remote call that blocks the service has timed out.
     void EndRemoteCall(int timeoutMs);
-    /// Waits until the service has nothing left to do and everything is recorded.
+    /// Waits until the service is idle and everything is recorded.
     void Settle();
 
     // Records
@@ -102,18 +103,18 @@ public:
     /// Waits for a request to the device ("-> gsm Call(...)"), a signal from it ("<- gsm ModemOff()") or a signal of
     /// the service ("phone VoiceCall(1)").
     bool WaitForEvent(const QString& text, int times = 1);
-    /// Begins the records anew, when the service has nothing left to do.
+    /// Waits until the service is idle and clears the records.
     void ForgetRecords();
 
-    // What is recorded when the service has nothing left to do
+    // These wait until the service is idle and return the records since the last ForgetRecords()
 
     QList<LogLine> Log();
-    /// Level and message of each line, as "2 Gsm modem OFF"; without traces of remote calls when not asked for.
+    /// Level and message of each line, for example "2 Gsm modem OFF"; by default without traces of remote calls.
     QStringList LogTexts(int highestLevel = 5);
-    /// Requests, device's and service's signals in the order in which they happened. @param filter what they start
-    /// with.
+    /// Requests, the device's signals and the service's signals, in order. @param filter selects those that start with
+    /// it.
     QStringList Events(const QString& filter = {});
-    /// @return an empty text when the wanted texts are in the list in this order, else which is missing.
+    /// @return empty if the wanted texts are in the list in this order, else the first that is missing.
     static QString MissingInOrder(const QStringList& list, const QStringList& wanted);
 
 private Q_SLOTS:
@@ -133,7 +134,7 @@ private:
     QByteArray unfinishedLine;
     qint64 clockMs = 0;
     QList<LogLine> log;
-    QStringList unreadable; ///< what the service wrote that is no log line, as a sanitizer's report
+    QStringList unreadable; ///< output that is no log line, for example a sanitizer's report
     QStringList events;
 };
 

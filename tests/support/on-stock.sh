@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Runs a program beside a stock modem stack: a private session bus, a private system bus, the simulated modem behind an
-# AT port, and oFono (modem /phonesim) or ModemManager (on the session bus, as its test mode has it) that uses it. The
-# program finds the buses in their usual variables, the port in AT_PORT and AT_NAME, and the logs in the folder SCENE;
-# ofonod can be started again with "ofonod -n".
+# Runs a program with a stock modem stack: starts private session and system buses, the simulated modem behind an AT
+# port, and oFono (with the modem /phonesim) or ModemManager (in test mode, on the session bus) on that port. The program
+# inherits the buses in their usual variables, the port in AT_PORT and AT_NAME, and the folder of the logs in SCENE. It
+# can restart ofonod with "ofonod -n".
 # usage: on-stock.sh BUILD ofono|modemmanager|none PROGRAM [ARGUMENT...]
-# The simulator's options are taken from DEVICE_OPTIONS.
+# DEVICE_OPTIONS has options for the simulator.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/../.." && pwd)
 . "$top/shell-lib/stage.sh"

@@ -3,7 +3,7 @@
 
 #include <QCoreApplication>
 
-/// Feeds the input in pieces of changing sizes; afterwards the port must still answer.
+/// Feeds the input in pieces of changing sizes. Afterwards the port must still answer.
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
     static int argc = 0;
@@ -12,8 +12,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     Modem modem(DeviceTimes{0, 0, 0, 1000, 0});
     BusService contract("gsm", "com.example.gsm", "/gsm", Names::GsmInterface);
     AtModem port(modem, contract, false);
-    QByteArray said;
-    QObject::connect(&port, &AtModem::Output, [&said](const QByteArray& output) { said += output; });
+    QByteArray output;
+    QObject::connect(&port, &AtModem::Output, [&output](const QByteArray& bytes) { output += bytes; });
     port.Open();
 
     const QByteArray input(reinterpret_cast<const char*>(data), static_cast<int>(size));
@@ -23,17 +23,17 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
         if (input.at(start) == '!')
             modem.Ring(QString::fromUtf8(input.mid(start, 8)));
     }
-    // Out of a line, a prompt or a wait, and then an answer.
+    // Leave any line, prompt or wait before asking for an answer.
     port.Feed("\r\x1b\x1b\r");
     for (int quiet = 0; quiet < 3; ++quiet) {
         QCoreApplication::processEvents();
         if (modem.PowerState() == Modem::PoweringUp || modem.PowerState() == Modem::PoweringDown)
             quiet = 0;
     }
-    said.clear();
+    output.clear();
     port.Feed("ATE0V1\r");
-    if (!said.contains("OK"))
-        qFatal("no answer: %s", said.constData());
+    if (!output.contains("OK"))
+        qFatal("no answer: %s", output.constData());
     port.Close();
     return 0;
 }

@@ -2,7 +2,7 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-/// Whatever the settings file holds, it is read or refused; where a value can be written, it reads back.
+/// Any settings file is either read or refused, and a value that was written reads back.
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
     static const QTemporaryDir folder;
