@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds and measures the service beside its floors; see bench/README.md.
-# With --quick a rougher measurement. Leaves results.json and results.svg in build/bench.
+# Installs missing packages, builds, and measures the service beside minimal programs; see bench/README.md.
+# --quick measures less precisely. The results are build/bench/results.json and results.svg.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . shell-lib/need.sh

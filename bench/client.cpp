@@ -1,5 +1,5 @@
-// The measuring side: asks, listens and takes the time, alike for whatever is measured. Prints bare numbers, in
-// nanoseconds, one measurement a line.
+// The client that measures: it calls methods, receives signals and takes the time, in the same way for every program.
+// Prints nanoseconds, one measurement on each line.
 
 #include "Names.h"
 
@@ -20,9 +20,9 @@
 namespace
 {
 
-constexpr int InFlight = 32; ///< calls that wait for their answers when calls are not made one by one
+constexpr int InFlight = 32; ///< pending calls while flooding
 constexpr int64_t LimitNs = 60'000'000'000;
-constexpr int64_t RepeatNs = 200'000'000; ///< until a signal that nobody seems to hear is sent again
+constexpr int64_t RepeatNs = 200'000'000; ///< interval at which a signal without effect is repeated
 
 int64_t Now()
 {
@@ -51,14 +51,14 @@ sd_bus* Connect()
     return bus;
 }
 
-/// Handles everything that has come.
+/// Handles all messages that have arrived.
 void Drain(sd_bus* bus)
 {
     while (Checked("bus", sd_bus_process(bus, nullptr)) > 0) {
     }
 }
 
-/// Handles what comes until the flag is set or the time is over.
+/// Handles messages until the flag is set or the time is up. @return the flag.
 bool RunUntil(const bool& flag, int64_t limitNs, std::initializer_list<sd_bus*> buses)
 {
     const int64_t end = Now() + limitNs;
@@ -82,7 +82,7 @@ int SetFlag(sd_bus_message*, void* flag, sd_bus_error*)
     return 0;
 }
 
-/// start NAME PROGRAM: from exec to the program's first line on standard error, and to its name on the bus.
+/// start NAME PROGRAM: measures the time from exec to the first line on standard error, and to the name on the bus.
 int Start(const char* name, char** program)
 {
     sd_bus* bus = Connect();
@@ -132,7 +132,7 @@ sd_bus_message* MakeCall(sd_bus* bus, char** target, char** texts)
     return call;
 }
 
-/// call COUNT NAME PATH INTERFACE METHOD [TEXT...]: each round trip.
+/// call COUNT NAME PATH INTERFACE METHOD [TEXT...]: measures each round trip.
 int Call(int count, char** target, char** texts)
 {
     sd_bus* bus = Connect();
@@ -159,7 +159,7 @@ int CountAnswer(sd_bus_message* reply, void* waiting, sd_bus_error*)
     return 0;
 }
 
-/// flood COUNT NAME PATH INTERFACE METHOD [TEXT...]: time of one call when many are under way.
+/// flood COUNT NAME PATH INTERFACE METHOD [TEXT...]: measures the time of one call while many are pending.
 int Flood(int count, char** target, char** texts)
 {
     sd_bus* bus = Connect();
@@ -210,26 +210,26 @@ int Relay(int count, const char* path, char** heard)
     sd_bus* daemon = Connect();
     Checked("filter", sd_bus_add_filter(daemon, nullptr, AnswerSuccess, nullptr));
     Checked("name", sd_bus_request_name(daemon, Names::GsmService, 0));
-    sd_bus* ear = Connect();
-    bool came = false;
-    Checked("match", sd_bus_match_signal(ear, nullptr, nullptr, heard[0], heard[1], heard[2], SetFlag, &came));
+    sd_bus* listener = Connect();
+    bool received = false;
+    Checked("match", sd_bus_match_signal(listener, nullptr, nullptr, heard[0], heard[1], heard[2], SetFlag, &received));
 
-    for (int i = -1; i < count; ++i) { // the first one waits for a service that attaches to the daemon
+    for (int i = -1; i < count; ++i) { // The first signal is repeated until the service has attached to the daemon.
         const int64_t limit = Now() + LimitNs;
         int64_t begin = 0;
         do {
-            came = false;
+            received = false;
             begin = Now();
             if (begin > limit)
-                Fail("the signal is not heard", 0);
+                Fail("the signal is not received", 0);
             Checked("signal", sd_bus_emit_signal(daemon, path, Names::GsmInterface, "MessageReceived", "sa{sv}",
                                                  "A message", 1, "Sender", "s", "+4912345"));
-        } while (!RunUntil(came, i < 0 ? RepeatNs : LimitNs, {daemon, ear}));
+        } while (!RunUntil(received, i < 0 ? RepeatNs : LimitNs, {daemon, listener}));
         const int64_t end = Now();
         if (i >= 0)
             std::printf("%lld\n", static_cast<long long>(end - begin));
         else
-            RunUntil(false, RepeatNs, {daemon, ear}); // what was sent too often comes, too
+            RunUntil(false, RepeatNs, {daemon, listener}); // Receive the repetitions too.
     }
     return 0;
 }

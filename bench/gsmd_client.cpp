@@ -1,5 +1,5 @@
-// Measures kova-gsmd's way from a stack's signal to its own: stands for oFono on the system bus, reports a new signal
-// strength again and again, and listens for the daemon on the session bus. Prints nanoseconds, one a line.
+// Measures how long kova-gsmd takes to pass on a signal: acts as oFono on the system bus, reports a new signal strength
+// repeatedly, and receives the daemon's signal on the session bus. Prints nanoseconds, one measurement on each line.
 // usage: gsmd_client COUNT
 
 #include "Names.h"

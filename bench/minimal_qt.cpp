@@ -1,4 +1,4 @@
-// The floor for a service on QtDBus: one object with one method, and one signal of another service passed on.
+// A minimal service on QtDBus, to compare with: one object with one method that relays one signal of another service.
 
 #include "Names.h"
 

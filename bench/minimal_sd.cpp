@@ -1,4 +1,4 @@
-// The floor for any service on the bus: the same as minimal_qt.cpp on the plain C library.
+// A minimal service on sd-bus, to compare with: the same as minimal_qt.cpp.
 
 #include "Names.h"
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Measures the service beside its floors, all in turn in the same run, on the session bus that it is started on.
+"""Measures the service and minimal programs in turn, on the session bus in the environment.
 
-usage: run.py BUILD_FOLDER [--quick]. Prints a table; writes results.json and results.svg into BUILD_FOLDER/bench.
+usage: run.py BUILD_FOLDER [--quick]. Prints a table and writes results.json and results.svg to BUILD_FOLDER/bench.
 """
 
 import json
@@ -21,18 +21,18 @@ CLIENT = os.path.join(OUT, "bench_client")
 WORK = tempfile.TemporaryDirectory()
 
 ROUNDS = 5 if QUICK else 21
-CALLS = 200 if QUICK else 500  # a round
+CALLS = 200 if QUICK else 500  # in each round
 IDLE_S = 10 if QUICK else 60
 SMS_BATCHES, SMS_BATCH = (4, 2500) if QUICK else (10, 10000)
 PENDING_RUNS = (100, 10000) if QUICK else (100, 10000, 100000)
-BURST, SEND_MS = 30, 500  # messages before an emergency request, and what the daemon takes to send one
-COUNTED = 200, 1200  # calls in the two counts of instructions whose difference is taken
+BURST, SEND_MS = 30, 500  # messages before an emergency request, and the time to send one
+COUNTED = 200, 1200  # calls in the two runs whose instructions are subtracted
 
 PHONE = ("com.quillmark.kova.phonemanager", "/com/quillmark/kova/phonemanager/phoneobj",
          "com.quillmark.kova.phoneinterface")
 GSM_OBJECT = "/com/quillmark/kova/gsmmanager/gsmobj"
 
-# label: program; name, path and interface on the bus; where it expects the GSM daemon
+# label: program; its name, path and interface on the bus; path of the GSM daemon that it listens to
 PROGRAMS = {
     "sd-bus": (OUT + "/minimal_sd", ("bench.Sd", "/bench/sd", "bench.Minimal"), "/bench/sd"),
     "QtDBus": (OUT + "/minimal_qt", ("bench.Qt", "/bench/qt", "bench.Minimal"), "/bench/qt"),
@@ -55,7 +55,7 @@ def settings(enabled):
 
 
 class Running:
-    """A program on the bus, for the time of a with statement."""
+    """Runs a program for the duration of a with statement."""
 
     def __init__(self, label, command=None, name=None):
         program, bus, _ = PROGRAMS.get(label, (None, (name,), None))
@@ -80,7 +80,7 @@ def await_condition(condition, what, limit=120):
     end = time.monotonic() + limit
     while not condition():
         if time.monotonic() > end:
-            sys.exit("waited in vain for: " + what)
+            sys.exit("timeout while waiting for: " + what)
         time.sleep(0.05)
 
 
@@ -103,7 +103,7 @@ def spread(samples):
 
 
 def figure(unit, rounds, parts=None):
-    """rounds: label -> one value a round. The ratio is taken round by round, so that a busy moment hits both sides."""
+    """rounds: label -> one value for each round. Ratios are taken in each round, so that a busy moment affects both sides."""
     result = {"unit": unit, "values": {label: spread(samples) for label, samples in rounds.items()}}
     ratios = [a / b for a, b in zip(rounds["service"], rounds.get(FLOOR, [])) if b]
     if ratios:
@@ -114,7 +114,7 @@ def figure(unit, rounds, parts=None):
 
 
 def interleaved(measures):
-    """measures: label -> function that measures once. @return label -> one value a round"""
+    """measures: label -> function that measures once. @return label -> one value for each round"""
     rounds = {label: [] for label in measures}
     for _ in range(ROUNDS):
         for label, measure in measures.items():
@@ -133,7 +133,7 @@ def start_up():
 
 
 def dynamic_linking():
-    """The dynamic linker's own account of its time, as a part of the time until it hands over."""
+    """The dynamic linker's own statistics of its time."""
     result = {}
     for label, (program, bus, _) in PROGRAMS.items():
         path = WORK.name + "/linking"
@@ -167,7 +167,7 @@ def wakeups(pid):
 
 
 def idle_wakeups(pids):
-    """@return label -> wake-ups a minute"""
+    """@return label -> wake-ups per minute"""
     before = {label: wakeups(pid) for label, pid in pids.items()}
     time.sleep(IDLE_S)
     return {label: [(wakeups(pid) - before[label]) * 60 / IDLE_S] for label, pid in pids.items()}
@@ -188,13 +188,13 @@ def round_trips(figures, pids):
     ping = {"bus daemon": ("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.Peer", "Ping")}
     for name, unit, measure, targets in (("GetStatus round trip", "us", median, programs | ping),
                                          ("GetStatus throughput", "1/s", rate, programs | ping),
-                                         ("CPU time of a GetStatus", "us", cpu, programs)):
+                                         ("CPU time of GetStatus", "us", cpu, programs)):
         figures[name] = figure(unit, interleaved({
             label: (lambda target=target, pid=pids.get(label): measure(target, pid))
             for label, target in targets.items()}))
 
 
-def heard(label):
+def relayed_signal(label):
     _, (_, path, interface), daemon = PROGRAMS[label]
     return daemon, path, interface, "SmsReceived"
 
@@ -203,7 +203,7 @@ def relay():
     def median(*target):
         return statistics.median(sample[0] for sample in client("relay", CALLS, *target)) / 1000
     direct = ("/bench/direct", "/bench/direct", "com.quillmark.kova.gsminterface", "MessageReceived")
-    targets = {"direct": direct, **{label: heard(label) for label in PROGRAMS}}
+    targets = {"direct": direct, **{label: relayed_signal(label) for label in PROGRAMS}}
     return figure("us", interleaved({label: (lambda target=target: median(*target))
                                      for label, target in targets.items()}))
 
@@ -226,9 +226,9 @@ def cpu_ns(pid):
 
 
 def sms_queue(pid):
-    """Queues while the modem searches its network; every message's own run finds that it has to wait."""
+    """Queues messages while the modem is not registered: the run of each message leaves it in the queue."""
     simulator_command("network lost")
-    await_condition(lambda: get_status().startswith("int32 0 uint32 1"), "modem that searches")
+    await_condition(lambda: get_status().startswith("int32 0 uint32 1"), "a modem that is not registered")
     private, wall, cpu = memory(pid, "Private"), [], []
     for _ in range(SMS_BATCHES):
         before = cpu_ns(pid)
@@ -248,8 +248,8 @@ def log_lines(text):
 
 
 def queue_runs(pid):
-    """CPU time of a run of the queue, by how many runs are due at once: they gather while a power-off blocks the service.
-    Each finds the modem off and leaves its message where it is."""
+    """CPU time of a run of the queue, by the number of runs that are due at once. They accumulate while a power-off blocks
+    the service. The modem is off, so each run leaves its message in the queue."""
     each, run_line = {}, b"Process sms queue"
     for count in PENDING_RUNS:
         simulator_command("fault ModemSetEnabled delay 5000 times 1")
@@ -257,17 +257,17 @@ def queue_runs(pid):
                         "boolean:true"], check=True)
         before = log_lines(run_line)
         client("send", count, *PHONE, "QueueSms", "+491234567890", "A short message.")
-        get_status()  # answered when all are queued
+        get_status()  # its answer follows those of all messages
         done, cpu = log_lines(run_line) - before, cpu_ns(pid)
         await_condition(lambda: log_lines(run_line) - before >= count, "the queue's runs")
         each[count] = (cpu_ns(pid) - cpu) / (count - done) / 1000
         dbus_send(*PHONE[:2], PHONE[2] + ".ForcePhoneOff", "boolean:false")
         await_condition(lambda: "uint32 2 uint32 3" in get_status(), "registered modem")
-    return {"CPU us of a run, by runs that are due": each}
+    return {"CPU us of a run, by runs due": each}
 
 
 def emergency_in_burst():
-    """How long an emergency loop that is asked for during a burst of messages waits."""
+    """The delay of an emergency loop that is requested during a burst of messages."""
     simulator_command(f"fault SendSms delay {SEND_MS}")
     sends = log_lines(b"SendSms() request")
     client("send", BURST, *PHONE, "QueueSms", "+491234567890", "A short message.")
@@ -292,7 +292,7 @@ def instructions(label, count, *mode):
 
 def instruction_counts(figures):
     for name, mode in (("Instructions per GetStatus", lambda label: ("call", *PROGRAMS[label][1], "GetStatus")),
-                       ("Instructions per relayed signal", lambda label: ("relay", *heard(label)))):
+                       ("Instructions per relayed signal", lambda label: ("relay", *relayed_signal(label)))):
         each, rest = {}, {}
         for label in PROGRAMS:
             few, many = (instructions(label, count, *mode(label)) for count in COUNTED)
@@ -315,10 +315,10 @@ def measure():
         print("memory, idle ...", file=sys.stderr)
         for name, key in (("Memory at rest, private", "Private"), ("Memory at rest, PSS", "Pss")):
             figures[name] = figure("MiB", {label: [memory(pid, key)] for label, pid in pids.items()})
-        figures["Wake-ups a minute, modem off"] = figure("", idle_wakeups(pids))
+        figures["Wake-ups per minute, modem off"] = figure("", idle_wakeups(pids))
         print("round trips, relay ...", file=sys.stderr)
         round_trips(figures, pids)
-        figures["Signal to the client's ear"] = relay()
+        figures["Relayed signal"] = relay()
 
     settings(1)
     simulator = [BUILD + "/kova-simulator", "--quiet", "--power-up", "0", "--register", "0", "--power-down", "0",
@@ -326,7 +326,7 @@ def measure():
     with Running("simulator", simulator, "com.quillmark.kova.simulator"), Running("service") as pid:
         print("registered modem: idle, SMS queue ...", file=sys.stderr)
         await_condition(lambda: "uint32 2 uint32 3" in get_status(), "registered modem")
-        figures["Wake-ups a minute, modem registered"] = figure("", idle_wakeups({"service": pid}))
+        figures["Wake-ups per minute, modem registered"] = figure("", idle_wakeups({"service": pid}))
         details["SMS queue"] = sms_queue(pid)
 
     with Running("simulator", simulator, "com.quillmark.kova.simulator"), Running("service") as pid:
@@ -347,17 +347,17 @@ def measure():
 
 
 def gsm_daemon():
-    """kova-gsmd beside the minimal program: memory and wake-ups at rest, and its way from a stack's signal to its own.
-    Both buses are this one."""
+    """kova-gsmd and the minimal program: memory and wake-ups at rest, and the delay of a signal that kova-gsmd passes on.
+    One bus is both session and system bus."""
     ENVIRONMENT["DBUS_SYSTEM_BUS_ADDRESS"] = ENVIRONMENT["DBUS_SESSION_BUS_ADDRESS"]
     with Running("QtDBus") as qt, Running("kova-gsmd", [BUILD + "/kova-gsmd"], "com.quillmark.kova.gsmmanager") as pid:
         text = subprocess.run([OUT + "/gsmd_client", str(CALLS)], check=True, stdout=subprocess.PIPE,
                               env=ENVIRONMENT).stdout
         latency = spread([int(line) / 1e6 for line in text.splitlines()])
-        time.sleep(2)  # the stack has left, which is dealt with by then
+        time.sleep(2)  # kova-gsmd has handled the end of the stack by then
         return {"private MiB more than QtDBus": memory(pid, "Private") - memory(qt, "Private"),
-                "wake-ups a minute": idle_wakeups({"kova-gsmd": pid})["kova-gsmd"][0],
-                "ms from the stack's signal to its own": latency}
+                "wake-ups per minute": idle_wakeups({"kova-gsmd": pid})["kova-gsmd"][0],
+                "ms to pass on a signal": latency}
 
 
 def number(value):
@@ -376,7 +376,7 @@ def table(figures):
 
 
 def picture(figures, path):
-    """Each figure as a multiple of the minimal QtDBus program's."""
+    """Draws each figure as a multiple of the minimal QtDBus program's."""
     rows = [(name, label, data["values"][label]["median"] / data["values"][FLOOR]["median"])
             for name, data in figures.items() if data.get("ratio")
             for label in ("bus daemon", "direct", "sd-bus", "service") if label in data["values"]]

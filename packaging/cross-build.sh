@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Cross-builds the Debian packages for ARM in build-ARCH/, installs them in a Debian root with that architecture's
-# libraries, and brings the service through calls under emulation: on the simulated GSM daemon and on a stock oFono; the
-# audio services route a call on PulseAudio. As root.
-# The root in build-ARCH/root is kept for the next run; delete it to have it made anew.
+# Cross-builds the Debian packages for ARM in build-ARCH/ and installs them in a Debian root with that architecture's
+# libraries. There, under emulation, the service makes calls on the simulated GSM daemon and on a stock oFono, and the
+# audio services route a call on PulseAudio. Run as root.
+# The next run uses the root in build-ARCH/root again; delete it to have a new one.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . shell-lib/need.sh
@@ -19,10 +19,9 @@ user=tester
 
 need dpkg-dev git mmdebstrap
 mkdir -p "build-$arch"
-# Compilers and Qt's generators are this machine's, the libraries to build against and to run with are the other
-# architecture's: Debian installs both side by side.
+# Debian installs two architectures side by side: compilers and Qt's generators of this machine, libraries of the other.
 if [ ! -d "$root" ]; then
-    echo "== A Debian root with $arch beside $(dpkg --print-architecture)"
+    echo "== Create a Debian root with $arch beside $(dpkg --print-architecture)"
     make_root "$root" --variant=apt --architectures="$(dpkg --print-architecture),$arch" \
         --include="crossbuild-essential-$arch,dbus,qemu-user-static" \
         --customize-hook='chroot "$1" useradd --create-home --shell /bin/sh '$user
@@ -30,8 +29,8 @@ fi
 run() { in_root "$root" "$@"; }
 apt() {
     run apt-get --quiet --yes --no-install-recommends "$@" || {
-        echo "apt-get $1 failed: see above. If packages of the two architectures are missing or differ in version, the mirror" \
-            "is inconsistent today; try again later." >&2
+        echo "apt-get $1 failed, see above. If packages of the two architectures are missing or differ in version, the mirror" \
+            "is inconsistent at the moment: try again later." >&2
         exit 1
     }
 }
@@ -49,7 +48,7 @@ echo "== Run under emulation"
 apt install ofono pulseaudio pulseaudio-utils
 apt install --reinstall --allow-downgrades \
     $(cd "$root" && ls build/*_"$arch".deb | grep -v -e -dev_ -e -dbgsym_ | sed 's,^,/,')
-# The buses are the machine's own and start the programs through the emulator, and so are modem stack and sound server.
+# The buses, the modem stack and the sound server are programs of this machine. Make the buses start ours in the emulator.
 services=$root/home/$user/.local/share/dbus-1/services
 mkdir -p "$services"
 for service in "$root"/usr/share/dbus-1/services/com.quillmark.kova.*.service; do

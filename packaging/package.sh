@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the Debian packages in build-deb/ and checks them with lintian.
-# packaging/test-packages.sh then tries them in a clean Debian root.
+# Installs missing packages, builds the Debian packages in build-deb/ and checks them with lintian.
+# packaging/test-packages.sh then tests them in a clean Debian root.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . shell-lib/need.sh

@@ -17,19 +17,18 @@ constexpr int DefaultRounds = 500;
 constexpr int CallsPerRound = 2; ///< each way
 constexpr int SmsPerRound = 20;
 constexpr int WarmUpRounds = 20;
-constexpr int LookMs = 4000;         ///< in which a service with nothing to do sleeps through
-constexpr int MemoryGrowthKiB = 512; ///< what a heap may gain from its order of use
+constexpr int LookMs = 4000;         ///< in which an idle service does not wake up
+constexpr int MemoryGrowthKiB = 512; ///< that the heap may grow by fragmentation
 
 constexpr char Friend[] = "+4912345";
-constexpr int MayCallIn = 16;
-/// The service waits for its peers that much shorter, too: a busy machine has to keep up.
+/// This also shortens the service's time limits, so a busy machine has to keep up.
 constexpr char ClockRate[] = "+0 x20";
 
-/// What a service may need more of from day to day.
-struct Needs {
+/// Resources that must not grow.
+struct Resources {
     int memoryKiB;
     int files;
-    int wakeUps; ///< of its own while it has nothing to do: the timers that are left
+    int wakeUps; ///< while idle: timers that were left behind
 };
 
 int Number(const QString& path, const char* key)
@@ -52,19 +51,19 @@ int WakeUps(const QString& process)
 
 }
 
-/// A phone's year in minutes: after it the service needs what it needed before, and everything was reported once.
+/// A phone's year in minutes. The service must need no more resources afterwards and report everything once.
 class Soak : public QObject
 {
     Q_OBJECT
 
 public:
-    static void initMain() { qputenv("QTEST_FUNCTION_TIMEOUT", "86400000"); } // a long run takes its time
+    static void initMain() { qputenv("QTEST_FUNCTION_TIMEOUT", "86400000"); } // for long runs
 
 private Q_SLOTS:
-    void NeedsNoMoreThanBefore();
+    void KeepsItsResources();
 
 private:
-    static Needs Measure(qint64 pid);
+    static Resources Measure(qint64 pid);
     static bool CallOut(TestBed& bed);
     static bool CallIn(TestBed& bed);
     bool SendMessages(TestBed& bed, bool restart);
@@ -74,7 +73,7 @@ private:
     uint lastSms = 0;
 };
 
-Needs Soak::Measure(qint64 pid)
+Resources Soak::Measure(qint64 pid)
 {
     const QString process = QStringLiteral("/proc/%1").arg(pid);
     const int before = WakeUps(process);
@@ -107,7 +106,7 @@ bool Soak::RestartDaemon(TestBed& bed)
            bed.WaitForEvent("phone PhoneStatus(2)");
 }
 
-/// @param restart the daemon goes while the messages wait.
+/// @param restart restarts the daemon while the messages wait.
 bool Soak::SendMessages(TestBed& bed, bool restart)
 {
     constexpr int count = SmsPerRound / 2;
@@ -122,7 +121,7 @@ bool Soak::SendMessages(TestBed& bed, bool restart)
     if ((restart && !RestartDaemon(bed)) || !bed.WaitForEvent("phone SmsSent", count))
         return false;
 
-    // Each once and in order; which of them a dying daemon took is another matter.
+    // Each is reported once and in order. Those that a dying daemon accepted may be reported as lost.
     QStringList reports = bed.Events("phone SmsSent");
     for (QString& report : reports)
         report.truncate(report.indexOf(' ', static_cast<int>(qstrlen("phone SmsSent("))) + 1);
@@ -138,7 +137,7 @@ bool Soak::Round(TestBed& bed)
     return SendMessages(bed, false) && SendMessages(bed, true);
 }
 
-void Soak::NeedsNoMoreThanBefore()
+void Soak::KeepsItsResources()
 {
     bool given = false;
     const int wanted = qEnvironmentVariableIntValue("SOAK_ROUNDS", &given);
@@ -146,8 +145,8 @@ void Soak::NeedsNoMoreThanBefore()
 
     TestBed bed;
     bed.WriteSettings("[PHONE]\nenabled=1\n");
-    bed.WriteContacts({{Friend, MayCallIn}});
-    // A modem that is off before the service has taken back its request would be switched off and on without end.
+    bed.WriteContacts({{Friend, TestBed::MayCallIn}});
+    // If the modem were off before the service has withdrawn its request, power cycles would never end.
     QVERIFY(bed.StartDevice({"--power-up", "0", "--register", "0", "--power-down", "500", "--answer", "0"}));
     bed.LaunchService({{"FAKETIME_TIMESTAMP_FILE", {}}, {"FAKETIME", ClockRate}, {"KOVA_LOG_LEVEL", "4"}});
     QVERIFY(bed.WaitForEvent("phone PhoneStatus(2)"));
@@ -155,10 +154,10 @@ void Soak::NeedsNoMoreThanBefore()
 
     for (int round = 0; round < WarmUpRounds; ++round)
         QVERIFY(Round(bed));
-    const Needs before = Measure(pid);
+    const Resources before = Measure(pid);
     for (int round = 0; round < rounds; ++round)
         QVERIFY2(Round(bed), qPrintable(QStringLiteral("round %1").arg(round)));
-    const Needs after = Measure(pid);
+    const Resources after = Measure(pid);
 
     qInfo("%d calls each way, %d messages, %d restarts of the daemon: %d -> %d KiB, %d -> %d files, %d -> %d wake-ups",
           rounds * CallsPerRound, rounds * SmsPerRound, rounds, before.memoryKiB, after.memoryKiB, before.files,

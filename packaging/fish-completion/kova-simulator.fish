@@ -1,4 +1,4 @@
-# fish completion for kova-simulator: its options, and the commands of the one that runs
+# fish completion for kova-simulator: its options, and the commands of a running simulator
 
 function __kova_simulator_offer
     set -l words (commandline -opc) (commandline -ct)

@@ -1,4 +1,4 @@
-# fish completion for phonectl, which knows itself what may come next
+# fish completion for phonectl, from its hidden command "complete"
 
 function __phonectl_offer
     set -l words (commandline -opc) (commandline -ct)

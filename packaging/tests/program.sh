@@ -1,6 +1,6 @@
-# Sourced by the sessions that try the packages.
+# Sourced by the sessions that test the packages.
 
-# program NAME [ARGUMENT...]: runs an installed program, through the command in EMULATOR if that is set
+# program NAME [ARGUMENT...]: runs an installed program, with the emulator in EMULATOR if that is set
 program() {
     name=$1
     shift

@@ -1,6 +1,6 @@
 #!/bin/sh
-# What the installed audio services must do in a user's session, run on a private bus: the first request starts them, with
-# PulseAudio they route a call. EMULATOR, if set, runs the programs.
+# Tests the installed audio services in a user's session with a private bus: the first request starts them, and they route
+# a call on PulseAudio. EMULATOR, if set, runs the programs.
 set -eu
 
 work=$(mktemp -d)
@@ -15,13 +15,13 @@ fail() {
     exit 1
 }
 
-# ask NAME OBJECT INTERFACE METHOD [ARGUMENT...]: prints the answer
+# ask NAME OBJECT INTERFACE METHOD [ARGUMENT...]: calls a method and prints the answer
 ask() {
     dbus-send --session --print-reply=literal --dest="com.quillmark.kova.$1" "/com/quillmark/kova/$1/$2" \
         "com.quillmark.kova.$3.$4" | tr -s ' \n' ' '
 }
 
-# bus METHOD: asks the bus about the audio services
+# bus METHOD: calls a method of the bus about the audio services' name
 bus() {
     dbus-send --session --print-reply=literal --dest=org.freedesktop.DBus / "org.freedesktop.DBus.$1" \
         string:com.quillmark.kova.audioinctlmanager
@@ -33,7 +33,7 @@ sound_manager() { ask soundmanager soundobj soundinterface "$@"; }
 
 [ "$(ask audiooutctlmanager audiooutctlobj audiooutctlinterface GetOutputType)" = ' int32 0 uint32 1 ' ] ||
     fail "the first request does not start the audio services"
-[ "$(sound_manager PlayGsmVoice)" = ' int32 0 ' ] || fail "a call without a sound server"
+[ "$(sound_manager PlayGsmVoice)" = ' int32 0 ' ] || fail "a call fails without a sound server"
 kill "$(bus GetConnectionUnixProcessID | sed 's/.* //')"
 while on_bus; do sleep 0.1; done
 
@@ -41,7 +41,7 @@ pulseaudio -n --daemonize=no --exit-idle-time=-1 --load=module-native-protocol-u
     --load="module-null-sink sink_name=mic" --load="module-null-sink sink_name=modem" 2>"$work/log" &
 sound=$!
 until pactl info >/dev/null 2>&1; do
-    kill -0 $sound || fail "no PulseAudio"
+    kill -0 $sound || fail "PulseAudio does not start"
     sleep 0.1
 done
 pactl set-default-sink speaker
@@ -49,11 +49,11 @@ pactl set-default-source mic.monitor
 ${EMULATOR-} /usr/bin/kova-audiod --modem-source modem.monitor --modem-sink modem 2>>"$work/log" &
 daemon=$!
 until on_bus; do
-    kill -0 $daemon || fail "the audio services ended"
+    kill -0 $daemon || fail "the audio services do not run"
     sleep 0.1
 done
-[ "$(sound_manager PlayGsmVoice)" = ' int32 0 ' ] || fail "no call"
-[ "$(pactl list short modules | grep -c kova.voice=1)" = 2 ] || fail "a call without a route"
+[ "$(sound_manager PlayGsmVoice)" = ' int32 0 ' ] || fail "a call fails"
+[ "$(pactl list short modules | grep -c kova.voice=1)" = 2 ] || fail "a call has no route"
 kill $daemon
-wait $daemon || fail "the audio services did not end well"
-! pactl list short modules | grep kova.voice=1 || fail "the route outlives the daemon"
+wait $daemon || fail "the audio services do not stop in order"
+! pactl list short modules | grep kova.voice=1 || fail "the audio services leave the route behind"

@@ -1,7 +1,7 @@
 #!/bin/sh
-# What the installed GSM daemon must do on a stock modem stack, under the system bus's own policy: the stack runs as root, the
-# session is that of the user named, on a private bus; another user must not reach the modem. Run as root. EMULATOR, if
-# set, runs the programs.
+# Tests the installed GSM daemon on a stock modem stack, with the policy of the real system bus. The stack runs as root,
+# the daemon in a session of USER with a private bus; OTHER_USER must not reach the modem. Run as root. EMULATOR, if set,
+# runs the programs.
 # usage: session-gsmd.sh ofono|modemmanager USER OTHER_USER
 set -eu
 . "$(dirname "$0")/program.sh"
@@ -15,7 +15,7 @@ fail() {
     exit 1
 }
 
-# on_system_bus SERVICE OBJECT INTERFACE.METHOD [ARGUMENT...]: as root, or as the user that `as` names
+# on_system_bus SERVICE OBJECT INTERFACE.METHOD [ARGUMENT...]: calls a method as root, or as the user in $as
 on_system_bus() {
     service=$1
     shift
@@ -37,7 +37,7 @@ start_modemmanager() {
     denied="$mm /org/freedesktop/ModemManager1/Modem/0 $mm.Modem.Enable boolean:false"
 }
 
-# ask METHOD: asks the GSM daemon
+# ask METHOD: calls a method of the GSM daemon
 ask() {
     dbus-send --session --print-reply=literal --dest=com.quillmark.kova.gsmmanager \
         /com/quillmark/kova/gsmmanager/gsmobj "com.quillmark.kova.gsminterface.$1"
@@ -53,11 +53,11 @@ in_session() {
     program phonectl call --wait --timeout 300 +493023125001 >$session/call 2>&1 &
     call=$!
     until grep -q answered $session/call; do
-        kill -0 $call || fail "the call ended"
+        kill -0 $call || fail "the call has ended"
         sleep 0.2
     done
     program kova-simulator send hangup
-    wait $call || fail "the call did not end well"
+    wait $call || fail "the call has failed"
     cat $session/call
 }
 
@@ -74,6 +74,6 @@ dbus-daemon --system --fork --nopidfile
 "start_$stack"
 runuser --login "$user" --command "EMULATOR='${EMULATOR-}' timeout 900 dbus-run-session -- sh $0 --in-session"
 if refusal=$(as=$other on_system_bus $denied); then
-    fail "anybody may switch the modem"
+    fail "another user may switch the modem"
 fi
-case $refusal in *AccessDenied* | *Unauthorized*) ;; *) fail "refused for another reason: $refusal" ;; esac
+case $refusal in *AccessDenied* | *Unauthorized*) ;; *) fail "the refusal has another reason: $refusal" ;; esac

@@ -1,6 +1,6 @@
 #!/bin/sh
-# What the installed packages must do in a user's session, run on a private bus: the first request starts the service, the
-# modem gets to the network, a call goes out and one comes in. EMULATOR, if set, runs the programs.
+# Tests the installed packages in a user's session with a private bus: the first request starts the service, the modem
+# registers, and calls are made in both directions. EMULATOR, if set, runs the programs.
 set -eu
 . "$(dirname "$0")/program.sh"
 
@@ -18,7 +18,7 @@ fail() {
     exit 1
 }
 
-# await TEXT FILE: until the file of this session holds the text
+# await TEXT FILE: waits until the text is in the file
 await() {
     tries=0
     until grep -q -e "$1" "$work/$2"; do
@@ -28,9 +28,9 @@ await() {
     done
 }
 
-! on_bus || fail "the service runs before anybody asked for it"
+! on_bus || fail "the service runs before the first request"
 program phonectl status || fail "the first request does not start the service"
-on_bus || fail "a request was answered without the service"
+on_bus || fail "the service does not own its name"
 
 program kova-simulator --register 500 </dev/null >"$work/simulator" &
 await '^ready' simulator
@@ -41,7 +41,7 @@ program phonectl call --wait --timeout 120 "$number" >"$work/call" 2>&1 &
 call=$!
 await answered call
 program kova-simulator send hangup
-wait $call || fail "the call did not end well"
+wait $call || fail "the call has failed"
 cat "$work/call"
 
 program phonectl contacts add "$number" Anna --may-call-in || fail "the contact was not added"
