@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Shows the phone service at work beside a simulated device, on a private bus, and leaves a drawing of it in the build
-# folder.
-# With --shell opens a shell in which to try both instead. With --stock the service works on a stock oFono, which has the
-# simulated modem at an AT port.
+# Shows the phone service at work with a simulated device, on a private bus, and draws the phone's history to
+# build/demo.html.
+# --shell opens a shell instead, in which to try both. --stock runs the service on a stock oFono, which uses the simulated
+# modem through an AT port.
 set -euo pipefail
 cd "$(dirname "$0")"
 . shell-lib/need.sh
@@ -25,37 +25,37 @@ build release "${programs[@]}"
 stage build
 
 if [ $mode != shell ]; then
-    echo "Time runs $SPEED times as fast; the clock counts the device's seconds."
+    echo "Time runs $SPEED times as fast. The clock shows the device's seconds."
     if [ $mode = stock ]; then
         start_system_bus
         play_stock ofonod
     else
         play simulator/scenarios/demo.scenario
     fi
-    printf '%11s  The service is told to stop, and does so in order.\n' ''
+    printf '%11s  The service receives SIGTERM and stops in order.\n' ''
     "$build/phonectl" timeline "$scene/service.log" --output "$build/demo.html" >/dev/null
-    echo "What has happened is drawn in build/demo.html."
+    echo "The timeline is drawn in build/demo.html."
     exit
 fi
 
 start_players
 cat <<END
 
-The service and a simulated device run on a bus of this shell's own. They log to
+The service and a simulated device run on a private bus. They log to
   $scene/service.log
   $scene/device.log
-Things to try, with Tab for what may come next:
+Try these commands; Tab completes them:
 
-  phonectl enable --wait                   switch the phone on, and follow it until it is registered
+  phonectl enable --wait                   switch the phone on and wait until it has registered
   phonectl status
   phonectl call --wait +493023125007
-  phonectl monitor &                       see the service's signals as they come
+  phonectl monitor &                       print the service's signals
   phonectl hangup
-  phonectl doctor                          see whether all is in place
-  kova-simulator send ring +493023125001   a contact calls, and is answered; other numbers are hung up
-  kova-simulator send help                 what else can happen to the device
+  phonectl doctor                          check step by step what a call needs
+  kova-simulator send ring +493023125001   a contact calls and is answered; other numbers are hung up
+  kova-simulator send help                 list the simulator's commands
 
-"exit" ends both.
+"exit" ends both programs.
 
 END
 cat >"$scene/bashrc" <<END

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds on Qt 6 and runs every quick test.
-# With --all also the slow tests, with sanitizers, on Qt 5.15, a short run of the fuzzers, and clang-format and clang-tidy
-# over the sources.
+# Installs missing packages, builds on Qt 6 and runs every quick test.
+# --all adds the slow tests, the quick ones with sanitizers and on Qt 5.15, a short run of the fuzzers, clang-format and
+# clang-tidy.
 set -euo pipefail
 cd "$(dirname "$0")"
 . shell-lib/need.sh
@@ -36,7 +36,7 @@ fi
 run release "${slow[@]}"
 if [ $all = yes ]; then
     echo "== clang-tidy"
-    # The unity build's files: each header is parsed once for a whole folder. What the build generates is not ours.
+    # Check the files of the unity build, so that each header is parsed once for a whole folder. Exclude generated code.
     run-clang-tidy-16 -quiet -p build -header-filter="^$PWD/([^b/][^/]*/)*[^/]*\$" '/build/(?!tests/|bench/|dbus/).*/Unity/' \
         >build/clang-tidy.log 2>&1 || { grep -a -E -A 5 '(error|warning):' build/clang-tidy.log; exit 1; }
     run sanitize -LE slow

@@ -1,11 +1,11 @@
-# Sourced by the scripts at the top: builds with a sign of how far it has come.
+# Sourced by other scripts: builds and shows the progress.
 
-# build PRESET [TARGET...]: configures and builds; all that was written is shown when it fails.
+# build PRESET [TARGET...]: configures and builds. Prints the whole output if that fails.
 build() {
     local preset=$1 output line
     shift
     output=$(mktemp)
-    echo "Building; the first time takes some minutes"
+    echo "Building, which takes a few minutes the first time"
     if { cmake --preset "$preset" && cmake --build --preset "$preset" ${1:+--target "$@"}; } 2>&1 | tee "$output" |
         while IFS= read -r line; do
             case $line in '['*/*']'*) [ ! -t 1 ] || printf '\r%s \033[K' "${line%%]*}]" ;; esac

@@ -1,6 +1,6 @@
-# Sourced by other scripts: installs Debian packages that are missing.
+# Sourced by other scripts: installs missing Debian packages.
 
-# need PACKAGE...
+# need PACKAGE...: installs those that are missing, as root or with sudo. Prints the command if it cannot.
 need() {
     local package missing=()
     for package in "$@"; do
@@ -11,7 +11,7 @@ need() {
     local as_root=()
     if [ "$(id -u)" -ne 0 ]; then
         command -v sudo >/dev/null || {
-            echo "Packages are missing, and there is no sudo to install them with. As root:" >&2
+            echo "Packages are missing, and sudo is not installed. Run as root:" >&2
             echo "    apt-get update && apt-get install --no-install-recommends ${missing[*]}" >&2
             return 1
         }

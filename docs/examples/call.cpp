@@ -1,4 +1,4 @@
-// Calls a number and shows how far the call has come. usage: phone-call NUMBER
+// Calls a number and shows the progress of the call. usage: phone-call NUMBER
 
 #include "phone.h"
 
@@ -12,7 +12,7 @@
 namespace
 {
 
-/// The service has one thread and may be busy with the modem: an answer can take minutes.
+/// The service has one thread and may be busy with the modem, so an answer can take minutes.
 constexpr int AnswerTimeoutMs = 300000;
 
 const char* Explain(int status)
@@ -40,17 +40,17 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: phone-call NUMBER\n");
         return 2;
     }
-    std::setvbuf(stdout, nullptr, _IOLBF, 0); // each step at once, also into a pipe
+    std::setvbuf(stdout, nullptr, _IOLBF, 0); // print each step at once, also to a pipe
     ComQuillmarkKovaPhoneinterfaceInterface phone(Names::PhoneService, Names::PhoneObject,
                                                   QDBusConnection::sessionBus());
     phone.setTimeout(AnswerTimeoutMs);
 
-    // Listen before asking, so that nothing is missed.
+    // Connect to the signal before the call, so that none is missed.
     bool placed = false;
     bool answered = false;
     QObject::connect(&phone, &ComQuillmarkKovaPhoneinterfaceInterface::VoiceCall, &application, [&](uint status) {
         if (!placed)
-            return; // the end of a call before this one
+            return; // the end of an earlier call
         if (status == VoiceCallStatusAnswered) {
             answered = true;
             std::puts("answered");
@@ -59,7 +59,7 @@ int main(int argc, char** argv)
         }
     });
 
-    // A late answer does not mean that the service is dead; that it leaves the bus does.
+    // A late answer does not mean that the service is dead, but the loss of its name does.
     QDBusServiceWatcher watcher(Names::PhoneService, phone.connection(), QDBusServiceWatcher::WatchForUnregistration);
     QObject::connect(&watcher, &QDBusServiceWatcher::serviceUnregistered, &application,
                      [] { End(1, "the phone service has ended"); });
@@ -70,7 +70,7 @@ int main(int argc, char** argv)
         if (reply.isError()) {
             End(1, qPrintable(reply.error().message()));
         } else if (reply.value() != StatusCodeSuccess) {
-            // -55 may leave a call that is placed but cannot be heard: VoiceCall(0) reports its end in any case.
+            // After -55 a call may be in progress without sound. VoiceCall(0) will report its end.
             End(1, Explain(reply.value()));
         } else {
             placed = true;

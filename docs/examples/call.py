@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Calls a number and shows how far the call has come. usage: call.py NUMBER
+"""Calls a number and shows the progress of the call. usage: call.py NUMBER
 
 Needs python3-gi.
 """
@@ -12,7 +12,7 @@ SERVICE = "com.quillmark.kova.phonemanager"
 PATH = "/com/quillmark/kova/phonemanager/phoneobj"
 INTERFACE = "com.quillmark.kova.phoneinterface"
 
-# The service has one thread and may be busy with the modem: an answer can take minutes.
+# The service has one thread and may be busy with the modem, so an answer can take minutes.
 ANSWER_TIMEOUT_MS = 300000
 
 TERMINATED, ANSWERED = 0, 2
@@ -31,9 +31,9 @@ class Call:
         self.placed = False
         self.answered = False
         self.bus = Gio.bus_get_sync(Gio.BusType.SESSION)
-        # Listen before asking, so that nothing is missed.
+        # Subscribe before the call, so that no signal is missed.
         self.bus.signal_subscribe(SERVICE, INTERFACE, "VoiceCall", PATH, None, Gio.DBusSignalFlags.NONE, self.on_voice_call)
-        # A late answer does not mean that the service is dead; that it leaves the bus does.
+        # A late answer does not mean that the service is dead, but the loss of its name does.
         Gio.bus_watch_name_on_connection(
             self.bus, SERVICE, Gio.BusNameWatcherFlags.AUTO_START, None, lambda *_: self.end(1, "the phone service is not there")
         )
@@ -49,7 +49,7 @@ class Call:
             self.end(1, error.message)
             return
         if status != 0:
-            # -55 may leave a call that is placed but cannot be heard: VoiceCall(0) reports its end in any case.
+            # After -55 a call may be in progress without sound. VoiceCall(0) will report its end.
             self.end(1, MEANINGS.get(status, f"status {status}"))
             return
         self.placed = True
@@ -58,7 +58,7 @@ class Call:
     def on_voice_call(self, _bus, _sender, _path, _interface, _signal, arguments):
         (status,) = arguments
         if not self.placed:
-            return  # the end of a call before this one
+            return  # the end of an earlier call
         if status == ANSWERED:
             self.answered = True
             print("answered", flush=True)
