@@ -203,16 +203,17 @@ int AnswerSuccess(sd_bus_message* call, void*, sd_bus_error*)
     return type == SD_BUS_MESSAGE_METHOD_CALL ? sd_bus_reply_method_return(call, "i", 0) : 0;
 }
 
-/// relay COUNT PATH HEARD_PATH HEARD_INTERFACE HEARD_SIGNAL: from the GSM daemon's MessageReceived, sent from PATH, to
-/// the signal heard.
-int Relay(int count, const char* path, char** heard)
+/// relay COUNT FROM PATH INTERFACE SIGNAL: measures the time from the GSM daemon's MessageReceived, sent from the
+/// object FROM, to the signal of the relaying service.
+int Relay(int count, const char* from, char** relayed)
 {
     sd_bus* daemon = Connect();
     Checked("filter", sd_bus_add_filter(daemon, nullptr, AnswerSuccess, nullptr));
     Checked("name", sd_bus_request_name(daemon, Names::GsmService, 0));
     sd_bus* listener = Connect();
     bool received = false;
-    Checked("match", sd_bus_match_signal(listener, nullptr, nullptr, heard[0], heard[1], heard[2], SetFlag, &received));
+    Checked("match",
+            sd_bus_match_signal(listener, nullptr, nullptr, relayed[0], relayed[1], relayed[2], SetFlag, &received));
 
     for (int i = -1; i < count; ++i) { // The first signal is repeated until the service has attached to the daemon.
         const int64_t limit = Now() + LimitNs;
@@ -222,7 +223,7 @@ int Relay(int count, const char* path, char** heard)
             begin = Now();
             if (begin > limit)
                 Fail("the signal is not received", 0);
-            Checked("signal", sd_bus_emit_signal(daemon, path, Names::GsmInterface, "MessageReceived", "sa{sv}",
+            Checked("signal", sd_bus_emit_signal(daemon, from, Names::GsmInterface, "MessageReceived", "sa{sv}",
                                                  "A message", 1, "Sender", "s", "+4912345"));
         } while (!RunUntil(received, i < 0 ? RepeatNs : LimitNs, {daemon, listener}));
         const int64_t end = Now();
