@@ -113,8 +113,8 @@ private:
     // flag                    meaning                  set by               cleared by
     // incomingCallInProgress  a call rings or was      OnGsmCallIncoming()  OnGsmCallTerminated()
     //                         answered here
-    // outgoingCallInProgress  a call was dialled,      VoiceCallMake()      OnGsmCallTerminated()
-    //                         even if in vain
+    // outgoingCallInProgress  a call was requested,    VoiceCallMake()      OnGsmCallTerminated()
+    //                         even if refused
     // callLoopInProgress      a rejection makes the    RunCallLoop()        OnGsmCallAnswered(), and
     //                         loop dial on                                  OnGsmCallRejected() of the last number
     //

@@ -17,8 +17,6 @@ namespace kova_provider
 namespace
 {
 
-constexpr unsigned int FlagCount = 7;
-
 QString DatabasePath()
 {
     const QString path = qEnvironmentVariable("KOVA_CONTACTS_DB");
@@ -40,12 +38,13 @@ QString Load(QList<Contact>& contacts)
 
 uint Flags(const Contact& contact)
 {
-    const bool flags[FlagCount] = {contact.emergency, contact.mayBeCalled, contact.mayBeTexted, contact.receivesAlarms,
-                                   contact.mayCallIn, contact.mayText,     contact.favourite};
-    uint mask = 0;
-    for (unsigned int bit = 0; bit < FlagCount; ++bit)
-        mask |= flags[bit] ? 1U << bit : 0U;
-    return mask;
+    uint flags = 0;
+    uint bit = 1;
+    for (bool Contact::*flag : contactFlags) {
+        flags |= contact.*flag ? bit : 0;
+        bit <<= 1;
+    }
+    return flags;
 }
 
 }

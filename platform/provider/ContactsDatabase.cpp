@@ -39,15 +39,13 @@ bool IsImmutable(const QString& path)
 
 Contact MakeContact(const QString& phoneNumber, uint flags)
 {
-    const auto has = [flags](ContactFilter flag) { return (flags & flag) != 0; };
-    return {phoneNumber,
-            has(ContactFilterEmergency),
-            has(ContactFilterMayBeCalled),
-            has(ContactFilterMayBeTexted),
-            has(ContactFilterReceivesAlarms),
-            has(ContactFilterMayCallIn),
-            has(ContactFilterMayText),
-            has(ContactFilterFavourite)};
+    Contact contact = {};
+    contact.phoneNumber = phoneNumber;
+    for (bool Contact::*flag : contactFlags) {
+        contact.*flag = flags & 1;
+        flags >>= 1;
+    }
+    return contact;
 }
 
 QSqlError ReadAll(QSqlDatabase database, QList<Contact>& contacts)

@@ -5,6 +5,11 @@
 namespace kova_provider
 {
 
+/// The flags in the order of their bits in the database.
+constexpr bool Contact::*contactFlags[] = {&Contact::emergency,      &Contact::mayBeCalled, &Contact::mayBeTexted,
+                                           &Contact::receivesAlarms, &Contact::mayCallIn,   &Contact::mayText,
+                                           &Contact::favourite};
+
 /// Reads all contacts of a database, ordered by id. Waits while the database is locked. Writes it only to roll back a
 /// write that was interrupted.
 /// @param path absolute: SQLite treats some other names (":memory:", "file:...") specially.
