@@ -1,6 +1,7 @@
 # cmake -P script: generates one bus class from an interface description.
 # Variables: GENERATOR, XML, CLASS, BASE (the output path without suffix), PARENT (the class behind an adaptor; empty for
 # a proxy), INCLUDE (a header, may be empty).
+include(${CMAKE_CURRENT_LIST_DIR}/CurrentAnnotations.cmake)
 get_filename_component(folder ${BASE} DIRECTORY)
 get_filename_component(name ${BASE} NAME)
 if(PARENT)
@@ -12,20 +13,19 @@ if(INCLUDE)
   list(APPEND arguments -i ${INCLUDE})
 endif()
 
-execute_process(COMMAND ${GENERATOR} ${arguments} ${XML}
+file(READ ${XML} description)
+set(current "${description}")
+kova_current_annotations(current)
+file(WRITE ${BASE}.xml "${current}")
+execute_process(COMMAND ${GENERATOR} ${arguments} ${BASE}.xml
   WORKING_DIRECTORY ${folder} RESULT_VARIABLE failed ERROR_VARIABLE remarks)
 if(failed)
   message(FATAL_ERROR "${GENERATOR} ${XML}: ${remarks}")
 endif()
-# Drop the remarks on an annotation's old name and their consequence: the name is part of the contract.
-string(REGEX REPLACE
-  "[^\n]*(Got unknown type `a{sv}'|You should add <annotation |deprecated annotation 'com\\.trolltech\\.)[^\n]*\n"
-  "" remarks "${remarks}")
 if(remarks)
   message(WARNING "${GENERATOR} ${XML}: ${remarks}")
 endif()
 
-file(READ ${XML} description)
 file(READ ${BASE}.h header)
 set(unknown "${GENERATOR} writes bus classes in a form that this script does not know: ${BASE}.h")
 

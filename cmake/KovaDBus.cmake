@@ -19,7 +19,8 @@ function(kova_dbus_class target interface class)
     COMMAND ${CMAKE_COMMAND} -DGENERATOR=$<TARGET_FILE:Qt${KOVA_QT_VERSION}::qdbusxml2cpp>
       -DCLASS=${class} -DXML=${xml} -DBASE=${base} -DPARENT=${class_PARENT} -DINCLUDE=${class_INCLUDE}
       -P ${PROJECT_SOURCE_DIR}/cmake/GenerateBusClass.cmake
-    DEPENDS ${xml} ${PROJECT_SOURCE_DIR}/cmake/GenerateBusClass.cmake VERBATIM)
+    DEPENDS ${xml} ${PROJECT_SOURCE_DIR}/cmake/GenerateBusClass.cmake ${PROJECT_SOURCE_DIR}/cmake/CurrentAnnotations.cmake
+    VERBATIM)
   target_sources(${target} PRIVATE ${base}.h ${base}.cpp)
   target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_BINARY_DIR}>)
 endfunction()
