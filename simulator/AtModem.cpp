@@ -121,8 +121,8 @@ AtModem::AtModem(Modem& modem, BusService& contract, bool staysOn) : modem(modem
     connect(&arrivalTimer, &QTimer::timeout, this, &AtModem::DeliverMessages);
     connect(&modem, &Modem::PowerChanged, this, &AtModem::OnPowerChanged);
     connect(&modem, &Modem::SimChanged, this,
-            [this](bool inserted) { Report("+USIMSTATE: " + QByteArray::number(int{inserted})); });
-    connect(&modem, &Modem::SignalMeasured, this, [this](uchar quality) { Report(SignalText(quality)); });
+            [this](bool inserted) { ReportUnasked("+USIMSTATE: " + QByteArray::number(int{inserted})); });
+    connect(&modem, &Modem::SignalMeasured, this, [this](uchar quality) { ReportUnasked(SignalText(quality)); });
     connect(&modem, &Modem::CallCame, this, &AtModem::OnCallCame);
     connect(&modem, &Modem::CallAnswered, &ringTimer, &QTimer::stop);
     connect(&modem, &Modem::CallEnded, this, &AtModem::OnCallEnded);
@@ -341,6 +341,15 @@ void AtModem::Report(const QByteArray& line)
         Write(line);
 }
 
+/// oFono's driver for this port expects some reports that no command asks for. ModemManager takes a report
+/// that it does not know for a part of the next answer, and then misreads, for one, which message formats there are.
+/// The two are told apart by a command that only the one sends.
+void AtModem::ReportUnasked(const QByteArray& line)
+{
+    if (reportsUnasked)
+        Report(line);
+}
+
 // Commands
 
 void AtModem::Accept(const char* name)
@@ -390,6 +399,10 @@ void AtModem::HandlePort()
     Keep("+CMEE", 2, settings.errorNumbers);
     Inform("I", "Kova simulated modem");
     Inform("+GCAP", "+GCAP: +CGSM");
+    handlers.insert("+WS46", [this](const AtCommand&) {
+        reportsUnasked = false;
+        return AtAnswer{AtAnswer::Ok, 0, {"+WS46: (12)"}}; // 3GPP TS 27.007, 5.9: GSM
+    });
     for (const char* name : {"+CGMI", "+GMI"})
         Inform(name, "Kova");
     for (const char* name : {"+CGMM", "+GMM"})
@@ -421,6 +434,7 @@ void AtModem::HandleNetwork()
     });
     // oFono's plugin for simulated modems asks for the card this way.
     handlers.insert("+SIMSTATE", [this](const AtCommand&) {
+        reportsUnasked = true;
         return AtAnswer{AtAnswer::Ok, 0, {"+SIMSTATE: " + QByteArray::number(int{modem.IsSimInserted()})}};
     });
     handlers.insert("+CSQ", [this](const AtCommand&) {

@@ -50,6 +50,7 @@ private:
     void EndLine(const QByteArray& result);
     void Write(const QByteArray& line);
     void Report(const QByteArray& line);
+    void ReportUnasked(const QByteArray& line);
 
     AtAnswer SetFunction(const AtCommand& command);
     AtAnswer SelectOperator(const AtCommand& command);
@@ -84,6 +85,7 @@ private:
     AtMessages messages;
     QMap<QString, Handler> handlers;
     Settings settings;
+    bool reportsUnasked = true; ///< outlives a visit: ModemManager closes the port in between
     AtInput input;
     bool open = false;
     int visit = 0;          ///< counts the times the port was open: a late answer is for the one that asked
