@@ -8,6 +8,7 @@ constexpr char PhoneService[] = "com.quillmark.kova.phonemanager";
 /// The service also logs under this path, and is known to the device's libraries by it.
 constexpr char PhoneObject[] = "/com/quillmark/kova/phonemanager/phoneobj";
 constexpr char PhoneInterface[] = "com.quillmark.kova.phoneinterface";
+/// The log client reports lost lines under this path.
 constexpr char LogObject[] = "/com/quillmark/kova/phonemanager/logobj";
 
 constexpr char GsmService[] = "com.quillmark.kova.gsmmanager";
