@@ -215,11 +215,14 @@ void ModemManagerStack::OnModemProperties(const QVariantMap& properties)
         const QDBusArgument value = quality->value<QDBusArgument>();
         if (value.currentSignature() == QLatin1String("(ub)")) {
             uint percent = 0;
+            bool recent = false;
             value.beginStructure();
-            value >> percent >> modem->strengthIsRecent;
+            value >> percent >> recent;
             value.endStructure();
-            if (modem->strengthIsRecent)
+            if (recent)
                 modem->strength = static_cast<int>(qMin(percent, 100u));
+            // After a power-off in mid-check ModemManager never checks again and leaves the strength at a recent 0.
+            modem->strengthIsRecent = recent && percent > 0;
         }
     }
 
