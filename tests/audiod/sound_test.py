@@ -34,8 +34,8 @@ SINKS = ["speaker", "headset", "mic", "modem_rx", "modem_tx"]
 PREFIX = "com.quillmark.kova."
 
 
-def await_condition(condition, what):
-    end = time.monotonic() + LIMIT
+def await_condition(condition, what, limit=LIMIT):
+    end = time.monotonic() + limit
     while not condition():
         if time.monotonic() > end:
             raise AssertionError("waited in vain for " + what)
