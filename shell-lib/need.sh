@@ -24,4 +24,4 @@ need() {
 }
 
 BUILD_PACKAGES=(g++ cmake ninja-build libdbus-1-dev pkgconf qt6-base-dev qt6-base-dev-tools libqt6sql6-sqlite dbus
-    libpulse-dev libsndfile1-dev)
+    libpulse-dev libsndfile1-dev libedit-dev)

@@ -11,13 +11,9 @@ constexpr int LineSize = 16384; ///< the longest line; longer ones are no comman
 
 }
 
-Console::Console(Commands& commands)
-    : commands(commands),
-      readable(STDIN_FILENO, QSocketNotifier::Read),
-      onTerminal(isatty(STDIN_FILENO) && isatty(STDOUT_FILENO))
+Console::Console(Commands& commands) : commands(commands), readable(STDIN_FILENO, QSocketNotifier::Read)
 {
     connect(&readable, &QSocketNotifier::activated, this, &Console::OnReadable);
-    Prompt();
 }
 
 void Console::OnReadable()
@@ -30,10 +26,6 @@ void Console::OnReadable()
         readable.setEnabled(false);
         if (!pending.isEmpty() || tooLong)
             Take(pending); // a last line without its end
-        if (onTerminal) {
-            std::puts("");
-            Q_EMIT commands.Quit();
-        }
         return;
     }
 
@@ -57,13 +49,6 @@ void Console::Take(const QByteArray& line)
         tooLong ? Commands::Result{false, QStringLiteral("a line has at most %1 bytes").arg(LineSize)}
                 : commands.Run(QString::fromUtf8(line));
     if (!result.text.isEmpty())
-        std::printf("%s%s%s\n", onTerminal ? "\r\033[K" : "", result.done ? "" : "refused: ", qPrintable(result.text));
-    Prompt();
-}
-
-void Console::Prompt() const
-{
-    if (onTerminal)
-        std::printf("\r\033[K> ");
+        std::printf("%s%s\n", result.done ? "" : "refused: ", qPrintable(result.text));
     std::fflush(stdout);
 }

@@ -4,17 +4,14 @@
 
 #include <QSocketNotifier>
 
-/// Reads commands from standard input, one a line, with a prompt on a terminal. The end of input ends the device on a
-/// terminal only: a device that a script started without input lives on.
+/// Reads commands from standard input that is no terminal, one a line. The end of input does not end the device: a
+/// script may start it without any.
 class Console : public QObject
 {
     Q_OBJECT
 
 public:
     explicit Console(Commands& commands);
-
-    /// Shows the prompt again, below what was printed meanwhile.
-    void Prompt() const;
 
 private:
     void OnReadable();
@@ -24,5 +21,4 @@ private:
     QSocketNotifier readable;
     QByteArray pending;   ///< the beginning of a line whose end has not come
     bool tooLong = false; ///< the pending line; its beginning is gone
-    const bool onTerminal;
 };

@@ -1,6 +1,7 @@
 #include "Console.h"
 #include "Control.h"
 #include "DaemonCheck.h"
+#include "LineEditor.h"
 #include "Remote.h"
 #include "Scenario.h"
 #include "SignalInput.h"
@@ -58,11 +59,14 @@ int Complain(int status, const QString& problem)
     return status;
 }
 
+QString EventLine(const QString& text)
+{
+    return QTime::currentTime().toString(QStringLiteral("HH:mm:ss.zzz ")) + text;
+}
+
 void PrintEvent(const QString& text)
 {
-    static const bool onTerminal = isatty(STDOUT_FILENO);
-    std::printf("%s%s %s\n", onTerminal ? "\r\033[K" : "",
-                qPrintable(QTime::currentTime().toString(QStringLiteral("HH:mm:ss.zzz"))), qPrintable(text));
+    std::puts(qPrintable(EventLine(text)));
     std::fflush(stdout);
 }
 
@@ -119,7 +123,8 @@ int BeDevice(const DeviceTimes& times, const DeviceOptions& options, const QStri
         if (!problem.isEmpty())
             return Complain(ExitUsage, problem);
     }
-    if (!quiet)
+    const bool interactive = !plays && isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
+    if (!quiet && !interactive)
         QObject::connect(&device, &Device::Event, PrintEvent);
 
     const auto stop = [plays] {
@@ -135,7 +140,7 @@ int BeDevice(const DeviceTimes& times, const DeviceOptions& options, const QStri
             return Complain(ExitNotOnBus, problem);
     }
 
-    std::unique_ptr<Console> console;
+    std::unique_ptr<QObject> console;
     if (plays) {
         QObject::connect(scenario.get(), &Scenario::Ended, &control, [](const QString& problem) {
             QCoreApplication::exit(problem.isEmpty() ? 0 : Complain(ExitFailed, problem));
@@ -143,8 +148,16 @@ int BeDevice(const DeviceTimes& times, const DeviceOptions& options, const QStri
         QMetaObject::invokeMethod(scenario.get(), &Scenario::Start, Qt::QueuedConnection);
     } else {
         std::puts("ready");
-        console = std::make_unique<Console>(commands);
-        QObject::connect(&device, &Device::Event, console.get(), &Console::Prompt);
+        std::fflush(stdout);
+        if (interactive) {
+            auto editor = std::make_unique<LineEditor>(commands);
+            if (!quiet)
+                QObject::connect(&device, &Device::Event, editor.get(),
+                                 [editor = editor.get()](const QString& text) { editor->Print(EventLine(text)); });
+            console = std::move(editor);
+        } else {
+            console = std::make_unique<Console>(commands);
+        }
     }
     return QCoreApplication::exec();
 }
