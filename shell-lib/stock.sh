@@ -48,10 +48,21 @@ start_at_device() {
     return 1
 }
 
-# write_ofono_config: configures the AT port as the modem /phonesim for every ofonod that this shell starts.
-write_ofono_config() {
+# prepare_ofono: makes every ofonod that this shell starts use the AT port as the modem /phonesim, and keep its state in
+# $scene: from the machine's own folder it would send a message again that another run has left there.
+prepare_ofono() {
     export OFONO_PHONESIM_CONFIG=$scene/phonesim.conf
     printf '[phonesim]\nDriver=phonesim\nAddress=127.0.0.1\nPort=%s\n' "$AT_PORT" >"$OFONO_PHONESIM_CONFIG"
+
+    # A user who may not mount a folder may not write to the machine's either.
+    unshare --mount true 2>/dev/null || return 0
+    mkdir "$scene/bin" "$scene/ofono"
+    cat >"$scene/bin/ofonod" <<END
+#!/bin/sh
+exec unshare --mount sh -c 'mount --bind $scene/ofono /var/lib/ofono && exec $(command -v ofonod) "\$@"' sh "\$@"
+END
+    chmod +x "$scene/bin/ofonod"
+    PATH=$scene/bin:$PATH
 }
 
 # on_system_bus SERVICE OBJECT INTERFACE.METHOD [ARGUMENT...]: makes one call on the private system bus and prints the
@@ -66,7 +77,7 @@ on_system_bus() {
 
 # start_ofonod: sets OFONOD to the process ID. The log, with all AT traffic, is $scene/ofonod.log.
 start_ofonod() {
-    write_ofono_config
+    prepare_ofono
     OFONO_AT_DEBUG=1 ${run_fast:-} ofonod -n -d >>"$scene/ofonod.log" 2>&1 &
     OFONOD=$!
     players+=($OFONOD)

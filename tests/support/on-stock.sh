@@ -16,11 +16,10 @@ stage "$build_folder"
 start_system_bus
 # shellcheck disable=SC2086 # options are words
 start_at_device ${DEVICE_OPTIONS:-}
-write_ofono_config
 case $stack in
     ofono) start_ofonod ;;
     modemmanager) start_modemmanager ;;
-    none) ;;
+    none) prepare_ofono ;;
     *) echo "no stack \"$stack\"" >&2; exit 2 ;;
 esac
 export SCENE=$scene
