@@ -26,7 +26,6 @@ constexpr int HangUpDialLimitMs = 10000; ///< the same, for a call that is to be
 constexpr int StopLimitMs = 3000;
 // Somewhat less than what the service waits for each.
 constexpr int AnswerLimitMs = 12000;
-constexpr int SmsLimitMs = 18000;
 constexpr int ApnLimitMs = 2500;
 /// Requests in hand; the service makes one at a time.
 constexpr int MaxLateReplies = 64;
@@ -535,7 +534,7 @@ int GsmDaemon::SendSms(const QString& Recipient, const QString& Text)
 {
     if (Status() == ModemStatusOff || lateReplies.size() >= MaxLateReplies)
         return AnswerRefused;
-    stack->SendSms(Recipient, Text, AnswerLater(SmsLimitMs));
+    stack->SendSms(Recipient, Text, AnswerLater(Stack::SmsLimitMs));
     return AnswerLate;
 }
 

@@ -210,6 +210,10 @@ void OfonoStack::OnInterfaces(const QSet<QString>& interfaces)
         Fetch(modem->network, &OfonoStack::OnNetworkProperty);
     if (gained.contains(OfonoConnectionManager::staticInterfaceName()))
         Fetch(modem->connections, &OfonoStack::OnConnectionProperty);
+    if (gained.contains(OfonoMessageManager::staticInterfaceName())) {
+        for (const int id : messages.keys())
+            SubmitMessage(id);
+    }
     if (gained.contains(OfonoVoiceCallManager::staticInterfaceName())) {
         Await(&modem->voice, modem->voice.GetCalls(), [this](const QDBusPendingReply<ObjectList>& reply) {
             for (const RemoteObject& object : reply.isValid() ? reply.value() : ObjectList())
@@ -358,32 +362,57 @@ void OfonoStack::Hangup(const QString& id, const Done& done)
 
 void OfonoStack::SendSms(const QString& recipient, const QString& text, const Done& done)
 {
-    Await(this, modem->messages.SendMessage(recipient, text),
-          [this, done](const QDBusPendingReply<QDBusObjectPath>& reply) {
+    const int id = ++lastMessage;
+    messages.insert(id, {recipient, text, done, QString()});
+    QTimer::singleShot(SmsLimitMs, this, [this, id] { GiveUpMessage(id); });
+    // The modem may be registered before oFono can send.
+    if (Has(OfonoMessageManager::staticInterfaceName()))
+        SubmitMessage(id);
+}
+
+void OfonoStack::SubmitMessage(int id)
+{
+    const Message& message = messages[id];
+    Await(this, modem->messages.SendMessage(message.recipient, message.text),
+          [this, id](const QDBusPendingReply<QDBusObjectPath>& reply) {
               if (reply.isError())
-                  done(false);
+                  EndMessage(id, false);
+              else if (const auto submitted = messages.find(id); submitted != messages.end())
+                  submitted->path = reply.value().path();
               else
-                  messages.insert(reply.value().path(), done);
+                  OfonoMessage(owner, reply.value().path(), bus).Cancel();
           });
+}
+
+/// The service takes the message for lost: oFono is not to send it any more. It can't take back what the modem has.
+void OfonoStack::GiveUpMessage(int id)
+{
+    const QString path = messages.take(id).path;
+    if (!path.isEmpty())
+        OfonoMessage(owner, path, bus).Cancel();
 }
 
 void OfonoStack::OnMessageProperty(const QString& name, const QDBusVariant& value, const QDBusMessage& signal)
 {
     const QString state = name == QLatin1String("State") ? value.variant().toString() : QString();
-    if (state == QLatin1String("sent") || state == QLatin1String("failed"))
-        EndMessage(signal.path(), state == QLatin1String("sent"));
+    if (state != QLatin1String("sent") && state != QLatin1String("failed"))
+        return;
+    for (auto message = messages.cbegin(); message != messages.cend(); ++message) {
+        if (message->path == signal.path())
+            return EndMessage(message.key(), state == QLatin1String("sent"));
+    }
 }
 
-void OfonoStack::EndMessage(const QString& path, bool sent)
+void OfonoStack::EndMessage(int id, bool sent)
 {
-    if (const Done done = messages.take(path))
+    if (const Done done = messages.take(id).done)
         done(sent);
 }
 
 void OfonoStack::EndAllMessages()
 {
-    for (const QString& path : messages.keys())
-        EndMessage(path, false);
+    for (const int id : messages.keys())
+        EndMessage(id, false);
 }
 
 // Data connection

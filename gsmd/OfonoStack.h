@@ -94,7 +94,16 @@ private:
     void EndCall(const QString& id);
     void EndAllCalls();
 
-    void EndMessage(const QString& path, bool sent);
+    /// A message that is to be sent.
+    struct Message {
+        QString recipient;
+        QString text;
+        Done done;
+        QString path; ///< empty until oFono has taken it
+    };
+    void SubmitMessage(int id);
+    void GiveUpMessage(int id);
+    void EndMessage(int id, bool sent);
     void EndAllMessages();
 
     void FindContext(const Done& done);
@@ -109,7 +118,8 @@ private:
     QMap<QString, QVariantMap> modems; ///< all there are, by path
     std::unique_ptr<Modem> modem;
     QMap<QString, StackCall> calls;
-    QMap<QString, Done> messages; ///< being sent, by path
+    QMap<int, Message> messages;
+    int lastMessage = 0;
 
     QString context; ///< of the internet connection
     bool linkWanted = false;

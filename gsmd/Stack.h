@@ -35,6 +35,8 @@ public:
 
     using QObject::QObject;
 
+    static constexpr int SmsLimitMs = 18000; ///< somewhat less than what the service waits for
+
     /// The modem's object path; empty while there is none.
     virtual QString ModemPath() const = 0;
     virtual bool IsOn() const = 0;
@@ -55,7 +57,8 @@ public:
     virtual void Answer(const QString& id, const Done& done) = 0;
     virtual void Hangup(const QString& id, const Done& done) = 0;
 
-    /// Ends when the network has taken the message or refused it, or the modem is gone.
+    /// Ends when the network has taken the message or refused it, or the modem is gone. A message that is not sent
+    /// within SmsLimitMs is taken back as far as the stack can.
     virtual void SendSms(const QString& recipient, const QString& text, const Done& done) = 0;
 
     virtual void SetApn(const Apn& apn, const Done& done) = 0;
