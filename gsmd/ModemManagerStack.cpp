@@ -141,6 +141,7 @@ void ModemManagerStack::OnInterfacesRemoved(const QDBusObjectPath& path, const Q
     fetching.clear();
     unnumbered.clear();
     incomplete.clear();
+    reported.clear();
     bearer.clear();
     Q_EMIT ModemChanged();
     ChooseModem();
@@ -263,7 +264,10 @@ bool ModemManagerStack::TakePowerStep(bool on, const Done& done)
     if (!modem)
         return false;
     const bool wasOn = IsOn();
+    const bool newlyWanted = on && !wantedOn;
     wantedOn = on;
+    if (newlyWanted && wasOn)
+        ReadStoredMessages();
     if (wasOn != IsOn())
         QMetaObject::invokeMethod(this, &Stack::ModemChanged, Qt::QueuedConnection);
 
@@ -436,17 +440,23 @@ void ModemManagerStack::ReadMessage(const QString& path)
 
 void ModemManagerStack::OnMessageProperties(const QString& path, const QVariantMap& properties)
 {
-    if (!wantedOn || properties.value(QStringLiteral("PduType")).toUInt() != SmsPduTypeDeliver)
+    if (!wantedOn || reported.contains(path) ||
+        properties.value(QStringLiteral("PduType")).toUInt() != SmsPduTypeDeliver)
         return;
     if (properties.value(QStringLiteral("State")).toUInt() != SmsStateReceived) {
         incomplete.insert(path);
         return;
     }
     incomplete.remove(path);
+    reported.insert(path);
     const QVariantMap info{{QStringLiteral("Sender"), properties.value(QStringLiteral("Number")).toString()},
                            {QStringLiteral("SentTime"), properties.value(QStringLiteral("Timestamp")).toString()}};
     Q_EMIT MessageReceived(properties.value(QStringLiteral("Text")).toString(), info);
-    modem->messaging.Delete(QDBusObjectPath(path));
+    Await(&modem->messaging, modem->messaging.Delete(QDBusObjectPath(path)),
+          [this, path](const QDBusPendingReply<>& deleted) {
+              if (!deleted.isError())
+                  reported.remove(path);
+          });
 }
 
 // Data connection

@@ -100,6 +100,7 @@ private:
     QSet<QString> fetching;   ///< calls of which nothing is known yet
     QSet<QString> unnumbered; ///< callers whose number may still come
     QSet<QString> incomplete; ///< messages of which not all parts are there
+    QSet<QString> reported;   ///< messages that ModemManager still has
 
     std::optional<Apn> linkApn;
     QString bearer;
