@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Shows the phone service at work with a simulated device, on a private bus, and draws the phone's history to
 # build/demo.html.
-# --shell opens a shell instead, in which to try both. --stock runs the service on a stock oFono, which uses the simulated
-# modem through an AT port.
+# --shell opens a shell instead, in which to try both. --stock runs the service on a stock oFono, or on
+# ModemManager, which uses the simulated modem through an AT port.
 set -euo pipefail
 cd "$(dirname "$0")"
 . shell-lib/need.sh
@@ -16,8 +16,9 @@ packages=("${BUILD_PACKAGES[@]}" faketime sqlite3)
 case "$*" in
     '') ;;
     --shell) mode=shell ;;
-    --stock) mode=stock programs+=(kova-gsmd) packages+=(ofono) ;;
-    *) echo "usage: ./demo.sh [--shell | --stock]" >&2; exit 2 ;;
+    --stock | '--stock ofono') mode=stock stack=ofonod programs+=(kova-gsmd) packages+=(ofono) ;;
+    '--stock modemmanager') mode=stock stack=modemmanager programs+=(kova-gsmd) packages+=(modemmanager) ;;
+    *) echo "usage: ./demo.sh [--shell | --stock [ofono | modemmanager]]" >&2; exit 2 ;;
 esac
 
 need "${packages[@]}"
@@ -28,7 +29,7 @@ if [ $mode != shell ]; then
     echo "Time runs $SPEED times as fast. The clock shows the device's seconds."
     if [ $mode = stock ]; then
         start_system_bus
-        play_stock ofonod
+        play_stock $stack
     else
         play simulator/scenarios/demo.scenario
     fi

@@ -90,9 +90,23 @@ start_modemmanager() {
     ${run_fast:-} ModemManager --test-session --test-enable --no-auto-scan --debug >>"$scene/modemmanager.log" 2>&1 &
     MODEMMANAGER=$!
     players+=($MODEMMANAGER)
-    await $MODEMMANAGER "$scene/modemmanager.log" dbus-send --session --print-reply \
-        --dest=org.freedesktop.ModemManager1 /org/freedesktop/ModemManager1 \
+    await $MODEMMANAGER "$scene/modemmanager.log" show_virtual_modem
+}
+
+# show_virtual_modem: has ModemManager look for the modem behind the AT port, and forget what it found there before.
+show_virtual_modem() {
+    dbus-send --session --print-reply --dest=org.freedesktop.ModemManager1 /org/freedesktop/ModemManager1 \
         org.freedesktop.ModemManager1.Test.SetProfile string:kova string:generic array:string:"abstract:$AT_NAME"
+}
+
+# follow_virtual_modem: shows ModemManager whenever the modem is unplugged or plugged, as the kernel does with real ones.
+follow_virtual_modem() {
+    local shown=plugged now
+    while sleep 0.05; do
+        now=plugged
+        "$build/kova-simulator" send state 2>/dev/null | grep -q '"unplugged"' && now=unplugged
+        [ $now = $shown ] || { shown=$now; show_virtual_modem; }
+    done
 }
 
 # play_stock ofonod|modemmanager: plays the demonstration with the service and kova-gsmd on that stack. The scenario is
@@ -111,6 +125,11 @@ play_stock() {
     await $device /dev/null on_bus com.quillmark.kova.simulator
 
     run_fast=fast "start_$1"
+    if [ "$1" = modemmanager ]; then
+        export DBUS_SYSTEM_BUS_ADDRESS=$DBUS_SESSION_BUS_ADDRESS # its test mode has it there
+        follow_virtual_modem >/dev/null 2>&1 &
+        players+=($!)
+    fi
     fast "$build/kova-gsmd" 2>"$scene/gsmd.log" &
     players+=($!)
     await $! "$scene/gsmd.log" on_bus com.quillmark.kova.gsmmanager
