@@ -12,7 +12,7 @@ public:
     explicit KovaFeatureBase(const char* objectPath);
     ~KovaFeatureBase() override;
 
-    /// True if the object path is valid ("Valid Object Paths" in the D-Bus specification).
+    /// True if the object path is valid (D-Bus, "Valid Object Paths").
     bool IsValid() const;
 
     /// Called when the device starts, stops, suspends or resumes the feature. The defaults do nothing.
