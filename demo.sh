@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Shows the phone service at work with a simulated device, on a private bus, and draws the phone's history to
 # build/demo.html.
-# --shell opens a shell instead, in which to try both. --stock runs the service on a stock oFono, or on
-# ModemManager, which uses the simulated modem through an AT port.
+# --shell opens a shell instead, in which to try both. --stock runs the service on a stock oFono, --stock modemmanager on
+# ModemManager; both use the simulated modem through an AT port.
 set -euo pipefail
 cd "$(dirname "$0")"
 . shell-lib/need.sh

@@ -48,13 +48,13 @@ start_at_device() {
     return 1
 }
 
-# prepare_ofono: makes every ofonod that this shell starts use the AT port as the modem /phonesim, and keep its state in
-# $scene: from the machine's own folder it would send a message again that another run has left there.
+# prepare_ofono: configures every ofonod of this shell to use the AT port as the modem /phonesim and to store its state in
+# $scene. In the machine's own folder it would find messages that another run has left, and send them again.
 prepare_ofono() {
     export OFONO_PHONESIM_CONFIG=$scene/phonesim.conf
     printf '[phonesim]\nDriver=phonesim\nAddress=127.0.0.1\nPort=%s\n' "$AT_PORT" >"$OFONO_PHONESIM_CONFIG"
 
-    # A user who may not mount a folder may not write to the machine's either.
+    # A user without the right to mount cannot write to the machine's folder either.
     unshare --mount true 2>/dev/null || return 0
     mkdir "$scene/bin" "$scene/ofono"
     cat >"$scene/bin/ofonod" <<END
@@ -93,13 +93,13 @@ start_modemmanager() {
     await $MODEMMANAGER "$scene/modemmanager.log" show_virtual_modem
 }
 
-# show_virtual_modem: has ModemManager look for the modem behind the AT port, and forget what it found there before.
+# show_virtual_modem: makes ModemManager forget the modem behind the AT port and look for it again.
 show_virtual_modem() {
     dbus-send --session --print-reply --dest=org.freedesktop.ModemManager1 /org/freedesktop/ModemManager1 \
         org.freedesktop.ModemManager1.Test.SetProfile string:kova string:generic array:string:"abstract:$AT_NAME"
 }
 
-# follow_virtual_modem: shows ModemManager whenever the modem is unplugged or plugged, as the kernel does with real ones.
+# follow_virtual_modem: notifies ModemManager when the modem is plugged or unplugged, as the kernel does for a real one.
 follow_virtual_modem() {
     local shown=plugged now
     while sleep 0.05; do
@@ -126,7 +126,7 @@ play_stock() {
 
     run_fast=fast "start_$1"
     if [ "$1" = modemmanager ]; then
-        export DBUS_SYSTEM_BUS_ADDRESS=$DBUS_SESSION_BUS_ADDRESS # its test mode has it there
+        export DBUS_SYSTEM_BUS_ADDRESS=$DBUS_SESSION_BUS_ADDRESS # In test mode it uses the session bus.
         follow_virtual_modem >/dev/null 2>&1 &
         players+=($!)
     fi
