@@ -11,7 +11,7 @@ case "$*" in
     *) echo "usage: bench/bench.sh [--quick]" >&2; exit 2 ;;
 esac
 
-need "${BUILD_PACKAGES[@]}" dbus-bin libsystemd-dev pkgconf python3 valgrind
+need "${BUILD_PACKAGES[@]}" dbus-bin libsystemd-dev pkgconf pulseaudio python3 valgrind
 cmake --preset release -DKOVA_BENCH=ON >/dev/null
 cmake --build --preset release -- --quiet
 exec dbus-run-session -- python3 bench/run.py build "$@"

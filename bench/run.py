@@ -4,6 +4,7 @@
 usage: run.py BUILD_FOLDER [--quick]. Prints a table and writes results.json and results.svg to BUILD_FOLDER/bench.
 """
 
+import contextlib
 import json
 import os
 import re
@@ -337,8 +338,8 @@ def measure():
         await_condition(lambda: log_lines(b"EMERGENCY GSM CALL SUCCESFULLY STOPPED"), "the end of the call")
         details["runs of the queue"] = queue_runs(pid)
 
-    print("GSM daemon ...", file=sys.stderr)
-    details["kova-gsmd"] = gsm_daemon()
+    print("daemons for stock boards ...", file=sys.stderr)
+    details.update(stock_daemons())
 
     print("instructions ...", file=sys.stderr)
     settings(0)
@@ -346,18 +347,27 @@ def measure():
     return {"figures": figures, "details": details}
 
 
-def gsm_daemon():
-    """kova-gsmd and the minimal program: memory and wake-ups at rest, and the delay of a signal that kova-gsmd passes on.
-    One bus is both session and system bus."""
-    ENVIRONMENT["DBUS_SYSTEM_BUS_ADDRESS"] = ENVIRONMENT["DBUS_SESSION_BUS_ADDRESS"]
-    with Running("QtDBus") as qt, Running("kova-gsmd", [BUILD + "/kova-gsmd"], "com.quillmark.kova.gsmmanager") as pid:
+def stock_daemons():
+    """The daemons for stock boards: memory, compared with the minimal program, and wake-ups at rest, kova-audiod with a
+    PulseAudio; and the delay of a signal that kova-gsmd passes on. One bus is both session and system bus."""
+    ENVIRONMENT.update(DBUS_SYSTEM_BUS_ADDRESS=ENVIRONMENT["DBUS_SESSION_BUS_ADDRESS"], XDG_RUNTIME_DIR=WORK.name)
+    names = {"kova-gsmd": "com.quillmark.kova.gsmmanager", "kova-audiod": "com.quillmark.kova.soundmanager",
+             "kova-suspend": "org.freedesktop.DBus"}  # has no name of its own
+    sound_server = ["pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
+                    "--load=module-native-protocol-unix", "--load=module-null-sink"]
+    with contextlib.ExitStack() as stack:
+        qt = stack.enter_context(Running("QtDBus"))
+        stack.enter_context(Running("PulseAudio", sound_server, "org.freedesktop.DBus"))
+        await_condition(lambda: os.path.exists(WORK.name + "/pulse/native"), "PulseAudio")
+        pids = {label: stack.enter_context(Running(label, [f"{BUILD}/{label}"], name)) for label, name in names.items()}
         text = subprocess.run([OUT + "/gsmd_client", str(CALLS)], check=True, stdout=subprocess.PIPE,
                               env=ENVIRONMENT).stdout
-        latency = spread([int(line) / 1e6 for line in text.splitlines()])
         time.sleep(2)  # kova-gsmd has handled the end of the stack by then
-        return {"private MiB more than QtDBus": memory(pid, "Private") - memory(qt, "Private"),
-                "wake-ups per minute": idle_wakeups({"kova-gsmd": pid})["kova-gsmd"][0],
-                "ms to pass on a signal": latency}
+        rest = idle_wakeups(pids)
+        result = {label: {"private MiB more than QtDBus": memory(pid, "Private") - memory(qt, "Private"),
+                          "wake-ups per minute": rest[label][0]} for label, pid in pids.items()}
+        result["kova-gsmd"]["ms to pass on a signal"] = spread([int(line) / 1e6 for line in text.splitlines()])
+        return result
 
 
 def number(value):
