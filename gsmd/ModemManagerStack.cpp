@@ -89,17 +89,15 @@ ModemManagerStack::Modem::Modem(const QString& owner, const QString& path, const
 }
 
 ModemManagerStack::ModemManagerStack(const QDBusConnection& bus, const QString& owner, const QString& wantedModem)
-    : bus(bus),
+    : Stack(wantedModem),
+      bus(bus),
       owner(owner),
-      wantedModem(wantedModem),
       objects(owner, ManagerPath, bus)
 {
     qDBusRegisterMetaType<InterfaceMap>();
     qDBusRegisterMetaType<ManagedObjects>();
     // Looked up by name for the slot below.
     qRegisterMetaType<QDBusMessage>("QDBusMessage");
-    linkTimer.setSingleShot(true);
-    connect(&linkTimer, &QTimer::timeout, this, &ModemManagerStack::TryLink);
 
     // Calls and messages may change sooner than each of them could be subscribed to.
     if (!this->bus.connect(owner, QString(), ModemManagerProperties::staticInterfaceName(),
@@ -151,15 +149,7 @@ void ModemManagerStack::ChooseModem()
 {
     if (modem)
         return;
-    QString chosen;
-    int best = 0;
-    for (auto candidate = modems.cbegin(); candidate != modems.cend(); ++candidate) {
-        const int suits = wantedModem.isEmpty() ? Suitability(*candidate) : candidate.key() == wantedModem;
-        if (suits > best) {
-            best = suits;
-            chosen = candidate.key();
-        }
-    }
+    const QString chosen = BestModem(modems, Suitability);
     if (chosen.isEmpty())
         return;
 
@@ -490,33 +480,17 @@ void ModemManagerStack::CreateBearer(const Apn& apn, const Done& done)
     });
 }
 
-void ModemManagerStack::BringUpLink(const Apn& apn)
+void ModemManagerStack::Connect(const Apn& apn, const Done& done)
 {
-    linkApn = apn;
-    linkTimer.stop();
-    TryLink();
-}
-
-void ModemManagerStack::TryLink()
-{
-    if (!linkApn || !IsRegistered() || linkTimer.isActive())
-        return;
     if (bearer.isEmpty()) {
-        CreateBearer(*linkApn, [this](bool created) { created ? TryLink() : OnLinkTried(false); });
+        CreateBearer(apn, [this, apn, done](bool created) { created ? Connect(apn, done) : done(false); });
         return;
     }
     ModemManagerBearer proxy(owner, bearer, bus);
     proxy.setTimeout(PowerTimeoutMs);
-    Await(this, proxy.Connect(), [this](const QDBusPendingReply<>& reply) {
+    Await(this, proxy.Connect(), [this, done](const QDBusPendingReply<>& reply) {
         if (reply.isError() && IsGone(reply.error()))
             bearer.clear();
-        OnLinkTried(!reply.isError());
+        done(!reply.isError());
     });
-}
-
-void ModemManagerStack::OnLinkTried(bool success)
-{
-    GSMD_LOG(success ? LogLevelProgress : LogLevelWarning, "The data connection is %s", success ? "up" : "refused");
-    if (!success)
-        linkTimer.start(RetryLinkMs);
 }

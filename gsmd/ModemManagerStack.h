@@ -11,7 +11,6 @@
 #include <QDBusMessage>
 #include <QMap>
 #include <QSet>
-#include <QTimer>
 
 #include <memory>
 
@@ -41,7 +40,6 @@ public:
     void Hangup(const QString& id, const Done& done) override;
     void SendSms(const QString& recipient, const QString& text, const Done& done) override;
     void SetApn(const Apn& apn, const Done& done) override;
-    void BringUpLink(const Apn& apn) override;
 
 private Q_SLOTS:
     void OnPropertiesChanged(const QString& interface, const QVariantMap& changed, const QStringList& invalidated,
@@ -84,13 +82,12 @@ private:
     void ReadMessage(const QString& path);
     void OnMessageProperties(const QString& path, const QVariantMap& properties);
 
+    bool CanConnect() const override { return IsRegistered(); }
+    void Connect(const Apn& apn, const Done& done) override;
     void CreateBearer(const Apn& apn, const Done& done);
-    void TryLink();
-    void OnLinkTried(bool success);
 
     QDBusConnection bus;
     const QString owner;
-    const QString wantedModem;
     ModemManagerObjects objects;
     QMap<QString, InterfaceMap> modems; ///< all there are, by path
     std::unique_ptr<Modem> modem;
@@ -102,7 +99,5 @@ private:
     QSet<QString> incomplete; ///< messages of which not all parts are there
     QSet<QString> reported;   ///< messages that ModemManager still has
 
-    std::optional<Apn> linkApn;
     QString bearer;
-    QTimer linkTimer; ///< runs between a connection that failed and the next try
 };

@@ -68,9 +68,9 @@ OfonoStack::Modem::Modem(const QString& owner, const QString& path, const QDBusC
 }
 
 OfonoStack::OfonoStack(const QDBusConnection& bus, const QString& owner, const QString& wantedModem)
-    : bus(bus),
+    : Stack(wantedModem),
+      bus(bus),
       owner(owner),
-      wantedModem(wantedModem),
       manager(owner, ManagerPath, bus)
 {
     qDBusRegisterMetaType<RemoteObject>();
@@ -78,8 +78,6 @@ OfonoStack::OfonoStack(const QDBusConnection& bus, const QString& owner, const Q
     // Looked up by name for the slots below.
     qRegisterMetaType<QDBusVariant>("QDBusVariant");
     qRegisterMetaType<QDBusMessage>("QDBusMessage");
-    linkTimer.setSingleShot(true);
-    connect(&linkTimer, &QTimer::timeout, this, &OfonoStack::TryLink);
 
     // Calls and messages may change sooner than each of them could be subscribed to.
     const bool followed =
@@ -125,15 +123,7 @@ void OfonoStack::ChooseModem()
 {
     if (modem)
         return;
-    QString chosen;
-    int best = 0;
-    for (auto candidate = modems.cbegin(); candidate != modems.cend(); ++candidate) {
-        const int suits = wantedModem.isEmpty() ? Suitability(*candidate) : candidate.key() == wantedModem;
-        if (suits > best) {
-            best = suits;
-            chosen = candidate.key();
-        }
-    }
+    const QString chosen = BestModem(modems, Suitability);
     if (chosen.isEmpty())
         return;
 
@@ -474,26 +464,17 @@ void OfonoStack::WriteContext(const QList<QPair<QString, QVariant>>& properties,
           });
 }
 
-void OfonoStack::BringUpLink(const Apn&)
+bool OfonoStack::CanConnect() const
 {
-    linkWanted = true;
-    linkTimer.stop();
-    TryLink();
+    return modem && modem->attached;
 }
 
-void OfonoStack::TryLink()
+void OfonoStack::Connect(const Apn&, const Done& done)
 {
-    if (!linkWanted || !modem || !modem->attached || linkTimer.isActive())
-        return;
-    FindContext([this](bool found) {
+    FindContext([this, done](bool found) {
         if (found)
-            WriteContext({{QStringLiteral("Active"), true}}, [this](bool success) { OnLinkTried(success); });
+            WriteContext({{QStringLiteral("Active"), true}}, done);
+        else
+            done(false);
     });
-}
-
-void OfonoStack::OnLinkTried(bool success)
-{
-    GSMD_LOG(success ? LogLevelProgress : LogLevelWarning, "The data connection is %s", success ? "up" : "refused");
-    if (!success)
-        linkTimer.start(RetryLinkMs);
 }

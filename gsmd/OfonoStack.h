@@ -14,7 +14,6 @@
 #include <QDBusMessage>
 #include <QMap>
 #include <QSet>
-#include <QTimer>
 
 #include <memory>
 
@@ -44,7 +43,6 @@ public:
     void Hangup(const QString& id, const Done& done) override;
     void SendSms(const QString& recipient, const QString& text, const Done& done) override;
     void SetApn(const Apn& apn, const Done& done) override;
-    void BringUpLink(const Apn& apn) override;
 
 private Q_SLOTS:
     void OnCallProperty(const QString& name, const QDBusVariant& value, const QDBusMessage& signal);
@@ -106,14 +104,13 @@ private:
     void EndMessage(int id, bool sent);
     void EndAllMessages();
 
+    bool CanConnect() const override;
+    void Connect(const Apn& apn, const Done& done) override;
     void FindContext(const Done& done);
     void WriteContext(const QList<QPair<QString, QVariant>>& properties, const Done& done);
-    void TryLink();
-    void OnLinkTried(bool success);
 
     QDBusConnection bus;
     const QString owner;
-    const QString wantedModem;
     OfonoManager manager;
     QMap<QString, QVariantMap> modems; ///< all there are, by path
     std::unique_ptr<Modem> modem;
@@ -122,6 +119,4 @@ private:
     int lastMessage = 0;
 
     QString context; ///< of the internet connection
-    bool linkWanted = false;
-    QTimer linkTimer; ///< runs between a connection that failed and the next try
 };

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <QMap>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 #include <QVariantMap>
 
 #include <functional>
@@ -33,7 +35,8 @@ class Stack : public QObject
 public:
     using Done = std::function<void(bool success)>;
 
-    using QObject::QObject;
+    /// @param wantedModem the modem's object path, or empty for the first that can carry calls.
+    explicit Stack(const QString& wantedModem = QString());
 
     static constexpr int SmsLimitMs = 18000; ///< somewhat less than what the service waits for
 
@@ -62,12 +65,35 @@ public:
     virtual void SendSms(const QString& recipient, const QString& text, const Done& done) = 0;
 
     virtual void SetApn(const Apn& apn, const Done& done) = 0;
-    /// Connects with the access point that was set, now or as soon as the network lets it.
-    virtual void BringUpLink(const Apn& apn) = 0;
+    /// Connects with the access point that was set, now or as soon as the network allows it, and tries again if
+    /// refused.
+    void BringUpLink(const Apn& apn);
 
 protected:
     static constexpr int PingTimeoutMs = 20000;
-    static constexpr int RetryLinkMs = 60000; ///< a network that refuses the connection is not to be pestered
+
+    /// @param suitability rates a modem; one that is rated 0 is never chosen.
+    /// @return the path of the modem to use; empty if there is none.
+    template <typename Description>
+    QString BestModem(const QMap<QString, Description>& modems, int (*suitability)(const Description&)) const
+    {
+        QString chosen;
+        int best = 0;
+        for (auto candidate = modems.cbegin(); candidate != modems.cend(); ++candidate) {
+            const int suits = wantedModem.isEmpty() ? suitability(*candidate) : candidate.key() == wantedModem;
+            if (suits > best) {
+                best = suits;
+                chosen = candidate.key();
+            }
+        }
+        return chosen;
+    }
+
+    /// To be called when CanConnect() has become true.
+    void TryLink();
+    /// Whether the network allows a data connection now.
+    virtual bool CanConnect() const = 0;
+    virtual void Connect(const Apn& apn, const Done& done) = 0;
 
 Q_SIGNALS:
     /// The modem is there or gone, or its power has changed.
@@ -78,4 +104,9 @@ Q_SIGNALS:
     void CallChanged(const StackCall& call);
     /// @param info "Sender", and what else the stack tells of the message.
     void MessageReceived(const QString& text, const QVariantMap& info);
+
+private:
+    const QString wantedModem;
+    std::optional<Apn> linkApn;
+    QTimer linkTimer; ///< runs between a connection that failed and the next try
 };

@@ -38,7 +38,8 @@ public:
         Note("sms " + recipient, done);
     }
     void SetApn(const Apn& apn, const Done& done) override { Note("apn " + apn.name, done); }
-    void BringUpLink(const Apn& apn) override { Note("link " + apn.name, {}); }
+    bool CanConnect() const override { return registered; }
+    void Connect(const Apn& apn, const Done& done) override { Note("link " + apn.name, done); }
 
     /// Carries out the request, or refuses it.
     bool Do(const QString& request, bool success = true)
