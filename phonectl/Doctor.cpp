@@ -140,12 +140,13 @@ Finding CheckService(Board& board)
     try {
         board.phone.LimitTo(AnswerLimitS);
         board.state = board.phone.State();
-        board.phone.Unlimit();
     } catch (const Failure& failure) {
         if (failure.exitStatus == ExitInterrupted)
             throw;
-        return {Fails, QStringLiteral("is on the bus, but: ") + failure.text,
-                QStringLiteral("see its log for the remote call that it waits for")};
+        return {Fails,
+                failure.exitStatus == ExitTimedOut ? QStringLiteral("is on the bus and does not answer")
+                                                   : QStringLiteral("is on the bus, but: ") + failure.text,
+                QStringLiteral("see in its log which remote call it is waiting for")};
     }
     if (const auto fault =
             CheckInterface(board, Names::PhoneService, Names::PhoneObject, PhoneProxy::staticInterfaceName()))
@@ -359,12 +360,14 @@ constexpr struct {
 /// What goes wrong in a step is its finding.
 Finding Check(Board& board, Finding (*check)(Board&))
 {
+    board.phone.Unlimit(); // the limit of an earlier step
     try {
         return check(board);
     } catch (const Failure& failure) {
         if (failure.exitStatus == ExitInterrupted)
             throw;
-        return {NotYet, failure.text};
+        return {NotYet,
+                failure.exitStatus == ExitTimedOut ? QStringLiteral("not examined within --timeout") : failure.text};
     }
 }
 
@@ -425,7 +428,7 @@ Outcome Examine(const Arguments& arguments, Progress& progress)
     Board board{*phone, environment, SettingsFile(environment), phone->IsOnBus(Names::PhoneService)};
     for (const auto& step : steps) {
         if (step.needsState && !board.state)
-            findings.Add(step.key, step.title, {NotYet, QStringLiteral("not known without the service")});
+            findings.Add(step.key, step.title, {NotYet, QStringLiteral("not known without the service's answer")});
         else if (step.needsState && !phone->IsOnBus(Names::GsmService))
             findings.Add(step.key, step.title, {NotYet, QStringLiteral("not known without the GSM daemon")});
         else

@@ -97,6 +97,7 @@ SettingsFile::SettingsFile(const ServiceEnvironment& environment)
         const auto isOn = [&](const char* name) { return settings.value(QLatin1String(name)).toString() == "1"; };
         phoneEnabled = isOn("PHONE/enabled");
         gprsEnabled = isOn("DEVICES_SETUP/gprs-enabled");
+        static_cast<void>(settings.allKeys()); // sections are parsed when first needed: now all of them
         if (settings.status() != QSettings::NoError)
             problem = line == 0 ? QStringLiteral("it is no INI file")
                                 : QStringLiteral("line %1 is no [section], key=value or ;comment").arg(line);
