@@ -7,13 +7,14 @@
 #include <array>
 #include <cctype>
 #include <cstdlib>
-#include <sys/types.h>
 
 namespace
 {
 
 constexpr double MicrosecondsPerSecond = 1e6;
 constexpr int SecondsPerDay = 86400;
+/// The rest of a longer line is left out: a file that is no log may be one endless line.
+constexpr size_t LongestLine = 65536;
 
 bool IsDigit(char character)
 {
@@ -88,27 +89,33 @@ size_t FindEntry(std::string_view line)
 
 }
 
-LogReader::~LogReader()
+bool LogReader::ReadLine()
 {
-    std::free(buffer);
+    line.clear();
+    int character = getc_unlocked(file);
+    if (character == EOF)
+        return false;
+    for (; character != EOF && character != '\n'; character = getc_unlocked(file)) {
+        if (line.size() < LongestLine)
+            line.push_back(static_cast<char>(character));
+    }
+    while (!line.empty() && line.back() == '\r')
+        line.pop_back();
+    return true;
 }
 
 bool LogReader::Next(LogEntry& entry)
 {
-    ssize_t size = 0;
-    while ((size = getline(&buffer, &bufferSize, file)) >= 0) {
+    while (ReadLine()) {
         ++lines;
-        std::string_view line(buffer, static_cast<size_t>(size));
-        while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
-            line.remove_suffix(1);
-        if (Read(line, entry))
+        if (Parse(line, entry))
             return true;
         ++foreignLines;
     }
     return false;
 }
 
-bool LogReader::Read(std::string_view line, LogEntry& entry)
+bool LogReader::Parse(std::string_view line, LogEntry& entry)
 {
     bool hasTime = false;
     if (!line.empty() && line.front() == '{') {

@@ -22,7 +22,6 @@ class LogReader
 public:
     /// @param file is read to its end and remains the caller's.
     explicit LogReader(std::FILE* file) : file(file) {}
-    ~LogReader();
     Q_DISABLE_COPY(LogReader)
 
     /// @return false at the end. Lines that are not the service's are passed over.
@@ -33,12 +32,12 @@ public:
     bool HasTimes() const { return hasTimes; }
 
 private:
-    bool Read(std::string_view line, LogEntry& entry);
+    bool ReadLine();
+    bool Parse(std::string_view line, LogEntry& entry);
     bool ReadTime(std::string_view prefix, double& time);
 
     std::FILE* const file;
-    char* buffer = nullptr;
-    size_t bufferSize = 0;
+    std::string line; ///< as it was read last, without its end
     std::string text; ///< of a message in JSON
     qint64 lines = 0;
     qint64 foreignLines = 0;
