@@ -70,12 +70,13 @@ Outcome DrawTimeline(const Arguments& arguments, Progress&)
     if (!isStandardInput && !opened)
         throw Failure{ExitUsage, QStringLiteral("FILE \"%1\": %2").arg(path, LastError())};
     std::FILE* const file = isStandardInput ? stdin : opened.get();
+    const QString source = isStandardInput ? QStringLiteral("standard input") : QStringLiteral("FILE \"%1\"").arg(path);
     LogReader reader(file);
     const History history(reader);
     if (std::ferror(file))
-        throw Failure{ExitRefused, QStringLiteral("FILE \"%1\": %2").arg(path, LastError())};
+        throw Failure{ExitRefused, source + QStringLiteral(": ") + LastError()};
     if (reader.Lines() == reader.ForeignLines())
-        throw Failure{ExitRefused, QStringLiteral("FILE \"%1\" has no line of the phone service's log").arg(path)};
+        throw Failure{ExitRefused, source + QStringLiteral(" has no line of the phone service's log")};
 
     const TimelineDrawing drawing(history, reader);
     const bool isPage = output.endsWith(QLatin1String(".html"), Qt::CaseInsensitive);

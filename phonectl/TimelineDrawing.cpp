@@ -28,12 +28,14 @@ constexpr double ClusterWidth = 18;
 constexpr double MarkRadius = 8;
 constexpr double NarrowestSpan = 2;
 constexpr int MostRows = 60;
-constexpr int MostRowLetters = 165;
+/// Beside the longest pair of times.
+constexpr double RowTextLeft = ChartLeft + 290;
+constexpr int MostRowLetters = 140;
 constexpr int MostTicks = 9;
 constexpr int MostTexts = 20;
 constexpr size_t MostHtmlRows = 5000;
 
-constexpr int SignalTopDBm = -50;
+constexpr int SignalTopDBm = -40;
 constexpr int SignalBottomDBm = -115;
 /// Without a report for longer than this the modem would have been switched off and on.
 constexpr double LongestSilenceS = 700;
@@ -279,18 +281,21 @@ QString TimelineDrawing::Axis(double top, double bottom) const
 
 QString TimelineDrawing::Legend(const std::vector<std::pair<QString, QString>>& entries, double top) const
 {
+    const auto width = [](const QString& name) { return 28 + static_cast<double>(name.size()) * LetterWidth; };
+    double total = 0;
+    for (const auto& [name, colour] : entries)
+        total += width(name);
     QString svg;
     double x = LegendLeft;
-    double y = entries.size() > 3 ? top + 7 : top + 16;
+    double y = LegendLeft + total > Width ? top + 7 : top + 16; // two lines, or one
     for (const auto& [name, colour] : entries) {
-        const double width = 28 + static_cast<double>(name.size()) * LetterWidth;
-        if (x + width > Width && x > LegendLeft) {
+        if (x + width(name) > Width && x > LegendLeft) {
             x = LegendLeft;
             y += 17;
         }
         svg += Box(x, y - 10, 11, 11, colour.toLatin1().constData());
         svg += Label(x + 15, y, name, PaleInk);
-        x += width;
+        x += width(name);
     }
     return svg;
 }
@@ -490,7 +495,7 @@ QByteArray TimelineDrawing::Svg() const
                 (reader.HasTimes() ? Clock(last, Clock(first, "d") == Clock(last, "d") ? "HH:mm:ss" : "MM-dd HH:mm:ss")
                                    : Moment(last));
         rows += circle(ChartLeft - 20, y - 4, false) + Label(ChartLeft, y, when, PaleInk) +
-                Label(ChartLeft + 250, y, Cut(text, MostRowLetters - 20));
+                Label(RowTextLeft, y, Cut(text, MostRowLetters));
         y += RowHeight;
     }
     if (number > MostRows) {
