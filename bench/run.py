@@ -5,6 +5,8 @@ usage: run.py BUILD_FOLDER [--quick]. Prints a table and writes results.json and
 """
 
 import contextlib
+import datetime
+import itertools
 import json
 import os
 import re
@@ -25,6 +27,7 @@ ROUNDS = 5 if QUICK else 21
 CALLS = 200 if QUICK else 500  # in each round
 IDLE_S = 10 if QUICK else 60
 SMS_BATCHES, SMS_BATCH = (4, 2500) if QUICK else (10, 10000)
+LOG_LINES = 100000 if QUICK else 1000000
 PENDING_RUNS = (100, 10000) if QUICK else (100, 10000, 100000)
 BURST, SEND_MS = 30, 500  # messages before an emergency request, and the time to send one
 COUNTED = 200, 1200  # calls in the two runs whose instructions are subtracted
@@ -341,10 +344,47 @@ def measure():
     print("daemons for stock boards ...", file=sys.stderr)
     details.update(stock_daemons())
 
+    print("timeline of a long log ...", file=sys.stderr)
+    details["timeline"] = timeline()
+
     print("instructions ...", file=sys.stderr)
     settings(0)
     instruction_counts(figures)
     return {"figures": figures, "details": details}
+
+
+def write_log(path, lines):
+    """A log of the service: signal reports, each hundredth time a message, a call or a power cycle, a line in 0.26 s."""
+    events = (("Sms id=1 QUEUED", "Sms id=1 SENT"),
+              ("Gsmd->Call(+491234567890) request success", "Call succesfully started", "Gsm phone call ANSWERED",
+               "Gsm phone call TERMINATED"),
+              ("Signal Quality not received in 10 mins.. Power Cycle the modem", "Gsm modem OFF", "Gsm modem POWERED",
+               "PHONE_STATUS_REGISTERED and SIM present"))
+    messages = itertools.chain.from_iterable(
+        ("Gsm signal: 71",) * 99 + events[turn % len(events)] for turn in itertools.count())
+    start = datetime.datetime(2026, 11, 20)
+    with open(path, "w", encoding="ascii") as file:
+        for number, message in enumerate(itertools.islice(messages, lines)):
+            moment = start + datetime.timedelta(seconds=0.26 * number)
+            file.write(f"{moment.isoformat(timespec='milliseconds')} L2 {PHONE[1]} [PhoneManager.cpp:1] "
+                       f"void PhoneManager::OnGsm(): {message}\n")
+
+
+def timeline():
+    """Time and peak memory of phonectl as it draws a long log."""
+    log, seconds, peaks = WORK.name + "/long.log", [], []
+    write_log(log, LOG_LINES)
+    for _ in range(ROUNDS):
+        begin = time.monotonic()
+        process = subprocess.Popen([BUILD + "/phonectl", "timeline", log, "--output", WORK.name + "/long.html"],
+                                   stdout=subprocess.DEVNULL)
+        _, status, usage = os.wait4(process.pid, 0)
+        seconds.append(time.monotonic() - begin)
+        process.returncode = os.waitstatus_to_exitcode(status)
+        if process.returncode != 0:
+            sys.exit(f"phonectl timeline failed with {process.returncode}")
+        peaks.append(usage.ru_maxrss / 1024)
+    return {"lines": LOG_LINES, "seconds": spread(seconds), "peak MiB": spread(peaks)}
 
 
 def stock_daemons():
