@@ -59,7 +59,7 @@ int AudioInCtl::GetVol(double& volume)
 
 int AudioInCtl::SetVol(double volume)
 {
-    // The comparison is false for what is not a number.
+    // NaN fails the comparison as well.
     if (!(volume >= 0 && volume <= 1))
         return Refuse(QStringLiteral("a volume of %1, not from 0 to 1").arg(volume));
     source.SetVolume(volume, SucceedLater());

@@ -5,7 +5,8 @@
 class Capture;
 class DefaultDevice;
 
-/// The audio input control: volume and mute of the default source, and recording from it. The input source is kept.
+/// The audio input control: volume and mute of the default source, and recording from it. The input source is only
+/// stored.
 class AudioInCtl : public AudioService
 {
     Q_OBJECT

@@ -2,5 +2,5 @@
 
 #include "Log.h"
 
-/// Logs one line of the audio daemon at the place where it stands.
+/// Logs a line of the audio daemon, with the place of the statement.
 #define AUDIO_LOG(level, ...) LOG_FROM(Names::SoundManagerObject, level, __VA_ARGS__)

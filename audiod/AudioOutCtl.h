@@ -5,8 +5,8 @@
 class DefaultDevice;
 class VoiceRoute;
 
-/// The audio output control: volume and mute of the default sink. Masks and the output type are kept; with output type
-/// 2 a call is heard on the loudspeaker.
+/// The audio output control: volume and mute of the default sink. Masks and the output type are only stored, but output
+/// type 2 puts a call on the loudspeaker.
 class AudioOutCtl : public AudioService
 {
     Q_OBJECT
@@ -14,7 +14,7 @@ class AudioOutCtl : public AudioService
 public:
     AudioOutCtl(DefaultDevice& sink, VoiceRoute& route) : sink(sink), route(route) {}
 
-    /// What is set applies at once.
+    /// Does nothing: the output type takes effect when it is set.
     int ApplyOutputType() { return AudioStatusDone; }
     int GetInputOutputRouting(uchar& mask);
     int GetOutputMask(uchar& mask);

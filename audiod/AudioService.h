@@ -6,7 +6,7 @@
 
 #include <functional>
 
-/// Status of every method's answer.
+/// The status that each method answers.
 enum AudioStatus : int {
     AudioStatusDone = 0,
     AudioStatusRefused = -1, ///< a value out of range, or a recording that cannot be made
@@ -20,11 +20,11 @@ class AudioService : public QObject, protected QDBusContext
 protected:
     using Sender = std::function<void(const QVariantList&)>;
 
-    /// Has the running method answer later; what it returns does not count.
-    /// @return sends the answer, the status and what else the method delivers. To be called once.
+    /// Delays the answer of the running method, whose return value is then ignored.
+    /// @return a function that sends the status and the method's other values. Must be called once.
     Sender AnswerLater();
-    /// The same for an answer of nothing but the status of success.
+    /// The same for a method that answers only the status, which is success.
     std::function<void()> SucceedLater();
-    /// Logs why a request is refused. @return the status for it.
+    /// Logs why a request is refused. @return the status of a refusal.
     static int Refuse(const QString& reason);
 };

@@ -26,14 +26,14 @@ CallAudioRoute::CallAudioRoute()
     callAudio.setTimeout(AnswerMs);
     connect(&watcher, &QDBusServiceWatcher::serviceOwnerChanged, this, &CallAudioRoute::OnOwnerChanged);
 
-    // An earlier life of this program may have left it in the voice call mode.
+    // An earlier process of this program may have left callaudiod in voice call mode.
     inCallMode = QDBusConnection::sessionBus().interface()->isServiceRegistered(QLatin1String(Service));
     Apply();
 }
 
 void CallAudioRoute::OnOwnerChanged()
 {
-    // It starts in the default mode.
+    // callaudiod starts in the default mode.
     inCallMode = false;
     if (Wish().call)
         Apply();
@@ -41,7 +41,7 @@ void CallAudioRoute::OnOwnerChanged()
 
 void CallAudioRoute::Work()
 {
-    // It is not started only to be sent back to its default mode.
+    // Do not start callaudiod only to select its default mode.
     if (!Wish().call && !inCallMode) {
         Settle(QString());
         return;
@@ -56,14 +56,14 @@ void CallAudioRoute::EnableSpeaker()
     Watch(callAudio.EnableSpeaker(Wish().loudspeaker), QStringLiteral("EnableSpeaker"), nullptr);
 }
 
-/// @param next what follows on success; null is the end.
+/// @param next is called on success; null if there is nothing more to do.
 void CallAudioRoute::Watch(const QDBusPendingCall& call, const QString& name, void (CallAudioRoute::*next)())
 {
     auto* answer = new QDBusPendingCallWatcher(call, this);
     connect(answer, &QDBusPendingCallWatcher::finished, this, [=, this] {
         answer->deleteLater();
         const QDBusPendingReply<bool> reply = *answer;
-        // A callaudiod that is not there has nothing to return from.
+        // Without callaudiod there is no mode to leave.
         if (reply.error().type() == QDBusError::ServiceUnknown)
             inCallMode = false;
         if (reply.isError())

@@ -6,8 +6,8 @@
 #include <QDBusPendingCall>
 #include <QDBusServiceWatcher>
 
-/// The voice route of a device whose sound card carries the modem's voice by itself: callaudiod switches it to the
-/// voice call mode, on loudspeaker or earpiece.
+/// The voice route of a device whose sound card itself is connected to the modem: callaudiod switches the card to voice
+/// call mode, on loudspeaker or earpiece.
 class CallAudioRoute : public VoiceRoute
 {
     Q_OBJECT
@@ -26,5 +26,5 @@ private:
 
     CallAudioProxy callAudio;
     QDBusServiceWatcher watcher;
-    bool inCallMode = false; ///< it may be: it was asked to
+    bool inCallMode = false; ///< callaudiod was asked for it
 };

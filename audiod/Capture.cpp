@@ -12,9 +12,9 @@ namespace
 {
 
 constexpr qsizetype BlockBytes = WavFile::Rate / 10 * qsizetype(sizeof(short)) * WavFile::Channels;
-/// So much may wait for the storage: ten seconds.
+/// The limit on what is buffered for the storage: ten seconds.
 constexpr qsizetype MostUnwritten = 100 * BlockBytes;
-/// How long the end of this process waits for the storage.
+/// The time that this process waits for the storage at its end.
 constexpr int LastWriteMs = 1000;
 
 }
@@ -39,14 +39,14 @@ Capture::Capture(SoundServer& server) : server(server), writer(new QThread), fil
         if (state == State::AwaitingServer)
             Open();
     });
-    connect(&waiting, &Waiting::TimedOut, this, [this] { Fail(QStringLiteral("no answer in time")); });
+    connect(&pendingAnswers, &PendingAnswers::TimedOut, this, [this] { Fail(QStringLiteral("no answer in time")); });
 }
 
 Capture::~Capture()
 {
     End();
     writer->quit();
-    // A storage that hangs for good keeps its thread, which the end of the process ends.
+    // Abandon a thread whose storage hangs. It ends with the process.
     if (!writer->wait(LastWriteMs))
         return;
     delete file;
@@ -59,9 +59,9 @@ void Capture::Start(const QString& path, const std::function<void()>& answer)
     unwritten = 0;
     this->path = path;
     state = State::AwaitingServer;
-    waiting.Add(answer);
+    pendingAnswers.Add(answer);
 
-    // The daemon's folder is not the caller's.
+    // A relative path would refer to the daemon's folder, not the caller's.
     if (!QDir::isAbsolutePath(path))
         Fail(QStringLiteral("the path is not absolute"));
     else if (server.IsReady())
@@ -73,7 +73,7 @@ void Capture::Start(const QString& path, const std::function<void()>& answer)
 void Capture::Open()
 {
     state = State::Opening;
-    // No thread until it is needed.
+    // Start the thread only when it is needed.
     writer->start();
     QMetaObject::invokeMethod(file, [file = file, number = number, path = path] { file->Open(number, path); });
 }
@@ -99,7 +99,7 @@ void Capture::OnOpened(int recording, const QString& problem)
     pa_stream_set_read_callback(
         stream, [](pa_stream*, size_t, void* self) { static_cast<Capture*>(self)->OnData(); }, this);
     pa_buffer_attr buffer;
-    buffer.maxlength = buffer.tlength = buffer.prebuf = buffer.minreq = UINT32_MAX; // the server's choice
+    buffer.maxlength = buffer.tlength = buffer.prebuf = buffer.minreq = UINT32_MAX; // chosen by the server
     buffer.fragsize = static_cast<uint32_t>(BlockBytes);
     if (pa_stream_connect_record(stream, nullptr, &buffer, PA_STREAM_ADJUST_LATENCY) < 0)
         Fail(server.Error());
@@ -112,7 +112,7 @@ void Capture::OnStreamState()
         state = State::Recording;
         AUDIO_LOG(LogLevelProgress, "Capture to %s started", qPrintable(path));
         QMetaObject::invokeMethod(file, &WavFile::Begin);
-        waiting.Release();
+        pendingAnswers.Release();
     } else if (!PA_STREAM_IS_GOOD(streamState)) {
         Fail(server.Error());
     }
@@ -123,7 +123,7 @@ void Capture::OnData()
     const void* data = nullptr;
     size_t size = 0;
     while (stream && pa_stream_peek(stream, &data, &size) == 0 && size > 0) {
-        // Without data it is a hole in the record: silence.
+        // A fragment without data is a hole in the stream: record silence.
         const auto bytes = static_cast<qsizetype>(size);
         const QByteArray samples = data ? QByteArray(static_cast<const char*>(data), bytes) : QByteArray(bytes, '\0');
         pa_stream_drop(stream);
@@ -140,7 +140,7 @@ void Capture::Fail(const QString& problem)
 {
     AUDIO_LOG(LogLevelError, "Capture to %s failed: %s", qPrintable(path), qPrintable(problem));
     End();
-    waiting.Release();
+    pendingAnswers.Release();
 }
 
 void Capture::Stop()
@@ -148,7 +148,7 @@ void Capture::Stop()
     if (IsEnabled())
         AUDIO_LOG(LogLevelProgress, "Capture to %s stopped", qPrintable(path));
     End();
-    waiting.Release();
+    pendingAnswers.Release();
 }
 
 void Capture::End()

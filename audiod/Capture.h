@@ -1,7 +1,7 @@
 #pragma once
 
+#include "PendingAnswers.h"
 #include "SoundServer.h"
-#include "Waiting.h"
 
 #include <QThread>
 
@@ -9,8 +9,8 @@
 
 class WavFile;
 
-/// Records the default source into a WAV file: 16 bits, one channel, 48 kHz. The file is written by a thread of its
-/// own, because a slow storage must not hold up a call.
+/// Records the default source into a WAV file: 16 bits, one channel, 48 kHz. A separate thread writes the file,
+/// because slow storage must not delay a call.
 class Capture : public QObject
 {
     Q_OBJECT
@@ -19,10 +19,10 @@ public:
     explicit Capture(SoundServer& server);
     ~Capture() override;
 
-    /// Whether it records, or is about to.
+    /// Returns whether it is recording or about to.
     bool IsEnabled() const { return state != State::Idle; }
-    /// @param path absolute, of a regular file, which is replaced, or of none.
-    /// @param answer is called when the recording runs or when it is clear that it will not: see IsEnabled().
+    /// @param path absolute. An existing regular file is replaced; anything else is refused.
+    /// @param answer is called when the recording has started or failed; IsEnabled() says which.
     void Start(const QString& path, const std::function<void()>& answer);
     /// Ends the recording; the file is complete soon after.
     void Stop();
@@ -48,10 +48,10 @@ private:
     State state = State::Idle;
     QString path;
     pa_stream* stream = nullptr;
-    Waiting waiting;
+    PendingAnswers pendingAnswers;
 
     QThread* const writer;
     WavFile* file;  ///< lives in the writer's thread
-    int number = 0; ///< of the recording, by which late news of an earlier one are known
+    int number = 0; ///< of the recording; identifies late signals of an earlier one
     qsizetype unwritten = 0;
 };

@@ -11,10 +11,10 @@ DefaultDevice::DefaultDevice(SoundServer& server, DeviceKind kind) : server(serv
 {
     connect(&server, &SoundServer::Ready, this, &DefaultDevice::Apply);
     connect(&server, &SoundServer::Lost, this, [this] {
-        if (!working && !waiting.IsEmpty())
+        if (!working && !pendingAnswers.IsEmpty())
             Finish(this->server.Error());
     });
-    connect(&waiting, &Waiting::TimedOut, this,
+    connect(&pendingAnswers, &PendingAnswers::TimedOut, this,
             [] { AUDIO_LOG(LogLevelError, "The sound server does not answer: volume and mute have to wait"); });
 }
 
@@ -39,7 +39,7 @@ void DefaultDevice::Refresh(const std::function<void()>& answer)
 
 void DefaultDevice::Work(const std::function<void()>& answer)
 {
-    waiting.Add(answer);
+    pendingAnswers.Add(answer);
     Apply();
 }
 
@@ -67,7 +67,7 @@ void DefaultDevice::OnLevel(const std::optional<SoundLevel>& level)
     }
 
     struct Change {
-        int open = 1; ///< requests that are not answered; the first is this function itself
+        int open = 1; ///< unanswered requests; the first stands for this function itself
         QString problem;
     };
     const auto change = std::make_shared<Change>();
@@ -78,7 +78,7 @@ void DefaultDevice::OnLevel(const std::optional<SoundLevel>& level)
             change->problem = server.Error();
         if (--change->open > 0)
             return;
-        // What a server has lost is for the next; a later wish comes first.
+        // Apply a value that the server has lost to the next one, unless a newer value was set.
         if (!server.IsReady()) {
             wantedVolume = wantedVolume ? wantedVolume : newVolume;
             wantedMute = wantedMute ? wantedMute : newMute;
@@ -87,7 +87,7 @@ void DefaultDevice::OnLevel(const std::optional<SoundLevel>& level)
     };
 
     if (newVolume) {
-        // Keeps the balance of the channels.
+        // Preserve the balance of the channels.
         pa_cvolume volumes = level->volume;
         pa_cvolume_scale(&volumes, static_cast<pa_volume_t>(std::lround(*newVolume * PA_VOLUME_NORM)));
         ++change->open;
@@ -113,5 +113,5 @@ void DefaultDevice::Finish(const QString& problem)
     if (again && server.IsReady())
         Apply();
     else
-        waiting.Release();
+        pendingAnswers.Release();
 }

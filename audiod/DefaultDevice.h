@@ -1,12 +1,12 @@
 #pragma once
 
+#include "PendingAnswers.h"
 #include "SoundServer.h"
-#include "Waiting.h"
 
 #include <optional>
 
-/// Volume and mute of the sound server's default sink or source. What is set while there is no server is kept, and
-/// takes effect when there is one.
+/// Volume and mute of the sound server's default sink or source. Values that are set while there is no server
+/// take effect when there is one.
 class DefaultDevice : public QObject
 {
     Q_OBJECT
@@ -14,11 +14,12 @@ class DefaultDevice : public QObject
 public:
     DefaultDevice(SoundServer& server, DeviceKind kind);
 
-    /// @param volume from 0 to 1, on the scale that sound servers show to people.
-    /// @param answer is called when it has taken effect or has to wait for the server.
+    /// @param volume from 0 to 1, on the scale that sound servers show to users.
+    /// @param answer is called when the value has taken effect or has to wait for the server.
     void SetVolume(double volume, const std::function<void()>& answer);
     void SetMute(bool mute, const std::function<void()>& answer);
-    /// Reads both. @param answer is called when Volume() and IsMuted() are what the server says, or the last known.
+    /// Reads both. @param answer is called when Volume() and IsMuted() are up to date, or when the server does not
+    /// answer.
     void Refresh(const std::function<void()>& answer);
     double Volume() const { return volume; }
     bool IsMuted() const { return muted; }
@@ -37,5 +38,5 @@ private:
     std::optional<bool> wantedMute;
     bool working = false;
     bool again = false;
-    Waiting waiting;
+    PendingAnswers pendingAnswers;
 };

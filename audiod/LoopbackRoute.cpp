@@ -8,15 +8,15 @@ namespace
 {
 
 constexpr char Loopback[] = "module-loopback";
-/// A property of the loopbacks' streams, by which a later life of this program knows them.
+/// A property of the loopbacks' streams, by which a later process of this program recognises them.
 constexpr char Mark[] = "kova.voice=1";
-/// What a person does not notice in a conversation. The server raises it where the hardware cannot keep up.
+/// Not noticed in a conversation. The server raises the latency if the hardware needs it.
 constexpr int LatencyMs = 20;
-/// Devices come and go in groups.
+/// Devices appear and disappear in groups.
 constexpr int GroupMs = 50;
 
-/// The role has the server pause music during the call. A loopback that lost its device would be moved to another by
-/// the server, and could connect the microphone with the loudspeaker: these end instead.
+/// The role makes the server pause music during the call. The server would move a loopback that lost its device to
+/// another, and could so connect the microphone with the loudspeaker. These loopbacks end instead.
 QString Argument(const VoiceLink& link)
 {
     return QStringLiteral("source=\"%1\" source_dont_move=yes sink=\"%2\" sink_dont_move=yes latency_msec=%3 "
@@ -36,7 +36,7 @@ bool Contains(const QList<SoundDevice>& devices, const QString& name)
     return std::any_of(devices.begin(), devices.end(), [&](const SoundDevice& device) { return device.name == name; });
 }
 
-/// @return the preferred device if it is usable, else a usable one, hardware first; an empty text if there is none.
+/// @return the preferred device if it is usable, else another, hardware first; an empty string if there is none.
 template <class Usable>
 QString Choose(const QList<SoundDevice>& devices, const QString& preferred, const Usable& usable)
 {
@@ -83,7 +83,7 @@ void LoopbackRoute::Work()
         return;
     }
     if (!server.IsReady()) {
-        // There is no loopback to remove, or it will be when the server is ready.
+        // There is no loopback to remove yet. If the server has one, it is removed once the server is ready.
         Settle(QString());
         return;
     }
@@ -93,13 +93,13 @@ void LoopbackRoute::Work()
 
 QString LoopbackRoute::Speaker(const SoundSetup& setup) const
 {
-    // A server that has no better device makes the modem's own the default: the far end would hear itself.
+    // Without another device the server makes the modem's own the default. The far end would hear itself.
     return Choose(setup.sinks, setup.defaults.sink, [this](const SoundDevice& sink) { return sink.name != modemSink; });
 }
 
 QString LoopbackRoute::Microphone(const SoundSetup& setup, const QString& speaker) const
 {
-    // The same with what the speaker or the modem plays.
+    // The same applies to monitors of the speaker and the modem.
     return Choose(setup.sources, setup.defaults.source, [&](const SoundDevice& source) {
         const bool chosen = source.name == setup.defaults.source;
         return source.name != modemSource && source.monitorOf != speaker && source.monitorOf != modemSink &&
@@ -107,7 +107,7 @@ QString LoopbackRoute::Microphone(const SoundSetup& setup, const QString& speake
     });
 }
 
-/// The loopbacks that there should be. What is missing for them goes to `problem`.
+/// Returns the wanted loopbacks. `problem` receives what is missing for them.
 QList<VoiceLink> LoopbackRoute::Wanted(const SoundSetup& setup)
 {
     if (!Wish().call)
@@ -139,7 +139,7 @@ QList<VoiceLink> LoopbackRoute::Wanted(const SoundSetup& setup)
 
 void LoopbackRoute::OnSetup(const std::optional<SoundSetup>& setup)
 {
-    open = 1; // this function itself
+    open = 1; // stands for this function itself
     const auto done = [this](const auto& result) {
         if (!result && problem.isEmpty())
             problem = server.Error();
@@ -160,7 +160,7 @@ void LoopbackRoute::OnSetup(const std::optional<SoundSetup>& setup)
             else
                 surplus.append(module.index);
         }
-        // The new ones first: the voice has no gap when a headset is plugged in.
+        // Load the new ones first, so that plugging in a headset causes no gap.
         for (const VoiceLink& link : std::as_const(missing)) {
             ++open;
             AUDIO_LOG(LogLevelProgress, "Voice route: %s to %s", qPrintable(link.source), qPrintable(link.sink));

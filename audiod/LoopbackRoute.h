@@ -5,21 +5,21 @@
 
 #include <QTimer>
 
-/// One of a call's two ways.
+/// One of a call's two directions.
 struct VoiceLink {
     QString source;
     QString sink;
 };
 
 /// The voice route of a modem that is a sound card of its own: two loopbacks on the sound server, from the modem to the
-/// default sink and from the default source to the modem. They follow the defaults during the call. Those that an
-/// earlier life of this program left behind are removed.
+/// default sink and from the default source to the modem. They follow the default devices during the call. Loopbacks
+/// that an earlier process of this program left behind are removed.
 class LoopbackRoute : public VoiceRoute
 {
     Q_OBJECT
 
 public:
-    /// @param modemSource,modemSink names of the modem's devices on the server.
+    /// @param modemSource,modemSink the names of the modem's devices on the server.
     LoopbackRoute(SoundServer& server, const QString& modemSource, const QString& modemSink);
 
 protected:
@@ -35,7 +35,7 @@ private:
     const QString modemSource;
     const QString modemSink;
 
-    int open = 0; ///< requests that change something and are not answered yet
+    int open = 0; ///< changing requests that are not answered yet
     QString problem;
     QTimer changed;
 };

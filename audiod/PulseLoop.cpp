@@ -11,8 +11,8 @@
 namespace PulseEvents
 {
 
-/// What the three kinds of events have in common. libpulse frees an event inside its own callback, too: it stops at
-/// once, and is deleted by the event loop.
+/// Base of the three kinds of events. libpulse may free an event inside its own callback: the event stops at once, and
+/// the event loop deletes it later.
 template <class Event>
 struct Base : QObject {
     using Destroy = void (*)(pa_mainloop_api*, Event*, void*);
@@ -41,7 +41,7 @@ void SetDestroy(Event* event, typename Event::Destroy destroy)
 
 }
 
-// libpulse declares the three structures and leaves them to the main loop.
+// libpulse only declares the three structures. The main loop defines them.
 
 struct pa_io_event : PulseEvents::Base<pa_io_event> {
     pa_io_event(pa_mainloop_api* api, int fd, pa_io_event_flags_t wanted, pa_io_event_cb_t callback, void* userdata)
@@ -49,7 +49,7 @@ struct pa_io_event : PulseEvents::Base<pa_io_event> {
           input(fd, QSocketNotifier::Read),
           output(fd, QSocketNotifier::Write)
     {
-        // A peer that has hung up shows as input.
+        // A closed connection is reported as input.
         connect(&input, &QSocketNotifier::activated, this,
                 [=, this] { callback(api, this, fd, PA_IO_EVENT_INPUT, userdata); });
         connect(&output, &QSocketNotifier::activated, this,
@@ -78,7 +78,7 @@ struct pa_time_event : PulseEvents::Base<pa_time_event> {
         Restart(when);
     }
 
-    /// @param when Unix time; null is never.
+    /// @param when Unix time; null for never.
     void Restart(const timeval* when)
     {
         timer.stop();
@@ -97,7 +97,7 @@ struct pa_time_event : PulseEvents::Base<pa_time_event> {
     timeval due = {};
 };
 
-/// Called in every round of the loop while it is enabled.
+/// Calls libpulse in each iteration of the loop while enabled.
 struct pa_defer_event : PulseEvents::Base<pa_defer_event> {
     pa_defer_event(pa_mainloop_api* api, pa_defer_event_cb_t callback, void* userdata) : Base(api, userdata)
     {
@@ -130,7 +130,7 @@ pa_mainloop_api* PulseLoop()
         .defer_enable = [](pa_defer_event* event, int enabled) { event->Enable(enabled); },
         .defer_free = PulseEvents::Free<pa_defer_event>,
         .defer_set_destroy = PulseEvents::SetDestroy<pa_defer_event>,
-        // Whether the process ends is not libpulse's affair.
+        // libpulse must not decide whether the process ends.
         .quit = [](pa_mainloop_api*, int) {},
     };
     return &api;

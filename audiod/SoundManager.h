@@ -4,7 +4,7 @@
 
 class VoiceRoute;
 
-/// The sound manager: starts and stops a call's voice, and keeps the mask of the default amplifiers.
+/// The sound manager: starts and stops a call's voice, and stores the mask of the default amplifiers.
 class SoundManager : public AudioService
 {
     Q_OBJECT
@@ -14,9 +14,9 @@ public:
 
     int GetAmplifiersDefault(uchar& mask);
     int SetAmplifiersDefault(uchar mask);
-    /// Starts the call's voice. Succeeds also if it could not be routed: the call is placed already.
+    /// Starts the call's voice. Succeeds even if it could not be routed, since the call has already been placed.
     int PlayGsmVoice();
-    /// Stops the stream of that name: "gsmvoice" is the call's voice, there is no other.
+    /// Stops the stream of that name. The only one is "gsmvoice", the call's voice.
     int StopPlay(const QString& name, const QString& device);
 
 private:

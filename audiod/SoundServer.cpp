@@ -16,8 +16,8 @@ namespace
 {
 
 constexpr int FirstRetryMs = 250;
-constexpr int CallRetryMs = 1000;  ///< at most, while the server is in use
-constexpr int IdleRetryMs = 60000; ///< at most, while it is not: the next request connects at once anyhow
+constexpr int CallRetryMs = 1000;  ///< the longest delay while the server is in use
+constexpr int IdleRetryMs = 60000; ///< the longest delay otherwise; the next request connects at once
 
 constexpr char DefaultSink[] = "@DEFAULT_SINK@";
 constexpr char DefaultSource[] = "@DEFAULT_SOURCE@";
@@ -46,14 +46,14 @@ void Read(const Info& info, SoundLevel& level)
 
 }
 
-/// One request. libpulse hands over parts of the result first, then the state in which the request ended.
+/// One request. libpulse first delivers the parts of the result, then the final state of the request.
 template <class Result>
 struct SoundServer::Request {
     Answer<Result> answer;
     Result result = {};
     bool failed = false;
 
-    /// @param operation null when the request could not be made.
+    /// @param operation is null if the request could not be made.
     void Watch(SoundServer* server, pa_operation* operation)
     {
         if (!operation) {
@@ -130,7 +130,7 @@ void SoundServer::Connect()
             static_cast<SoundServer*>(self)->OnChange(change);
         },
         this);
-    // A server started by this process would live under its restrictions and die with it.
+    // Do not start a server: it would have this process's restrictions and end with it.
     if (pa_context_connect(context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0)
         OnState();
 }
@@ -149,7 +149,7 @@ void SoundServer::OnState()
         if (ready)
             AUDIO_LOG(LogLevelWarning, "The sound server is gone: %s", qPrintable(connectError));
         ready = false;
-        // libpulse still works with the context.
+        // libpulse is still using the context.
         QMetaObject::invokeMethod(this, &SoundServer::Drop, Qt::QueuedConnection);
     }
 }
@@ -217,7 +217,7 @@ void SoundServer::Subscribe()
 
 void SoundServer::OnChange(pa_subscription_event_type_t change)
 {
-    // A sink's or source's own changes, its volume for one, are of no interest.
+    // Ignore changes of a device itself, such as its volume.
     const int facility = change & PA_SUBSCRIPTION_EVENT_FACILITY_MASK;
     const int type = change & PA_SUBSCRIPTION_EVENT_TYPE_MASK;
     if (facility == PA_SUBSCRIPTION_EVENT_SERVER || type != PA_SUBSCRIPTION_EVENT_CHANGE)

@@ -29,13 +29,13 @@ struct SoundModule {
     QString argument;
 };
 
-/// The names of the default devices; empty where there is none.
+/// The names of the default devices; empty if there is none.
 struct SoundDefaults {
     QString sink;
     QString source;
 };
 
-/// What a voice route depends on.
+/// The part of the server's state that a voice route depends on.
 struct SoundSetup {
     SoundDefaults defaults;
     QList<SoundDevice> sinks;
@@ -50,9 +50,9 @@ struct SoundLevel {
     bool mute;
 };
 
-/// The connection to the sound server, PulseAudio or PipeWire, made again whenever it is lost. Nothing here blocks:
-/// each request hands its result to a function, once, or none when it failed or the connection was lost. A server that
-/// does not answer counts as lost after libpulse's own limit of 30 s.
+/// The connection to the sound server, PulseAudio or PipeWire. It is made again whenever it is lost. Nothing here
+/// blocks: each request calls a function once with its result, which is empty if the request failed or the connection
+/// was lost. A server that does not answer counts as lost after libpulse's own limit of 30 s.
 class SoundServer : public QObject
 {
     Q_OBJECT
@@ -64,25 +64,25 @@ public:
     SoundServer();
     ~SoundServer() override;
 
-    /// Connects, unless that has been done or is under way.
+    /// Connects, unless connected or connecting.
     void Connect();
-    /// Ends the connection for good. Requests under way fail.
+    /// Ends the connection for good. Pending requests fail.
     void Close();
     bool IsReady() const { return ready; }
-    /// Whether the server has not answered a connection attempt yet.
+    /// Returns whether a connection attempt is still unanswered.
     bool IsConnecting() const { return context && !ready; }
-    /// Why the last request or connection failed.
+    /// Returns why the last request or connection failed.
     QString Error() const;
-    /// Of the connection that is ready, for streams.
+    /// The context of a ready connection, for streams.
     pa_context* Context() const { return context; }
 
-    /// Whether a lost connection is worth a quick return, and changes of devices, defaults and modules are reported.
+    /// While in use, a lost connection is soon made again, and changes of devices, defaults and modules are reported.
     void SetInUse(bool inUse);
 
     void GetSetup(const Answer<SoundSetup>& answer);
-    /// @param answer gets the module's index.
+    /// @param answer receives the module's index.
     void LoadModule(const char* name, const QString& argument, const Answer<uint32_t>& answer);
-    /// Succeeds also if the module has gone by itself.
+    /// Succeeds even if the module no longer exists.
     void UnloadModule(uint32_t index, const Answer<bool>& answer);
 
     /// Of the default device.
@@ -92,7 +92,7 @@ public:
 
 Q_SIGNALS:
     void Ready();
-    /// The connection is lost, or an attempt to make it has failed.
+    /// The connection was lost, or an attempt to connect has failed.
     void Lost();
     /// Default devices, devices or modules have changed, while the server is in use.
     void Changed();

@@ -14,12 +14,12 @@ VoiceRoute::VoiceRoute()
     retry.setSingleShot(true);
     retry.setInterval(RetryMs);
     connect(&retry, &QTimer::timeout, this, &VoiceRoute::Apply);
-    connect(&waiting, &Waiting::TimedOut, this, [this] { Report(QStringLiteral("no answer in time")); });
+    connect(&pendingAnswers, &PendingAnswers::TimedOut, this, [this] { Report(QStringLiteral("no answer in time")); });
 }
 
 void VoiceRoute::Want(const VoiceWish& wish)
 {
-    // Each call has its own say about what goes wrong.
+    // Log a problem anew for each call.
     if (wish.call != this->wish.call)
         reported.clear();
     this->wish = wish;
@@ -44,7 +44,7 @@ void VoiceRoute::WhenSettled(const std::function<void()>& answer)
     if (settled)
         answer();
     else
-        waiting.Add(answer);
+        pendingAnswers.Add(answer);
 }
 
 void VoiceRoute::Settle(const QString& problem)
@@ -62,12 +62,12 @@ void VoiceRoute::Settle(const QString& problem)
         if (wish.call)
             retry.start();
     }
-    waiting.Release();
+    pendingAnswers.Release();
 }
 
 void VoiceRoute::Report(const QString& problem)
 {
-    // What is tried again and again is logged once.
+    // Log a repeated problem only once.
     if (problem == reported)
         return;
     reported = problem;

@@ -1,17 +1,17 @@
 #pragma once
 
-#include "Waiting.h"
+#include "PendingAnswers.h"
 
 #include <QString>
 
-/// How a call's voice is to be carried between modem and user.
+/// The wanted state of a call's voice route.
 struct VoiceWish {
     bool call = false;
     bool loudspeaker = false; ///< rather than the earpiece, where the device has both
 };
 
-/// The way that a call's voice takes. It takes wishes at any time and works towards the latest; what fails is logged,
-/// and tried again while there is a call.
+/// The route of a call's voice between modem and user. A new wish may be set at any time, and the route works towards
+/// the latest. Failures are logged, and retried during a call.
 class VoiceRoute : public QObject
 {
     Q_OBJECT
@@ -21,19 +21,19 @@ public:
 
     void Want(const VoiceWish& wish);
     const VoiceWish& Wish() const { return wish; }
-    /// Calls the function once when the latest wish is met or has failed, at the latest when an answer is due.
+    /// Calls the function once: when the latest wish is met or has failed, at the latest when an answer is due.
     void WhenSettled(const std::function<void()>& answer);
 
 protected:
-    /// Works towards the latest wish, after the work that is under way.
+    /// Starts to work towards the latest wish, after the current work.
     void Apply();
-    /// Works towards the wish, to the end that Settle() or Await() reports.
+    /// Works towards the wish until Settle() or Await() is called.
     virtual void Work() = 0;
-    /// @param problem why the wish could not be met; empty when it is.
+    /// @param problem says why the wish could not be met; empty on success.
     void Settle(const QString& problem);
-    /// Ends the work until there is a new cause for it.
+    /// Ends the work until something changes.
     void Await() { working = false; }
-    /// Whether the work under way is out of date.
+    /// Returns whether the wish has changed since the current work began.
     bool IsOutdated() const { return again; }
 
 private:
@@ -45,5 +45,5 @@ private:
     bool settled = true;
     QTimer retry;
     QString reported;
-    Waiting waiting;
+    PendingAnswers pendingAnswers;
 };

@@ -21,7 +21,7 @@ void WavFile::Open(int recording, const QString& path)
     Close();
     this->recording = recording;
 
-    // Without waiting for the other end of a pipe, which is refused below.
+    // Do not wait for the other end of a pipe. Pipes are refused below.
     descriptor =
         open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, FileMode);
     struct stat status = {};
@@ -50,7 +50,7 @@ void WavFile::Begin()
         Fail(QString::fromLocal8Bit(sf_strerror(nullptr)));
         return;
     }
-    // The file is valid at every moment, also when this process is killed.
+    // Keep the file valid at every moment, in case this process is killed.
     sf_command(sound, SFC_SET_UPDATE_HEADER_AUTO, nullptr, SF_TRUE);
 }
 

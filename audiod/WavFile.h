@@ -6,7 +6,7 @@
 
 #include <sndfile.h>
 
-/// A WAV file that is being written, one after another. To be used in a thread that may wait for the storage.
+/// Writes WAV files, one after another. It belongs in a thread that may wait for the storage.
 class WavFile : public QObject
 {
     Q_OBJECT
@@ -17,10 +17,10 @@ public:
 
     ~WavFile() override { Close(); }
 
-    /// Opens the file; what it holds stays until Begin().
-    /// @param recording comes back in the signals.
+    /// Opens the file, whose contents remain until Begin().
+    /// @param recording is passed on in the signals.
     void Open(int recording, const QString& path);
-    /// Empties the file and makes it a recording.
+    /// Empties the file and writes the header.
     void Begin();
     /// @param samples 16 bits, in this machine's byte order.
     void Write(const QByteArray& samples);

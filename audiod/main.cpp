@@ -45,7 +45,7 @@ struct Export {
 
 bool Register(QDBusConnection& bus, const Export& service)
 {
-    // The object first: whoever sees the name finds the interface.
+    // Register the object before claiming the name.
     if (bus.registerObject(QLatin1String(service.object), service.contract, QDBusConnection::ExportAdaptors) &&
         bus.registerService(QLatin1String(service.service)))
         return true;
@@ -93,7 +93,7 @@ int Serve(const QString& modemSource, const QString& modemSink, int signalInput)
 
     const QSocketNotifier signalled(signalInput, QSocketNotifier::Read);
     QObject::connect(&signalled, &QSocketNotifier::activated, route.get(), [&] {
-        // A second signal ends at once.
+        // A second signal ends the process at once.
         TakeSignals(signalInput);
         const bool impatient = !route->Wish().call;
         route->Want({});
@@ -101,14 +101,14 @@ int Serve(const QString& modemSource, const QString& modemSink, int signalInput)
                   : route->WhenSettled([] { QCoreApplication::exit(ExitStatusDone); });
     });
 
-    // Only with the names of the services: another life of this program may still use what would be removed.
+    // Connect only after claiming the names: another process of this program may still use the loopbacks.
     server.Connect();
     AUDIO_LOG(LogLevelProgress, "Audio services running, voice route: %s",
               modemSource.isEmpty() ? "callaudiod" : qPrintable(modemSource + QLatin1String(", ") + modemSink));
     const int status = QCoreApplication::exec();
 
     capture.Stop();
-    // While all that waits for its answers is still there.
+    // Disconnect while the receivers of pending answers still exist.
     server.Close();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     AUDIO_LOG(LogLevelProgress, "Audio services terminated");
@@ -121,7 +121,7 @@ int main(int argc, char** argv)
 {
     Process::Prepare(Names::SoundManagerObject);
     const int signalInput = HoldSignals({SIGINT, SIGTERM});
-    // libpulse would ask the X server for a sound server's address, and wait for its answer.
+    // Otherwise libpulse asks the X server for the sound server's address, and waits for its answer.
     qunsetenv("DISPLAY");
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("kova-audiod"));

@@ -3,7 +3,8 @@
 #include <QDBusError>
 #include <QDBusPendingCallWatcher>
 
-/// Has a function called with a remote call's answer, when it is there, unless the owner is gone by then.
+/// Calls a function with the answer to a remote call as soon as it arrives, unless the owner has been destroyed by
+/// then.
 template <typename Reply, typename Then>
 void Await(QObject* owner, const Reply& reply, Then then)
 {
@@ -14,7 +15,7 @@ void Await(QObject* owner, const Reply& reply, Then then)
     });
 }
 
-/// Tells from the answer to a request whether the remote object does not exist any more.
+/// Returns whether the error means that the remote object no longer exists.
 inline bool IsGone(const QDBusError& error)
 {
     return error.type() == QDBusError::UnknownObject || error.type() == QDBusError::UnknownMethod ||

@@ -11,23 +11,23 @@
 namespace
 {
 
-/// What the contract's methods answer.
+/// The status that the contract's methods answer.
 enum Answer : int {
     AnswerSuccess = 0,
-    AnswerRefused = 1, ///< cannot be done now
+    AnswerRefused = 1, ///< impossible at the moment
     AnswerFailed = 2,  ///< the stack, the modem or the network did not do it
-    AnswerLate = 3,    ///< it is not done yet, and the service waits no longer
+    AnswerLate = 3,    ///< not finished, but the service does not wait longer
 };
 
 constexpr int RetryStepMs = 5000;
 constexpr int RetryHangupMs = 2000;
-constexpr int DialLimitMs = 40000;       ///< a modem that takes longer to begin a call does not answer at all
-constexpr int HangUpDialLimitMs = 10000; ///< the same, for a call that is to be hung up as soon as it begins
+constexpr int DialLimitMs = 40000;       ///< a modem that takes longer to begin a call has failed
+constexpr int HangUpDialLimitMs = 10000; ///< the same for a call that is hung up as soon as it begins
 constexpr int StopLimitMs = 3000;
-// Somewhat less than what the service waits for each.
+// A little less than the service waits for each.
 constexpr int AnswerLimitMs = 12000;
 constexpr int ApnLimitMs = 2500;
-/// Requests in hand; the service makes one at a time.
+/// Limits the unanswered requests. The service makes one at a time.
 constexpr int MaxLateReplies = 64;
 
 constexpr int MaxStrength = 100;
@@ -48,7 +48,7 @@ QVariantMap CallInfo(const QString& number)
 
 }
 
-/// A request that is answered later: once, at the latest when its time is over.
+/// A request that is answered later: exactly once, and at the latest when its time limit expires.
 class GsmDaemon::LateReply : public QTimer
 {
 public:
@@ -100,7 +100,7 @@ GsmDaemon::~GsmDaemon() = default;
 void GsmDaemon::Attach(std::unique_ptr<Stack> newStack)
 {
     stack = std::move(newStack);
-    quiet = QDeadlineTimer();
+    powerOnDelay = QDeadlineTimer();
     connect(stack.get(), &Stack::ModemChanged, this, &GsmDaemon::OnModemChanged);
     connect(stack.get(), &Stack::RegistrationChanged, this, &GsmDaemon::Settle);
     connect(stack.get(), &Stack::StrengthChanged, this, &GsmDaemon::ReportStrength);
@@ -140,17 +140,17 @@ int GsmDaemon::ModemSetEnabled(bool Enable)
     GSMD_LOG(LogLevelProgress, "The modem is to be %s", Enable ? "on" : "off");
     wanted = Enable;
     if (Enable) {
-        owesOff = true;
+        modemOffDue = true;
     } else {
-        // From now on the service knows of no modem. If it wants one again before this one is off, everything is
-        // reported anew.
+        // The service regards the modem as off from now on. If it asks for power again before the modem is off,
+        // everything must be reported again.
         reported = ModemStatusOff;
         DropCalls();
         FailLateReplies();
     }
     stepTimer.stop();
     SettlePower();
-    // The answer has to leave before anything is reported.
+    // Answer the request before emitting any signal.
     QMetaObject::invokeMethod(this, &GsmDaemon::Settle, Qt::QueuedConnection);
     return AnswerSuccess;
 }
@@ -170,24 +170,25 @@ void GsmDaemon::OnModemChanged()
     Settle();
 }
 
-/// Compares where the modem is with what was asked for and reported, reports what is due and goes on towards the wish.
+/// Compares the modem's state with the requested and the reported one, emits the signals that are due, and takes
+/// the next step.
 void GsmDaemon::Settle()
 {
     const int status = Status();
     const bool lost = status == ModemStatusOff && reported != ModemStatusOff;
     if (lost) {
         wanted.reset(); // until the service asks again
-        // It will do so at once. A modem that does not stay on is not to keep everybody busy.
+        // The service does so at once. Delay the power-on of a modem that does not stay on.
         if (sincePowered.elapsed() < RetryStepMs)
-            quiet.setRemainingTime(RetryStepMs);
+            powerOnDelay.setRemainingTime(RetryStepMs);
     }
 
     const bool turning = step && step != wanted;
     if (IsWanted() && status != ModemStatusOff && !turning) {
         Report(status);
-    } else if (!IsWanted() && status == ModemStatusOff && owesOff && (lost || !turning)) {
+    } else if (!IsWanted() && status == ModemStatusOff && modemOffDue && (lost || !turning)) {
         GSMD_LOG(LogLevelWarning, "Modem off%s", lost ? ", by itself" : "");
-        owesOff = false;
+        modemOffDue = false;
         reported = ModemStatusOff;
         DropCalls();
         FailLateReplies();
@@ -196,7 +197,7 @@ void GsmDaemon::Settle()
     SettlePower();
 }
 
-/// Reports what the service does not know yet of a modem that is on; a loss of the network as power alone.
+/// Reports a change of a modem that is on. A loss of the network is reported as ModemPowered alone.
 void GsmDaemon::Report(int status)
 {
     if (status == reported)
@@ -219,8 +220,8 @@ void GsmDaemon::SettlePower()
 {
     if (!stack || !wanted || step || stepTimer.isActive())
         return;
-    if (*wanted && !quiet.hasExpired()) {
-        stepTimer.start(quiet.remainingTime());
+    if (*wanted && !powerOnDelay.hasExpired()) {
+        stepTimer.start(powerOnDelay.remainingTime());
         return;
     }
     progressed = false;
@@ -233,7 +234,7 @@ void GsmDaemon::OnStepDone(bool success)
     if (!success)
         GSMD_LOG(LogLevelWarning, "The modem did not take a step to power %s", *step ? "on" : "off");
     step.reset();
-    // A step that is said to have succeeded may have changed nothing.
+    // A step may be reported as successful and have changed nothing.
     if (!success || !progressed)
         stepTimer.start(RetryStepMs);
     Settle();
@@ -275,7 +276,7 @@ int GsmDaemon::PingRegistration()
     return AnswerSuccess;
 }
 
-/// A modem that does not answer is not reported, so that the service's watchdog restarts it.
+/// Emits nothing if the modem does not answer, so that the service's watchdog restarts it.
 void GsmDaemon::OnPinged(bool alive)
 {
     if (alive)
@@ -303,7 +304,7 @@ int GsmDaemon::GprsSetApn(const QString& Apn, const QString& Username, const QSt
 
 int GsmDaemon::Call(const QString& PhoneNumber)
 {
-    // The call in hand would lose its sound if the service heard of the end of this one.
+    // Refuse a second call: a signal of its end would make the service stop the sound of the first.
     if (dial || CallInHand() != calls.end())
         return AnswerRefused;
 
@@ -316,7 +317,7 @@ int GsmDaemon::Call(const QString& PhoneNumber)
     return AnswerSuccess;
 }
 
-/// Dials as soon as no call is left that is being hung up.
+/// Dials as soon as all calls that are being hung up have ended.
 void GsmDaemon::TryDial()
 {
     if (!dial || dial->issued || !calls.isEmpty())
@@ -340,10 +341,10 @@ void GsmDaemon::OnDialled(const QString& id)
         EndDial();
         return;
     }
-    Meet({id, StackCall::StateDialling, dial->call.number});
+    AddCall({id, StackCall::StateDialling, dial->call.number});
 }
 
-/// The call that was to be made never was.
+/// Reports a call that could not be placed.
 void GsmDaemon::EndDial()
 {
     if (!dial)
@@ -355,12 +356,12 @@ void GsmDaemon::EndDial()
     OnCallGone();
 }
 
-/// A call that the stack knows and this daemon does not.
-GsmDaemon::Calls::iterator GsmDaemon::Meet(const StackCall& call)
+/// Adds a call that the stack has and this daemon does not know yet.
+GsmDaemon::Calls::iterator GsmDaemon::AddCall(const StackCall& call)
 {
-    const bool comesIn = call.state == StackCall::StateIncoming || call.state == StackCall::StateWaiting;
+    const bool isIncoming = call.state == StackCall::StateIncoming || call.state == StackCall::StateWaiting;
     CallRecord record;
-    if (comesIn) {
+    if (isIncoming) {
         record.refused = dial || !calls.isEmpty() || call.state == StackCall::StateWaiting;
     } else if (dial && dial->issued) {
         record = dial->call;
@@ -375,11 +376,11 @@ GsmDaemon::Calls::iterator GsmDaemon::Meet(const StackCall& call)
 
     const Calls::iterator met = calls.insert(call.id, record);
     if (record.refused) {
-        GSMD_LOG(LogLevelWarning, "Hanging up %s", comesIn ? "a second caller" : "a call that was made elsewhere");
+        GSMD_LOG(LogLevelWarning, "Hanging up %s", isIncoming ? "a second caller" : "a call that was made elsewhere");
         HangUp(met, false);
     } else if (record.hangingUp) {
         TryHangup(call.id);
-    } else if (comesIn) {
+    } else if (isIncoming) {
         Q_EMIT CallIncoming(CallInfo(record.number));
     }
     return met;
@@ -389,11 +390,11 @@ void GsmDaemon::OnCallChanged(const StackCall& call)
 {
     Calls::iterator record = calls.find(call.id);
     if (record == calls.end()) {
-        // A caller is nobody's concern while the service wants no modem: the power-off ends it.
-        const bool comesIn = call.state == StackCall::StateIncoming || call.state == StackCall::StateWaiting;
-        if (call.state == StackCall::StateEnded || (comesIn && !IsWanted()))
+        // Ignore callers while the service wants the modem off: the power-off ends their calls.
+        const bool isIncoming = call.state == StackCall::StateIncoming || call.state == StackCall::StateWaiting;
+        if (call.state == StackCall::StateEnded || (isIncoming && !IsWanted()))
             return;
-        record = Meet(call);
+        record = AddCall(call);
     }
 
     if (call.state == StackCall::StateEnded) {
@@ -405,7 +406,7 @@ void GsmDaemon::OnCallChanged(const StackCall& call)
     }
     const bool changed = record->state != call.state;
     record->state = call.state;
-    // A call that is answered while it is being hung up has not reached anybody.
+    // A call that is answered while it is being hung up counts as unanswered.
     if (call.state == StackCall::StateActive && !record->answered && !record->hangingUp) {
         record->answered = true;
         if (record->outgoing)
@@ -415,8 +416,8 @@ void GsmDaemon::OnCallChanged(const StackCall& call)
         TryHangup(call.id);
 }
 
-/// An outgoing call that nobody answered is rejected, whoever ended it: this makes an emergency loop move on. Only a
-/// request to end all calls is to end the loop, too.
+/// Reports an outgoing call that nobody answered as rejected, whoever ended it: this makes an emergency loop continue.
+/// Only a request to end all calls also ends the loop.
 void GsmDaemon::ReportEnd(const CallRecord& call)
 {
     if (call.refused)
@@ -434,7 +435,7 @@ void GsmDaemon::OnCallGone()
         Q_EMIT Stopped();
 }
 
-/// The call that rings, else the one there is.
+/// Returns the ringing call, or else the current one.
 GsmDaemon::Calls::iterator GsmDaemon::CallInHand()
 {
     Calls::iterator found = calls.end();
@@ -454,7 +455,7 @@ int GsmDaemon::CallAnswer()
         return AnswerRefused;
     stack->Answer(call.key(), [this, id = call.key(), answer = AnswerLater(AnswerLimitMs)](bool success) {
         answer(success);
-        // The service takes the call for ended.
+        // The service regards the call as ended.
         if (const Calls::iterator unanswered = calls.find(id); !success && unanswered != calls.end())
             HangUp(unanswered, false);
     });
@@ -485,7 +486,7 @@ void GsmDaemon::HangUp(Calls::iterator call, bool all)
     TryHangup(call.key());
 }
 
-/// Hangs up the call that the stack is still making of a request, as soon as there is one.
+/// Marks the pending dial request, so that its call is hung up as soon as the stack has created it.
 void GsmDaemon::HangUpDial(bool all)
 {
     if (!dial)
@@ -501,24 +502,24 @@ void GsmDaemon::TryHangups()
         TryHangup(id);
 }
 
-/// Hangs up a call that is to be hung up and is not being so, and tries again later when that fails.
+/// Hangs up a call that is marked for it, unless a request is under way. Tries again later if that fails.
 void GsmDaemon::TryHangup(const QString& id)
 {
     const Calls::iterator call = calls.find(id);
-    if (call == calls.end() || !call->hangingUp || call->requested)
+    if (call == calls.end() || !call->hangingUp || call->hangupRequested)
         return;
-    call->requested = true;
+    call->hangupRequested = true;
     stack->Hangup(id, [this, id](bool success) {
         const Calls::iterator call = calls.find(id);
         if (call == calls.end())
             return;
-        call->requested = false;
+        call->hangupRequested = false;
         if (!success)
             hangupTimer.start(RetryHangupMs);
     });
 }
 
-/// The calls are gone with the modem. The service ends them by itself.
+/// Forgets the calls, which ended with the modem. The service ends them by itself.
 void GsmDaemon::DropCalls()
 {
     calls.clear();
@@ -540,7 +541,7 @@ int GsmDaemon::SendSms(const QString& Recipient, const QString& Text)
 
 // Late answers
 
-/// Puts the answer to the request at hand off. @return what answers it.
+/// Delays the answer to the current request. @return a function that sends it.
 Stack::Done GsmDaemon::AnswerLater(int limitMs)
 {
     return [reply = QPointer<LateReply>(new LateReply(*this, limitMs))](bool success) {

@@ -14,26 +14,26 @@
 #include <memory>
 #include <optional>
 
-/// A call of the stack's, as far as the contract goes.
+/// The contract's view of a call.
 struct CallRecord {
     StackCall::State state = StackCall::StateDialling;
     QString number;
     bool outgoing = false;
     bool answered = false;
-    bool refused = false;    ///< nobody was told of it, and nobody will be
-    bool hangingUp = false;  ///< tried until the call has ended
-    bool requested = false;  ///< the stack is hanging up
-    bool terminated = false; ///< by a request to end all calls
+    bool refused = false;         ///< is never reported to the service
+    bool hangingUp = false;       ///< repeated until the call has ended
+    bool hangupRequested = false; ///< a request is under way in the stack
+    bool terminated = false;      ///< by a request to end all calls
 };
 
-/// A request to dial that the stack has not made a call of yet.
+/// A request to dial for which the stack has not created a call yet.
 struct PendingDial {
     CallRecord call;
-    bool issued = false; ///< to the stack; until then it waits for the end of calls that are being hung up
+    bool issued = false; ///< passed to the stack; before that, it waits until calls that are being hung up have ended
 };
 
-/// The GSM daemon's contract on a modem stack: what is promised to the phone service, whatever the stack. Methods
-/// return the contract's status, 0 for success; those that take time answer later.
+/// Implements the GSM daemon's contract on a modem stack, in the same way for each stack. Methods return the contract's
+/// status, 0 for success; those that take time answer later.
 class GsmDaemon : public QObject, protected QDBusContext
 {
     Q_OBJECT
@@ -42,11 +42,11 @@ public:
     GsmDaemon();
     ~GsmDaemon() override;
 
-    /// Serves on this stack from now on.
+    /// Uses this stack from now on.
     void Attach(std::unique_ptr<Stack> stack);
-    /// The stack is gone, and with it the modem.
+    /// Handles the loss of the stack, and thus of the modem.
     void Detach();
-    /// Hangs up what is left and emits Stopped() then, or when the stack takes too long.
+    /// Hangs up all calls, then emits Stopped(), at the latest when the stack takes too long.
     void Stop();
 
     int Call(const QString& PhoneNumber);
@@ -93,7 +93,7 @@ private:
 
     // Calls
     void OnCallChanged(const StackCall& call);
-    Calls::iterator Meet(const StackCall& call);
+    Calls::iterator AddCall(const StackCall& call);
     void TryDial();
     void OnDialled(const QString& id);
     void EndDial();
@@ -110,16 +110,16 @@ private:
     void FailLateReplies();
 
     std::unique_ptr<Stack> stack;
-    bool modemKnown = false; ///< ModemAdded was told
+    bool modemKnown = false; ///< ModemAdded was emitted
 
-    std::optional<bool> wanted; ///< what was asked for last; nothing before the first request and after a loss
-    bool owesOff = false;       ///< a power-on was accepted and no ModemOff reported since
-    int reported;               ///< ModemStatus that the service knows of
-    std::optional<bool> step;   ///< towards on or off, which the stack is taking
+    std::optional<bool> wanted; ///< by the last request; empty before the first one and after a loss
+    bool modemOffDue = false;   ///< a power-on was accepted and no ModemOff was emitted since
+    int reported;               ///< the last ModemStatus that the service was notified of
+    std::optional<bool> step;   ///< the direction of the step that the stack is taking
     bool progressed = false;    ///< the modem has changed since the step began
     QTimer stepTimer;           ///< runs between a step and the next try
     QElapsedTimer sincePowered;
-    QDeadlineTimer quiet; ///< until then the modem is not powered on again
+    QDeadlineTimer powerOnDelay; ///< while it runs, the modem is not powered on again
 
     Calls calls;
     std::optional<PendingDial> dial;
@@ -127,7 +127,7 @@ private:
     QTimer dialTimer;   ///< limits how long the stack may take to make a call
     QTimer hangupTimer; ///< runs between a hang-up that failed and the next try
 
-    std::optional<Apn> apn; ///< of the link, to be brought up after each registration
+    std::optional<Apn> apn; ///< of the data connection, which is established after each registration
     QSet<LateReply*> lateReplies;
     bool stopping = false;
 };

@@ -2,5 +2,5 @@
 
 #include "Log.h"
 
-/// Logs one line of the daemon at the place where it stands.
+/// Logs a line of the daemon, with the place of the statement.
 #define GSMD_LOG(level, ...) LOG_FROM(Names::GsmObject, level, __VA_ARGS__)

@@ -4,7 +4,8 @@
 #include <QMap>
 #include <QVariantMap>
 
-/// The interfaces of an object with their properties, and objects with theirs, as an object manager lists them.
+/// The interfaces of an object with their properties, and the objects with their interfaces, as an object manager lists
+/// them.
 using InterfaceMap = QMap<QString, QVariantMap>;
 using ManagedObjects = QMap<QDBusObjectPath, InterfaceMap>;
 Q_DECLARE_METATYPE(InterfaceMap)

@@ -15,16 +15,16 @@ namespace
 
 constexpr char ManagerPath[] = "/org/freedesktop/ModemManager1";
 
-/// MMModemState, as far as it matters.
+/// The values of MMModemState that are used here.
 enum ModemState : int {
     ModemStateFailed = -1,
     ModemStateUnknown = 0,
     ModemStateLocked = 2,
     ModemStateDisabled = 3,
-    ModemStateEnabled = 6, ///< and above, but for the network
+    ModemStateEnabled = 6, ///< also all higher values
     ModemStateRegistered = 8,
 };
-/// MMCallState, likewise.
+/// The values of MMCallState that are used here.
 enum CallState : int {
     CallStateRingingIn = 3,
     CallStateActive = 4,
@@ -41,18 +41,18 @@ constexpr uint SmsPduTypeDeliver = 1; ///< of MMSmsPduType
 constexpr int PowerTimeoutMs = 90000;
 constexpr int CallTimeoutMs = 60000;
 constexpr int SmsTimeoutMs = 120000;
-/// A caller's number comes a little after the first ring; a caller without one in this time withholds it.
+/// A caller's number arrives a little after the first ring. Without one after this time, it is withheld.
 constexpr int NumberLimitMs = 2000;
 
-/// Tells from the answer to a request that has to go to the modem whether the modem has taken part in it.
+/// Returns whether the modem itself has answered a request that the stack passes on to it.
 bool ModemAnswered(const QDBusError& error)
 {
-    // A refusal by the modem is an answer. Where the stack can't ask, nothing speaks against the modem either.
+    // A refusal by the modem is an answer. If the stack does not support the request, assume that the modem works.
     return !error.isValid() || error.name().contains(QLatin1String(".Error.MobileEquipment.")) ||
            error.name().endsWith(QLatin1String(".Core.Unsupported"));
 }
 
-/// How well a modem suits: what one without a card, or with a locked one, can do is not known.
+/// Rates how well a modem suits. The abilities of one without a card, or with a locked one, are unknown.
 int Suitability(const InterfaceMap& interfaces)
 {
     const QVariantMap properties = interfaces.value(ModemManagerModem::staticInterfaceName());
@@ -96,10 +96,10 @@ ModemManagerStack::ModemManagerStack(const QDBusConnection& bus, const QString& 
 {
     qDBusRegisterMetaType<InterfaceMap>();
     qDBusRegisterMetaType<ManagedObjects>();
-    // Looked up by name for the slot below.
+    // The slot below needs the type by name.
     qRegisterMetaType<QDBusMessage>("QDBusMessage");
 
-    // Calls and messages may change sooner than each of them could be subscribed to.
+    // Subscribe to all objects: a call or message may change before a subscription of its own would take effect.
     if (!this->bus.connect(owner, QString(), ModemManagerProperties::staticInterfaceName(),
                            QStringLiteral("PropertiesChanged"), this,
                            SLOT(OnPropertiesChanged(QString, QVariantMap, QStringList, QDBusMessage))))
@@ -123,7 +123,7 @@ void ModemManagerStack::OnInterfacesAdded(const QDBusObjectPath& path, const Int
         return;
     for (auto interface = interfaces.begin(); interface != interfaces.end(); ++interface)
         modems[path.path()].insert(interface.key(), *interface);
-    // What is there already comes at once: choose when it is complete.
+    // Existing modems are listed one after another: choose when all are known.
     QMetaObject::invokeMethod(this, &ModemManagerStack::ChooseModem, Qt::QueuedConnection);
 }
 
@@ -155,7 +155,7 @@ void ModemManagerStack::ChooseModem()
 
     modem = std::make_unique<Modem>(owner, chosen, bus);
     connect(&modem->voice, &ModemManagerVoice::CallAdded, this,
-            [this](const QDBusObjectPath& path) { MeetCall(path.path()); });
+            [this](const QDBusObjectPath& path) { AddCall(path.path()); });
     connect(&modem->voice, &ModemManagerVoice::CallDeleted, this,
             [this](const QDBusObjectPath& path) { EndCall(path.path()); });
     connect(&modem->messaging, &ModemManagerMessaging::Added, this, [this](const QDBusObjectPath& path, bool received) {
@@ -166,7 +166,7 @@ void ModemManagerStack::ChooseModem()
           [this](const QVariantMap& properties) { OnModemProperties(properties); });
     Await(&modem->voice, modem->voice.ListCalls(), [this](const QDBusPendingReply<QList<QDBusObjectPath>>& reply) {
         for (const QDBusObjectPath& path : reply.isValid() ? reply.value() : QList<QDBusObjectPath>())
-            MeetCall(path.path());
+            AddCall(path.path());
     });
     Q_EMIT ModemChanged();
 }
@@ -186,7 +186,7 @@ void ModemManagerStack::OnPropertiesChanged(const QString& interface, const QVar
     if (interface == QLatin1String(ModemManagerModem::staticInterfaceName()) && signal.path() == ModemPath())
         OnModemProperties(changed);
     else if (interface == QLatin1String(ModemManagerCall::staticInterfaceName()) && !fetching.contains(signal.path()))
-        OnCallProperties(signal.path(), changed); // else it is older than what is being fetched
+        OnCallProperties(signal.path(), changed); // else outdated by the properties being fetched
     else if (interface == QLatin1String(ModemManagerSms::staticInterfaceName()) && incomplete.contains(signal.path()))
         ReadMessage(signal.path());
 }
@@ -212,7 +212,7 @@ void ModemManagerStack::OnModemProperties(const QVariantMap& properties)
             value.endStructure();
             if (recent)
                 modem->strength = static_cast<int>(qMin(percent, 100u));
-            // After a power-off in mid-check ModemManager never checks again and leaves the strength at a recent 0.
+            // After a power-off during a check, ModemManager never checks again and leaves the strength at a recent 0.
             modem->strengthIsRecent = recent && percent > 0;
         }
     }
@@ -226,15 +226,15 @@ void ModemManagerStack::OnModemProperties(const QVariantMap& properties)
         Q_EMIT StrengthChanged();
 }
 
-/// A modem that gave up because it has no card would be on otherwise, and the service is to find out what it lacks.
-bool ModemManagerStack::LacksCard() const
+/// Returns whether the modem has failed for want of a card. It counts as on, so that the service learns of the reason.
+bool ModemManagerStack::IsCardMissing() const
 {
     return modem && modem->state == ModemStateFailed && modem->failedReason == FailedReasonSimMissing;
 }
 
 bool ModemManagerStack::IsOn() const
 {
-    return modem && (modem->state >= ModemStateEnabled || (LacksCard() && wantedOn));
+    return modem && (modem->state >= ModemStateEnabled || (IsCardMissing() && wantedOn));
 }
 
 bool ModemManagerStack::IsRegistered() const
@@ -246,7 +246,7 @@ std::optional<bool> ModemManagerStack::SimPresent() const
 {
     if (!IsOn())
         return std::nullopt;
-    return modem->hasSim && !LacksCard();
+    return modem->hasSim && !IsCardMissing();
 }
 
 bool ModemManagerStack::TakePowerStep(bool on, const Done& done)
@@ -267,11 +267,11 @@ bool ModemManagerStack::TakePowerStep(bool on, const Done& done)
         Await(this, modem->modem.Enable(on), [done](const QDBusPendingReply<>& reply) { done(!reply.isError()); });
         return true;
     }
-    if (!on && disabled && modem->powerState == PowerStateOn && modem->powersDown) {
+    if (!on && disabled && modem->powerState == PowerStateOn && modem->canPowerDown) {
         Await(this, modem->modem.SetPowerState(PowerStateLow), [this, done](const QDBusPendingReply<>& reply) {
-            // Many modems can't. Off is then as far as it gets.
+            // Many modems do not support this and stay disabled but powered.
             if (reply.isError() && modem)
-                modem->powersDown = false;
+                modem->canPowerDown = false;
             done(true);
         });
         return true;
@@ -281,7 +281,7 @@ bool ModemManagerStack::TakePowerStep(bool on, const Done& done)
 
 void ModemManagerStack::Ping(const Done& done)
 {
-    // ModemManager itself asks the modem for the strength every 30 s, and says when the last answer is too old.
+    // ModemManager asks the modem for the strength every 30 s and marks the last answer when it is too old.
     if (modem->strengthIsRecent) {
         QMetaObject::invokeMethod(
             this, [done] { done(true); }, Qt::QueuedConnection);
@@ -293,7 +293,7 @@ void ModemManagerStack::Ping(const Done& done)
 
 // Calls
 
-void ModemManagerStack::MeetCall(const QString& path)
+void ModemManagerStack::AddCall(const QString& path)
 {
     if (calls.contains(path))
         return;
@@ -378,7 +378,7 @@ void ModemManagerStack::Answer(const QString& id, const Done& done)
 
 void ModemManagerStack::Hangup(const QString& id, const Done& done)
 {
-    // With most modems, this would end the call that is active instead of the caller that waits.
+    // Most modems would end the active call instead of the waiting one.
     if (calls.value(id).state == StackCall::StateWaiting) {
         QMetaObject::invokeMethod(
             this, [done] { done(false); }, Qt::QueuedConnection);
@@ -411,7 +411,8 @@ void ModemManagerStack::SendSms(const QString& recipient, const QString& text, c
           });
 }
 
-/// What arrived while nobody listened. Not before the service has asked for the modem: nobody would hear of it.
+/// Reads the messages that arrived while this daemon did not listen. It waits until the service has asked for the
+/// modem, and so listens itself.
 void ModemManagerStack::ReadStoredMessages()
 {
     if (!wantedOn)
@@ -453,7 +454,7 @@ void ModemManagerStack::OnMessageProperties(const QString& path, const QVariantM
 
 void ModemManagerStack::SetApn(const Apn& apn, const Done& done)
 {
-    // One connection at a time: those that are there go first, with whatever they were connected to.
+    // There is one connection at a time: delete the existing bearers, which also disconnects them.
     Await(this, modem->modem.ListBearers(), [this, apn, done](const QDBusPendingReply<QList<QDBusObjectPath>>& reply) {
         for (const QDBusObjectPath& path : reply.isValid() && modem ? reply.value() : QList<QDBusObjectPath>())
             modem->modem.DeleteBearer(path);

@@ -14,7 +14,7 @@
 
 #include <memory>
 
-/// ModemManager.
+/// The modem stack ModemManager.
 class ModemManagerStack : public Stack
 {
     Q_OBJECT
@@ -46,7 +46,7 @@ private Q_SLOTS:
                              const QDBusMessage& signal);
 
 private:
-    /// The modem in use and what ModemManager says of it. Made anew when another takes its place.
+    /// The modem in use and its state as ModemManager reports it. It is replaced when another modem is chosen.
     struct Modem {
         Modem(const QString& owner, const QString& path, const QDBusConnection& bus);
 
@@ -58,7 +58,7 @@ private:
         int state;
         uint failedReason = 0;
         uint powerState = 0;
-        bool powersDown = true; ///< as long as nothing else has been seen
+        bool canPowerDown = true; ///< until ModemManager has refused it
         bool hasSim = false;
         std::optional<int> strength;
         bool strengthIsRecent = false;
@@ -68,12 +68,12 @@ private:
     void OnInterfacesRemoved(const QDBusObjectPath& path, const QStringList& interfaces);
     void ChooseModem();
     void OnModemProperties(const QVariantMap& properties);
-    bool LacksCard() const;
+    bool IsCardMissing() const;
 
     using Properties = std::function<void(const QVariantMap& properties)>;
     void Fetch(const QString& path, const char* interface, const Properties& then);
 
-    void MeetCall(const QString& path);
+    void AddCall(const QString& path);
     void OnCallProperties(const QString& path, const QVariantMap& properties);
     void ReportCall(const QString& path);
     void EndCall(const QString& path);
@@ -89,15 +89,15 @@ private:
     QDBusConnection bus;
     const QString owner;
     ModemManagerObjects objects;
-    QMap<QString, InterfaceMap> modems; ///< all there are, by path
+    QMap<QString, InterfaceMap> modems; ///< all known modems, by path
     std::unique_ptr<Modem> modem;
     bool wantedOn = false;
 
     QMap<QString, StackCall> calls;
-    QSet<QString> fetching;   ///< calls of which nothing is known yet
-    QSet<QString> unnumbered; ///< callers whose number may still come
-    QSet<QString> incomplete; ///< messages of which not all parts are there
-    QSet<QString> reported;   ///< messages that ModemManager still has
+    QSet<QString> fetching;   ///< calls whose properties are not known yet
+    QSet<QString> unnumbered; ///< incoming calls whose number may still arrive
+    QSet<QString> incomplete; ///< messages of which parts are missing
+    QSet<QString> reported;   ///< messages that were reported and that ModemManager still stores
 
     QString bearer;
 };

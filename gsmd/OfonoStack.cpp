@@ -25,10 +25,10 @@ QString ErrorName(const char* name)
     return QStringLiteral("org.ofono.Error.") + QLatin1String(name);
 }
 
-/// Tells from the answer to a request that has to go to the modem whether the modem has taken part in it.
+/// Returns whether the modem itself has answered a request that the stack passes on to it.
 bool ModemAnswered(const QDBusError& error)
 {
-    // A refusal is an answer. Where the stack can't ask, nothing speaks against the modem either.
+    // A refusal is an answer. If the stack does not support the request, assume that the modem works.
     return !error.isValid() || error.name() == ErrorName("Failed") || error.name() == ErrorName("NotImplemented") ||
            error.name() == ErrorName("AccessDenied");
 }
@@ -39,7 +39,7 @@ QSet<QString> InterfacesOf(const QVariant& value)
     return {names.begin(), names.end()};
 }
 
-/// How well a modem suits, as far as is known: what it can do shows only when it is on.
+/// Rates how well a modem suits. The abilities of one that is off are unknown.
 int Suitability(const QVariantMap& properties)
 {
     const QString type = properties.value(QStringLiteral("Type")).toString();
@@ -75,11 +75,11 @@ OfonoStack::OfonoStack(const QDBusConnection& bus, const QString& owner, const Q
 {
     qDBusRegisterMetaType<RemoteObject>();
     qDBusRegisterMetaType<ObjectList>();
-    // Looked up by name for the slots below.
+    // The slots below need the types by name.
     qRegisterMetaType<QDBusVariant>("QDBusVariant");
     qRegisterMetaType<QDBusMessage>("QDBusMessage");
 
-    // Calls and messages may change sooner than each of them could be subscribed to.
+    // Subscribe to all objects: a call or message may change before a subscription of its own would take effect.
     const bool followed =
         this->bus.connect(owner, QString(), OfonoVoiceCall::staticInterfaceName(), QStringLiteral("PropertyChanged"),
                           this, SLOT(OnCallProperty(QString, QDBusVariant, QDBusMessage))) &&
@@ -102,7 +102,7 @@ OfonoStack::~OfonoStack() = default;
 void OfonoStack::OnModemAdded(const QDBusObjectPath& path, const QVariantMap& properties)
 {
     modems.insert(path.path(), properties);
-    // The list of what is there already comes at once: choose when it is complete.
+    // Existing modems are listed one after another: choose when all are known.
     QMetaObject::invokeMethod(this, &OfonoStack::ChooseModem, Qt::QueuedConnection);
 }
 
@@ -174,7 +174,7 @@ void OfonoStack::OnModemProperty(const QString& name, const QVariant& value)
     Q_EMIT ModemChanged();
 }
 
-/// An interface that has come is asked for what it knows, and what one knew is forgotten with it.
+/// Fetches the properties of new interfaces and forgets those of lost ones.
 void OfonoStack::OnInterfaces(const QSet<QString>& interfaces)
 {
     const QSet<QString> gained = QSet<QString>(interfaces).subtract(modem->interfaces);
@@ -244,7 +244,7 @@ bool OfonoStack::TakePowerStep(bool on, const Done& done)
         return false;
     if (modem->powered != on)
         return SetModem(QStringLiteral("Powered"), on, done);
-    // Not before there is word of the card: with a dead modem, oFono would wait for an answer without limit and take no
+    // Wait for the SIM manager first: with a dead modem, oFono would wait for an answer without limit and accept no
     // power-off meanwhile.
     if (on && !modem->online && Has(OfonoSimManager::staticInterfaceName()))
         return SetModem(QStringLiteral("Online"), true, done);
@@ -255,7 +255,7 @@ bool OfonoStack::SetModem(const QString& name, bool value, const Done& done)
 {
     Await(this, modem->modem.SetProperty(name, QDBusVariant(value)),
           [this, path = modem->path, name, value, done](const QDBusPendingReply<>& reply) {
-              // The answer comes before the signal.
+              // The answer arrives before the signal.
               if (!reply.isError() && path == ModemPath())
                   OnModemProperty(name, value);
               done(!reply.isError());
@@ -374,7 +374,7 @@ void OfonoStack::SubmitMessage(int id)
           });
 }
 
-/// The service takes the message for lost: oFono is not to send it any more. It can't take back what the modem has.
+/// Cancels a message that the service regards as lost. oFono cannot cancel what the modem is already sending.
 void OfonoStack::GiveUpMessage(int id)
 {
     const QString path = messages.take(id).path;
@@ -414,7 +414,7 @@ void OfonoStack::SetApn(const Apn& apn, const Done& done)
             done(false);
             return;
         }
-        // The access point of a connection that is up can't be changed.
+        // The access point can only be changed while disconnected.
         WriteContext({{QStringLiteral("Active"), false},
                       {QStringLiteral("AccessPointName"), apn.name},
                       {QStringLiteral("Username"), apn.username},
@@ -423,7 +423,7 @@ void OfonoStack::SetApn(const Apn& apn, const Done& done)
     });
 }
 
-/// Finds the context of the internet connection, or makes it.
+/// Finds the context of the internet connection, or creates it.
 void OfonoStack::FindContext(const Done& done)
 {
     Await(this, modem->connections.GetContexts(), [this, done](const QDBusPendingReply<ObjectList>& reply) {
@@ -447,7 +447,7 @@ void OfonoStack::FindContext(const Done& done)
     });
 }
 
-/// Sets properties of the context, one after the other, up to the first that is refused.
+/// Sets properties of the context one after the other. Stops at the first that is refused.
 void OfonoStack::WriteContext(const QList<QPair<QString, QVariant>>& properties, const Done& done)
 {
     if (properties.isEmpty()) {

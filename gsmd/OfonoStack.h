@@ -17,7 +17,7 @@
 
 #include <memory>
 
-/// oFono.
+/// The modem stack oFono.
 class OfonoStack : public Stack
 {
     Q_OBJECT
@@ -49,7 +49,7 @@ private Q_SLOTS:
     void OnMessageProperty(const QString& name, const QDBusVariant& value, const QDBusMessage& signal);
 
 private:
-    /// The modem in use, its interfaces and what oFono says of them. Made anew when another takes its place.
+    /// The modem in use and its state as oFono reports it. It is replaced when another modem is chosen.
     struct Modem {
         Modem(const QString& owner, const QString& path, const QDBusConnection& bus);
 
@@ -92,12 +92,12 @@ private:
     void EndCall(const QString& id);
     void EndAllCalls();
 
-    /// A message that is to be sent.
+    /// A message that is being sent.
     struct Message {
         QString recipient;
         QString text;
         Done done;
-        QString path; ///< empty until oFono has taken it
+        QString path; ///< empty until oFono has accepted it
     };
     void SubmitMessage(int id);
     void GiveUpMessage(int id);
@@ -112,7 +112,7 @@ private:
     QDBusConnection bus;
     const QString owner;
     OfonoManager manager;
-    QMap<QString, QVariantMap> modems; ///< all there are, by path
+    QMap<QString, QVariantMap> modems; ///< all known modems, by path
     std::unique_ptr<Modem> modem;
     QMap<QString, StackCall> calls;
     QMap<int, Message> messages;

@@ -20,14 +20,14 @@ struct Apn {
 struct StackCall {
     enum State { StateDialling, StateIncoming, StateWaiting, StateActive, StateEnded };
 
-    QString id; ///< the stack's own; an object path
+    QString id; ///< the call's object path in the stack
     State state = StateEnded;
     QString number; ///< of the other party; empty when withheld
 };
 
-/// A modem stack on the system bus, with the one modem that is in use. It exists for as long as one process owns the
-/// stack's bus name. Nothing here blocks: what takes time ends with a call of the function given, at most once, and
-/// never before the request has returned. With the stack's end that function is forgotten.
+/// A modem stack on the system bus, with the one modem that is in use. An object exists for as long as one process owns
+/// the stack's bus name. Nothing here blocks: a request that takes time calls the given function when it ends, at most
+/// once, and never before it has returned. The function is not called any more when the stack is destroyed.
 class Stack : public QObject
 {
     Q_OBJECT
@@ -38,35 +38,34 @@ public:
     /// @param wantedModem the modem's object path, or empty for the first that can carry calls.
     explicit Stack(const QString& wantedModem = QString());
 
-    static constexpr int SmsLimitMs = 18000; ///< somewhat less than what the service waits for
+    static constexpr int SmsLimitMs = 18000; ///< a little less than the service waits
 
     /// The modem's object path; empty while there is none.
     virtual QString ModemPath() const = 0;
     virtual bool IsOn() const = 0;
     virtual bool IsRegistered() const = 0;
-    /// Whether a SIM card is in; nothing while unknown.
+    /// Whether a SIM card is inserted; empty while unknown.
     virtual std::optional<bool> SimPresent() const = 0;
-    /// Percent; nothing while unknown.
+    /// In percent; empty while unknown.
     virtual std::optional<int> Strength() const = 0;
 
-    /// Takes the next step towards power on or off. @return false when there is none to take: the modem is where it
-    /// should be, or has to report a change first.
+    /// Takes the next step towards power on or off. @return false if there is none: the modem is in the wanted state,
+    /// or has to report a change first.
     virtual bool TakePowerStep(bool on, const Done& done) = 0;
-    /// Has the modem itself answer something; what the stack remembers does not count.
+    /// Sends the modem a request that the stack cannot answer from its memory.
     virtual void Ping(const Done& done) = 0;
 
-    /// @param done gets the call's id, or an empty text when the call could not be made.
+    /// @param done receives the call's id, or an empty string if the call could not be placed.
     virtual void Dial(const QString& number, const std::function<void(const QString& id)>& done) = 0;
     virtual void Answer(const QString& id, const Done& done) = 0;
     virtual void Hangup(const QString& id, const Done& done) = 0;
 
-    /// Ends when the network has taken the message or refused it, or the modem is gone. A message that is not sent
-    /// within SmsLimitMs is taken back as far as the stack can.
+    /// Ends when the network has accepted or refused the message, or the modem is gone. A message that is not sent
+    /// within SmsLimitMs is cancelled, if the stack can still do that.
     virtual void SendSms(const QString& recipient, const QString& text, const Done& done) = 0;
 
     virtual void SetApn(const Apn& apn, const Done& done) = 0;
-    /// Connects with the access point that was set, now or as soon as the network allows it, and tries again if
-    /// refused.
+    /// Connects to the access point that was set, now or as soon as the network allows it. Tries again if refused.
     void BringUpLink(const Apn& apn);
 
 protected:
@@ -89,20 +88,20 @@ protected:
         return chosen;
     }
 
-    /// To be called when CanConnect() has become true.
+    /// Must be called when CanConnect() has become true.
     void TryLink();
     /// Whether the network allows a data connection now.
     virtual bool CanConnect() const = 0;
     virtual void Connect(const Apn& apn, const Done& done) = 0;
 
 Q_SIGNALS:
-    /// The modem is there or gone, or its power has changed.
+    /// The modem has appeared or disappeared, or its power has changed.
     void ModemChanged();
     void RegistrationChanged();
     void StrengthChanged();
-    /// A call is new or in another state.
+    /// There is a new call, or a call has changed its state.
     void CallChanged(const StackCall& call);
-    /// @param info "Sender", and what else the stack tells of the message.
+    /// @param info "Sender", and whatever else the stack reports of the message.
     void MessageReceived(const QString& text, const QVariantMap& info);
 
 private:

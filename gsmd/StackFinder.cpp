@@ -14,7 +14,7 @@ StackFinder::StackFinder(const QDBusConnection& bus, const QStringList& services
     connect(&watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
             [this](const QString& service, const QString&, const QString& owner) { OnOwner(service, owner); });
 
-    // Not with serviceOwner(), which would wait for the answer.
+    // serviceOwner() would block until the answer.
     for (const QString& service : services) {
         const QDBusPendingReply<QString> reply = bus.interface()->asyncCall(QStringLiteral("GetNameOwner"), service);
         Await(this, reply, [this, service](const QDBusPendingReply<QString>& owner) {

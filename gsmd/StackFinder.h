@@ -6,7 +6,7 @@
 #include <QObject>
 #include <QStringList>
 
-/// Looks out for modem stacks on the system bus, and settles for the first that is there until it leaves.
+/// Watches the system bus for modem stacks and uses the first one that appears, until it leaves.
 class StackFinder : public QObject
 {
     Q_OBJECT

@@ -29,7 +29,7 @@ constexpr int ExitUsage = 2;
 constexpr char About[] = R"(
 The phone service's GSM daemon, for boards whose modem is run by a stock modem stack on the system bus.)";
 
-/// A modem stack that can be served on.
+/// A supported modem stack.
 struct KnownStack {
     const char* name;
     const char* service;
@@ -66,7 +66,7 @@ int Run(const QString& stackName, const QString& modem, int signalInput)
             return ExitFailed;
         }
     }
-    // Without one of its buses the daemon is of no use: the unit starts it anew.
+    // The daemon is useless without one of its buses. Exit, so that systemd starts it again.
     const BusGuard sessionGuard(session, Names::GsmObject);
     const BusGuard systemGuard(system, Names::GsmObject);
     for (const BusGuard* guard : {&sessionGuard, &systemGuard})

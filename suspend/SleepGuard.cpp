@@ -15,18 +15,18 @@ namespace
 constexpr char LogindService[] = "org.freedesktop.login1";
 constexpr char LogindObject[] = "/org/freedesktop/login1";
 
-/// The service may be in a call to the GSM daemon that lasts a minute.
+/// The service may be blocked for a minute by a call to the GSM daemon.
 constexpr int AnswerMs = 90000;
 constexpr int LogindAnswerMs = 5000;
-/// logind goes to sleep before, after its InhibitDelayMaxSec.
+/// logind does not wait that long: its InhibitDelayMaxSec expires earlier.
 constexpr int OffMs = 60000;
 constexpr int RetryMs = 5000;
 
-/// Where the outputs of GetStatus are in its answer.
+/// The positions of GetStatus's outputs in its answer.
 enum StatusOutput : int { StatusOutputPhone = 1, StatusOutputForced = 5 };
 
-/// Exists while the phone is held off for the sake of sleep. It goes with the boot, as the service's memory of that
-/// does.
+/// The file exists while this program holds the phone off. Like the service's memory of that, it does not survive a
+/// reboot.
 QString MarkPath()
 {
     return QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation) +
@@ -72,7 +72,7 @@ void SleepGuard::Start()
         Release();
 }
 
-/// Has the next sleep wait.
+/// Delays the next sleep.
 void SleepGuard::Inhibit()
 {
     if (state != State::Awake)
@@ -105,7 +105,7 @@ void SleepGuard::OnPrepareForSleep(bool start)
     if (state != State::Awake)
         return;
     release.stop();
-    // A service that is not there has no modem on, and is not started for this.
+    // Without the service the modem is off. Do not start the service for this.
     if (!phone.connection().interface()->isServiceRegistered(QLatin1String(Names::PhoneService))) {
         LetSleep();
         return;
@@ -129,7 +129,7 @@ void SleepGuard::OnAsked(const QDBusMessage& status)
     if (state != State::Asking)
         return;
     const bool known = IsAnswer(status);
-    // Left from a sleep whose end could not be passed on yet.
+    // The mark may be left from an earlier sleep, after which the phone could not be released yet.
     const bool ours = QFile::exists(MarkPath());
     if (!known) {
         LOG(LogLevelError, "The phone service does not answer: %s", qPrintable(status.errorMessage()));
@@ -163,7 +163,7 @@ void SleepGuard::OnForced(const QDBusMessage& answer)
         LetSleep();
         return;
     }
-    // The signal may have been before the answer, or is still to come.
+    // The modem may already be off. Otherwise its signal follows.
     state = State::Waiting;
     Ask([this] { return phone.GetStatus(); }, &SleepGuard::OnOffAsked);
 }
@@ -187,7 +187,7 @@ void SleepGuard::LetSleep()
     inhibitor = QDBusUnixFileDescriptor();
 }
 
-/// Lets the phone go, however long it takes.
+/// Releases the phone, and keeps trying until that succeeds.
 void SleepGuard::Release()
 {
     release.stop();
@@ -197,7 +197,7 @@ void SleepGuard::Release()
 
 void SleepGuard::OnReleased(const QDBusMessage& answer)
 {
-    // The next sleep has the mark now.
+    // The device is about to sleep again and needs the mark.
     if (state != State::Awake)
         return;
     if (IsAnswer(answer)) {

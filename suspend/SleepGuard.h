@@ -9,8 +9,8 @@
 #include <QObject>
 #include <QTimer>
 
-/// Holds the phone off while the device sleeps: it delays the sleep until the modem is off, and lets the phone go when
-/// the device wakes. A phone that its user holds off stays off.
+/// Holds the phone off while the device sleeps: delays the sleep until the modem is off, and releases the phone when
+/// the device wakes. A phone that the user has forced off stays off.
 class SleepGuard : public QObject
 {
     Q_OBJECT
@@ -18,16 +18,16 @@ class SleepGuard : public QObject
 public:
     SleepGuard(const QDBusConnection& systemBus, const QDBusConnection& sessionBus);
 
-    /// Takes up where an earlier life of this program ended.
+    /// Continues where an earlier process of this program ended.
     void Start();
 
 private:
     enum class State {
         Awake,
-        Asking,  ///< whether the user holds the phone off
-        Forcing, ///< asked the service to hold the phone off
-        Waiting, ///< for the modem to be off
-        Asleep,  ///< nothing delays the sleep any more
+        Asking,  ///< the service whether the user holds the phone off
+        Forcing, ///< the service was asked to hold the phone off
+        Waiting, ///< until the modem is off
+        Asleep,  ///< the sleep is no longer delayed
     };
 
     void Inhibit();
@@ -47,8 +47,8 @@ private:
     LogindProxy logind;
     PhoneProxy phone;
     QDBusServiceWatcher logindWatcher;
-    QDBusUnixFileDescriptor inhibitor; ///< delays the sleep as long as it is open
+    QDBusUnixFileDescriptor inhibitor; ///< delays the sleep while it is open
     State state = State::Awake;
-    QTimer limit;   ///< for the modem to be off
-    QTimer release; ///< tries again what failed
+    QTimer limit;   ///< on the time that the modem takes to switch off
+    QTimer release; ///< runs between a failed release and the next try
 };

@@ -15,7 +15,7 @@ import dbus
 
 from sound_test import BUILD, FAR_END, MODEM, PIPEWIRE, PULSEAUDIO, USER, Machine, await_condition
 
-CONTACT = "+493023125001"  # on the stage; may call in
+CONTACT = "+493023125001"  # from the stage; may call in
 NETWORK_LIMIT = 60  # s, until the modem is registered and its card checked
 ON_MODEMMANAGER = bool(os.environ["MODEMMANAGER"])
 LOG = tempfile.TemporaryFile("a+", encoding="utf-8")  # of the phone service and kova-gsmd
@@ -23,7 +23,7 @@ LOG = tempfile.TemporaryFile("a+", encoding="utf-8")  # of the phone service and
 
 def start(program):
     environment = dict(os.environ)
-    if ON_MODEMMANAGER:  # its test mode has it on the session bus
+    if ON_MODEMMANAGER:  # its test mode uses the session bus
         environment["DBUS_SYSTEM_BUS_ADDRESS"] = environment["DBUS_SESSION_BUS_ADDRESS"]
     process = subprocess.Popen([f"{BUILD}/{program}"], env=environment, stderr=LOG)
     unittest.addModuleCleanup(process.wait)
@@ -52,14 +52,14 @@ def device(*command):
 def replug_modem():
     device("modem", "unplug")
     device("modem", "plug")
-    if ON_MODEMMANAGER:  # a virtual modem has to be shown anew
+    if ON_MODEMMANAGER:  # does not notice with its virtual modem
         name = "org.freedesktop.ModemManager1"
         manager = dbus.SessionBus().get_object(name, "/org/freedesktop/ModemManager1", introspect=False)
         manager.SetProfile("kova", "generic", ["abstract:" + os.environ["AT_NAME"]], dbus_interface=name + ".Test")
 
 
 class CallTest:
-    """What holds on every sound server."""
+    """The tests for each sound server."""
 
     def setUp(self):
         self.machine = Machine(self.SERVER)
@@ -76,7 +76,7 @@ class CallTest:
             print(LOG.read(), self.machine.history(), file=sys.stderr)
 
     def assert_call(self, state):
-        """There is sound both ways in a call that is active, and else none."""
+        """Checks the call's state, and that there is sound both ways if it is active, and otherwise none."""
         await_condition(lambda: f'call: "{state}"' in device("state").splitlines(), f"call {state}")
         for ear, tone in self.ears:
             ear.await_tone(tone, state == "active")

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Holds kova-audiod to what is heard during calls, on a real PulseAudio and a real PipeWire of the test's own.
+"""Tests what is heard during calls with kova-audiod, on a real PulseAudio and a real PipeWire of the test's own.
 
 usage: sound_test.py BUILD_FOLDER [UNITTEST_ARGUMENT...], on a private session bus.
 """
@@ -23,8 +23,8 @@ import dbus
 BUILD = sys.argv.pop(1)
 RATE = 16000
 BLOCK = RATE // 10  # frames in which the ear listens
-LIMIT = 20  # s, for what is certain to come, on however busy a machine
-ANSWER = 2  # s, in which the contract has every answer
+LIMIT = 20  # s, for expected events, even on a busy machine
+ANSWER = 2  # s, the contract's limit for an answer
 
 FAR_END, USER = 440, 1000  # Hz
 STAY = "--property=node.dont-reconnect=true"  # PipeWire moves a stream from an old default device to the new one
@@ -43,7 +43,7 @@ def await_condition(condition, what, limit=LIMIT):
 
 
 class Ear:
-    """Listens to a source, and tells whether there is a tone."""
+    """Listens to a source and recognises a tone."""
 
     def __init__(self, source):
         self.process = subprocess.Popen(
@@ -63,7 +63,7 @@ class Ear:
         return array.array("h", data)
 
     def await_tone(self, frequency, present=True):
-        """Until the tone has been there, or been away, for three blocks in a row."""
+        """Waits until the tone has been present or absent for three blocks in a row."""
         end = time.monotonic() + LIMIT
         in_row = 0
         while in_row < 3:
@@ -84,7 +84,7 @@ def has_tone(samples, frequency, rate=RATE):
 
 
 class Machine:
-    """A runtime folder with a sound server, and the daemon. All that it starts ends with it."""
+    """A runtime folder with a sound server and the daemon. close() ends all processes."""
 
     def __init__(self, start_server):
         self.folder = tempfile.TemporaryDirectory()
@@ -119,7 +119,7 @@ class Machine:
         self.make_default("source", "mic.monitor")
 
     def make_default(self, kind, name):
-        """PipeWire takes a while until a new device can be the default."""
+        """In PipeWire, it takes a while until a new device can be the default."""
         def done():
             self.pactl(f"set-default-{kind}", name)
             return self.pactl(f"get-default-{kind}").stdout.strip() == name
@@ -145,7 +145,7 @@ class Machine:
         return getattr(remote, method)(*arguments, dbus_interface=PREFIX + interface, timeout=ANSWER)
 
     def tone(self, sink, frequency):
-        """Plays a tone until the end."""
+        """Plays a tone until close()."""
         samples = array.array("h", (int(8000 * math.sin(2 * math.pi * frequency * i / RATE)) for i in range(RATE)))
         player = self.run("pacat", "--raw", "--playback", "--device=" + sink, f"--rate={RATE}", "--channels=1",
                           "--format=s16le", STAY, stdin=subprocess.PIPE, stderr=subprocess.DEVNULL)
@@ -164,7 +164,7 @@ class Machine:
         return ear
 
     def speak(self):
-        """The far end and the user speak all the time from now on. @return the ears at speaker and modem."""
+        """Lets the far end and the user speak from now on. @return the ears at speaker and modem."""
         self.tone("modem_rx", FAR_END)
         self.tone("mic", USER)
         return self.listen("speaker.monitor"), self.listen("modem_tx.monitor")
@@ -181,7 +181,7 @@ class Machine:
         self.folder.cleanup()
 
 
-# What to start, and what succeeds when it is ready.
+# The programs of each server, and a command for each that succeeds when it is ready.
 PULSEAUDIO = [(["pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
                 "--load=module-native-protocol-unix"], ["pactl", "info"])]
 PIPEWIRE = [(["pipewire"], ["pw-cli", "info", "0"]), (["wireplumber"], ["true"]),
@@ -189,7 +189,7 @@ PIPEWIRE = [(["pipewire"], ["pw-cli", "info", "0"]), (["wireplumber"], ["true"])
 
 
 class SoundTest:
-    """What holds on every sound server."""
+    """The tests for each sound server."""
 
     def setUp(self):
         self.machine = Machine(self.SERVER)
@@ -212,7 +212,7 @@ class SoundTest:
         speaker.await_tone(FAR_END)
         modem.await_tone(USER)
 
-        # A headset is plugged in, and taken away again.
+        # A headset is plugged in and removed again.
         headset = self.machine.listen("headset.monitor")
         self.machine.make_default("sink", "headset")
         headset.await_tone(FAR_END)
@@ -288,7 +288,7 @@ def recorded_tone(path):
 
 
 class ContractTest(unittest.TestCase):
-    """What holds without any sound server."""
+    """The tests without a sound server."""
 
     def setUp(self):
         self.machine = Machine([])
@@ -321,7 +321,7 @@ class ContractTest(unittest.TestCase):
         self.assertEqual(machine.kill(machine.daemon, signal.SIGTERM), 0)
 
     def test_server_that_only_accepts(self):
-        """Beside a client that asks faster than anybody could answer."""
+        """At the same time, a client sends requests faster than they can be answered."""
         machine = self.machine
         os.mkdir(machine.folder.name + "/pulse")
         with socket.socket(socket.AF_UNIX) as server:
@@ -363,7 +363,7 @@ class ContractTest(unittest.TestCase):
         with tempfile.NamedTemporaryFile("ab") as record:
             double = start_callaudiod()
             machine.start_daemon()
-            await_record("SelectMode 0")  # what an earlier life may have left
+            await_record("SelectMode 0")  # may be left by an earlier process
             for order in (0, 1):
                 requests = [("out", "SetOutputType", dbus.UInt32(2)), ("sound", "PlayGsmVoice")]
                 for request in reversed(requests) if order else requests:
@@ -401,7 +401,7 @@ class PulseAudioTest(SoundTest, unittest.TestCase):
         await_condition(lambda: " 30%" in machine.pactl("get-sink-volume", "speaker").stdout, "the volume")
 
     def test_callaudiod_that_refuses(self):
-        """With null sinks it has no voice call mode."""
+        """With null sinks, callaudiod has no voice call mode."""
         machine = self.machine
         machine.run("callaudiod", stderr=subprocess.DEVNULL)
         bus = dbus.SessionBus()

@@ -10,7 +10,7 @@
 
 Q_DECL_EXPORT LogInterface* _logInterface = nullptr;
 
-/// A stack that does only what the test says.
+/// A stack that acts only when the test tells it to.
 class ScriptedStack : public Stack
 {
 public:
@@ -23,25 +23,25 @@ public:
     bool TakePowerStep(bool wanted, const Done& done) override
     {
         if (wanted != on)
-            Note(wanted ? "power on" : "power off", done);
+            Record(wanted ? "power on" : "power off", done);
         return wanted != on;
     }
-    void Ping(const Done& done) override { Note("ping", done); }
+    void Ping(const Done& done) override { Record("ping", done); }
     void Dial(const QString& number, const std::function<void(const QString&)>& done) override
     {
-        Note("dial " + number, [done, number](bool success) { done(success ? "/call" + number : QString()); });
+        Record("dial " + number, [done, number](bool success) { done(success ? "/call" + number : QString()); });
     }
-    void Answer(const QString& id, const Done& done) override { Note("answer " + id, done); }
-    void Hangup(const QString& id, const Done& done) override { Note("hang up " + id, done); }
+    void Answer(const QString& id, const Done& done) override { Record("answer " + id, done); }
+    void Hangup(const QString& id, const Done& done) override { Record("hang up " + id, done); }
     void SendSms(const QString& recipient, const QString&, const Done& done) override
     {
-        Note("sms " + recipient, done);
+        Record("sms " + recipient, done);
     }
-    void SetApn(const Apn& apn, const Done& done) override { Note("apn " + apn.name, done); }
+    void SetApn(const Apn& apn, const Done& done) override { Record("apn " + apn.name, done); }
     bool CanConnect() const override { return registered; }
-    void Connect(const Apn& apn, const Done& done) override { Note("link " + apn.name, done); }
+    void Connect(const Apn& apn, const Done& done) override { Record("link " + apn.name, done); }
 
-    /// Carries out the request, or refuses it.
+    /// Carries out the recorded request, or refuses it. @return whether there was one.
     bool Do(const QString& request, bool success = true)
     {
         if (!pending.contains(request))
@@ -70,7 +70,7 @@ public:
     QStringList requests;
 
 private:
-    void Note(const QString& request, const Done& done)
+    void Record(const QString& request, const Done& done)
     {
         requests.append(request);
         pending.insert(request, done);
@@ -109,12 +109,12 @@ private Q_SLOTS:
 private:
     void Attach();
     void BringUp();
-    /// Asks the daemon over the bus; the answer is noted among the signals.
+    /// Calls a method of the daemon over the bus. The answer is recorded among the signals.
     void Ask(const QString& method, const QVariantList& arguments = {});
-    /// Everything that the daemon has said since this was asked last, in order.
+    /// Returns all answers and signals since the last call, in order.
     QString Said();
     QString Asked() { return std::exchange(stack->requests, {}).join(", "); }
-    void Tell(const QString& id, StackCall::State state, const QString& number = QStringLiteral("1"))
+    void ChangeCall(const QString& id, StackCall::State state, const QString& number = QStringLiteral("1"))
     {
         Q_EMIT stack->CallChanged({id, state, number});
     }
@@ -193,7 +193,7 @@ void GsmDaemonTest::OnSignal(const QDBusMessage& message)
 
 QString GsmDaemonTest::Said()
 {
-    // What is on its way arrives before the answer to a further request, what is due next before that to another.
+    // Signals under way arrive before the answer to a further request, queued ones before the answer to a second.
     for (int i = 0; i < 2; ++i) {
         Ask("ModemGetStatus");
         if (!QTest::qWaitFor([this] { return said.contains("ModemGetStatus=0"); }))
@@ -203,7 +203,7 @@ QString GsmDaemonTest::Said()
     return std::exchange(said, {}).join(' ');
 }
 
-/// The service is told of each step, after its answer, and the strength once the modem is registered.
+/// Each step is signalled after the answer, and the strength once the modem is registered.
 void GsmDaemonTest::powerCycle()
 {
     Ask("ModemSetEnabled", {true});
@@ -224,7 +224,7 @@ void GsmDaemonTest::powerCycle()
     QCOMPARE(Asked(), "power on, power off");
 }
 
-/// Also for a power-on that never got anywhere; and none for a power-off that nothing came before.
+/// A failed power-on is also followed by one, a power-off without a power-on by none.
 void GsmDaemonTest::oneModemOffEach()
 {
     Ask("ModemSetEnabled", {false});
@@ -239,7 +239,7 @@ void GsmDaemonTest::oneModemOffEach()
     Ask("ModemSetEnabled", {true});
     Said();
     Ask("ModemSetEnabled", {false});
-    QCOMPARE(Said(), "ModemSetEnabled=0"); // the stack is still about it
+    QCOMPARE(Said(), "ModemSetEnabled=0"); // the stack is still powering on
     QVERIFY(stack->Do("power on"));
     QVERIFY(stack->Do("power off"));
     QCOMPARE(Said(), "ModemOff");
@@ -265,11 +265,11 @@ void GsmDaemonTest::offAndOnInQuickSuccession()
     QCOMPARE(Asked(), "power off, power on, power off");
 }
 
-/// It is off for good until the service asks again; calls are dropped without a word.
+/// The modem stays off until the service asks again. Calls are dropped without a signal.
 void GsmDaemonTest::modemGoesByItself()
 {
     BringUp();
-    Tell("/in", StackCall::StateIncoming, "2");
+    ChangeCall("/in", StackCall::StateIncoming, "2");
     Ask("SendSms", {"3", "text"});
     Said();
     stack->SetPower(false);
@@ -300,7 +300,8 @@ void GsmDaemonTest::stackLeaves()
     QCOMPARE(Said(), "ModemAdded(/modem) ModemPowered");
 }
 
-/// A lost network is told as power alone, and without one no strength, so that the service's watchdog works.
+/// A lost network is reported as ModemPowered alone. Without one no strength is sent, so that the service's watchdog
+/// works.
 void GsmDaemonTest::registration()
 {
     BringUp();
@@ -337,7 +338,7 @@ void GsmDaemonTest::outgoingCall_data()
     QTest::newRow("answered") << true << false << "CallAnswered(1) CallTerminated(1)";
     QTest::newRow("answered and hung up") << true << true << "CallAnswered(1) CallTerminated(1)";
     QTest::newRow("busy") << false << false << "CallRejected(1)";
-    QTest::newRow("hung up") << false << true << "CallRejected(1)"; // the emergency loop moves on
+    QTest::newRow("hung up") << false << true << "CallRejected(1)"; // so that an emergency loop continues
 }
 
 void GsmDaemonTest::outgoingCall()
@@ -350,7 +351,7 @@ void GsmDaemonTest::outgoingCall()
     QCOMPARE(Said(), "Call=0 Call=1");
     QVERIFY(stack->Do("dial 1"));
     if (answered)
-        Tell("/call1", StackCall::StateActive);
+        ChangeCall("/call1", StackCall::StateActive);
     QString told = Said();
     if (hungUp) {
         Ask("CallHangup");
@@ -358,7 +359,7 @@ void GsmDaemonTest::outgoingCall()
         QVERIFY(answered || stack->Do("hang up /call1", false)); // then again
         QVERIFY(QTest::qWaitFor([&] { return stack->Do("hang up /call1"); }));
     }
-    Tell("/call1", StackCall::StateEnded);
+    ChangeCall("/call1", StackCall::StateEnded);
     told += (told.isEmpty() ? "" : " ") + Said();
     QTEST(told, "told");
 }
@@ -369,16 +370,16 @@ void GsmDaemonTest::hangUpBeforeTheCallIsKnown()
     Ask("Call", {"1"});
     Ask("CallHangup");
     QCOMPARE(Said(), "Call=0 CallHangup=0");
-    Tell("/call1", StackCall::StateDialling); // before the answer
+    ChangeCall("/call1", StackCall::StateDialling); // before the answer
     QVERIFY(stack->Do("dial 1"));
-    Tell("/call1", StackCall::StateActive); // too late
+    ChangeCall("/call1", StackCall::StateActive); // too late
     QVERIFY(stack->Do("hang up /call1"));
-    Tell("/call1", StackCall::StateEnded);
+    ChangeCall("/call1", StackCall::StateEnded);
     QCOMPARE(Said(), "CallRejected(1)");
     QCOMPARE(Asked(), "dial 1, hang up /call1");
 }
 
-/// Ends a loop, too: no call is rejected.
+/// No call is rejected, so that an emergency loop ends, too.
 void GsmDaemonTest::hangUpAll()
 {
     BringUp();
@@ -387,7 +388,7 @@ void GsmDaemonTest::hangUpAll()
     QVERIFY(stack->Do("dial 1"));
     Ask("CallHangupAll");
     Said();
-    Tell("/call1", StackCall::StateEnded);
+    ChangeCall("/call1", StackCall::StateEnded);
     Ask("CallHangupAll");
     QCOMPARE(Said(), "CallTerminated(1) CallHangupAll=0");
 }
@@ -395,50 +396,50 @@ void GsmDaemonTest::hangUpAll()
 void GsmDaemonTest::dialWaitsForTheHangup()
 {
     BringUp();
-    Tell("/in", StackCall::StateIncoming, "2");
+    ChangeCall("/in", StackCall::StateIncoming, "2");
     Ask("CallHangupAll");
     Ask("Call", {"1"});
     QCOMPARE(Said(), "CallIncoming(2) CallHangupAll=0 Call=0");
     QCOMPARE(Asked(), "hang up /in");
-    Tell("/in", StackCall::StateEnded);
+    ChangeCall("/in", StackCall::StateEnded);
     QCOMPARE(Said(), "CallTerminated(2)");
     QCOMPARE(Asked(), "dial 1");
 }
 
-/// A second caller finds the line busy; the first is answered only when the modem has done it.
+/// A second caller finds the line busy. The request to answer succeeds only when the modem has answered.
 void GsmDaemonTest::incomingCall()
 {
     BringUp();
-    Tell("/first", StackCall::StateIncoming, "2");
-    Tell("/second", StackCall::StateWaiting, "3");
+    ChangeCall("/first", StackCall::StateIncoming, "2");
+    ChangeCall("/second", StackCall::StateWaiting, "3");
     QCOMPARE(Said(), "CallIncoming(2)");
     QCOMPARE(Asked(), "hang up /second");
-    Tell("/second", StackCall::StateEnded);
+    ChangeCall("/second", StackCall::StateEnded);
     Ask("CallAnswer");
     QCOMPARE(Said(), "");
     QVERIFY(stack->Do("answer /first"));
-    Tell("/first", StackCall::StateActive, "2");
+    ChangeCall("/first", StackCall::StateActive, "2");
     Ask("CallAnswer");
     QCOMPARE(Said(), "CallAnswer=0 CallAnswer=1");
-    Tell("/first", StackCall::StateEnded);
+    ChangeCall("/first", StackCall::StateEnded);
     QCOMPARE(Said(), "CallTerminated(2)");
 
-    Tell("/third", StackCall::StateIncoming, "4");
+    ChangeCall("/third", StackCall::StateIncoming, "4");
     Ask("CallAnswer");
     Said();
     stack->requests.clear();
     QVERIFY(stack->Do("answer /third", false));
     QCOMPARE(Said(), "CallAnswer=2");
-    QCOMPARE(Asked(), "hang up /third"); // the service takes it for ended
+    QCOMPARE(Asked(), "hang up /third"); // the service regards it as ended
 }
 
-/// Left from before a restart, or made by somebody else.
+/// Calls left from before a restart, or made by another program.
 void GsmDaemonTest::strangersInTheStack()
 {
-    Tell("/left", StackCall::StateActive);
+    ChangeCall("/left", StackCall::StateActive);
     QCOMPARE(Asked(), "hang up /left");
-    Tell("/left", StackCall::StateEnded);
-    Tell("/caller", StackCall::StateIncoming); // while the modem is not wanted
+    ChangeCall("/left", StackCall::StateEnded);
+    ChangeCall("/caller", StackCall::StateIncoming); // while the modem is not wanted
     QCOMPARE(Said(), "");
     QCOMPARE(Asked(), "");
 }
@@ -473,7 +474,7 @@ void GsmDaemonTest::stopHangsUp()
     connect(daemon.get(), &GsmDaemon::Stopped, this, [&stopped] { stopped = true; });
     daemon->Stop();
     QVERIFY(!stopped && Asked().endsWith("hang up /call1"));
-    Tell("/call1", StackCall::StateEnded);
+    ChangeCall("/call1", StackCall::StateEnded);
     QVERIFY(stopped);
 }
 

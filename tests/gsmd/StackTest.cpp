@@ -16,32 +16,32 @@
 namespace
 {
 
-constexpr int LimitMs = 30000; ///< for what is certain to come, on however busy a machine
-constexpr int Speed = 10;      ///< of the daemon's and the stack's time, so that their limits come soon
+constexpr int LimitMs = 30000; ///< for expected events, even on a busy machine
+constexpr int Speed = 10;      ///< of the daemon's and the stack's clock, which shortens their time limits
 
 const QStringList bringUp = {"ask ModemSetEnabled true = 0", "see ModemPowered()", "see ModemRegistered()"};
 const QStringList callActive = {"device number 491 no-answer", "ask Call 491 = 0", "state call dialling",
                                 "device answer", "see CallAnswered(491)"};
 
-/// What is done with the daemon, the modem and the stack, and what has to be seen. One step a line:
-///   ask METHOD ARGUMENT... = VALUE...   ask the daemon, and compare its answer
-///   begin METHOD ARGUMENT...            ask the daemon, and do not wait
-///   see SIGNAL(VALUE)                   the next signal of the daemon; of reports of the strength, the one named;
-///                                       with ", perhaps after SIGNAL(VALUE)" of two, the first may be missing
+/// A list of steps. A step acts on the daemon, the modem or the stack, or waits for an expected result:
+///   ask METHOD ARGUMENT... = VALUE...   call a method, and compare the answer
+///   begin METHOD ARGUMENT...            call a method, and do not wait
+///   see SIGNAL(VALUE)                   the daemon's next signal, apart from other reports of the strength;
+///                                       ", perhaps after SIGNAL(VALUE)" allows one more signal before it
 ///   device COMMAND                      steer the simulated modem
-///   state NAME VALUE                    wait until that is so in the modem
-///   ping in vain                        ask for a sign of life until the daemon says that there is none
-///   gsmd|stack start|kill
-///   stack plug                          have ModemManager find its virtual modem anew
-/// A case or a step that begins with "ofono: " or "modemmanager: " is for that stack alone: ModemManager's virtual
-/// modem does not notice a pulled card or cable, and a second caller is left alone there.
+///   state NAME VALUE                    wait until the modem's state has that value
+///   ping in vain                        ping until the daemon logs that the modem does not answer
+///   gsmd|stack start|kill               start or kill kova-gsmd or the stack
+///   stack plug                          make ModemManager detect its virtual modem again
+/// A case or a step that begins with "ofono: " or "modemmanager: " applies to that stack only: ModemManager's
+/// virtual modem does not notice a pulled card or cable, and its second callers are not hung up.
 struct Case {
     const char* name;
     QStringList steps;
 };
 
 const Case cases[] = {
-    // First: ModemManager never checks the strength again after a power-off in mid-check.
+    // First, because ModemManager never checks the strength again after a power-off during a check.
     {"strength and ping",
      {"ask SignalStrength = 0 70", "device signal 40", "see SignalQuality(38)", "ask PingRegistration = 0",
       "see SignalQuality(38)", "device signal 71", "see SignalQuality(70)"}},
@@ -132,7 +132,7 @@ QStringList Words(const QString& text)
 
 }
 
-/// kova-gsmd between its contract and a real modem stack, which has the simulated modem at an AT port.
+/// Runs kova-gsmd on a real modem stack, which uses the simulated modem through an AT port.
 class StackTest : public QObject
 {
     Q_OBJECT
@@ -161,7 +161,7 @@ private:
     QProcess stack;
     QProcess gsmd;
     QByteArray log;
-    QStringList signalsSeen; ///< of the daemon, not yet asked for
+    QStringList signalsSeen; ///< signals of the daemon that no step has checked yet
     QStringList record;
 };
 
@@ -174,7 +174,7 @@ void StackTest::initTestCase()
     environment.insert("LD_PRELOAD", KOVA_FAKETIME);
     environment.insert("FAKETIME", "+0 x" + QString::number(Speed));
     environment.insert("FAKETIME_DISABLE_SHM", "1");
-    // In its test mode, ModemManager is on the session bus.
+    // ModemManager's test mode uses the session bus.
     if (!isOfono)
         environment.insert("DBUS_SYSTEM_BUS_ADDRESS", environment.value("DBUS_SESSION_BUS_ADDRESS"));
     gsmd.setProcessEnvironment(environment);
@@ -213,7 +213,7 @@ bool StackTest::StartStack()
     return PlugIn();
 }
 
-/// Shows ModemManager its virtual modem, as if it were plugged in.
+/// Makes ModemManager detect its virtual modem, as if it were plugged in.
 bool StackTest::PlugIn()
 {
     QDBusMessage profile =
@@ -254,7 +254,7 @@ QDBusMessage StackTest::Request(const QString& text)
     return request;
 }
 
-/// Again and again if it only asks how things are, which may take a while to be so.
+/// Repeats a query until the answer is as wanted.
 bool StackTest::Ask(const QString& request, const QString& wanted)
 {
     const bool inquiry = request.startsWith("Is") || request.startsWith("SignalStrength");
@@ -277,7 +277,7 @@ bool StackTest::See(const QString& step)
 {
     const QString wanted = step.section(", perhaps after ", 0, 0);
     QString optional = step.section(", perhaps after ", 1);
-    // The strength is reported at any time.
+    // The strength may be reported at any time.
     const bool any = wanted.startsWith("SignalQuality");
     const QString member = wanted.section('(', 0, 0);
     while (QTest::qWaitFor([this] { return !signalsSeen.isEmpty(); }, LimitMs)) {
@@ -333,7 +333,7 @@ void StackTest::init()
         QVERIFY2(Step(step), qPrintable(record.join('\n')));
 }
 
-/// Ends with the power, whose one ModemOff follows whatever has happened before, and in order.
+/// Switches the modem off, which must cause exactly one ModemOff in each case, and ends the daemon.
 void StackTest::cleanup()
 {
     bool ended =

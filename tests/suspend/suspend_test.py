@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Holds kova-suspend to what happens to the phone around the device's sleep, with the real phone service and a double
-of logind.
+"""Tests what kova-suspend does to the phone around the device's sleep, with the real phone service and a double of
+logind.
 
 usage: suspend_test.py BUILD_FOLDER, on a private session bus.
 """
@@ -17,7 +17,7 @@ import dbus
 import dbusmock
 
 BUILD = sys.argv.pop(1)
-LIMIT = 20  # s, for what is certain to come, on however busy a machine
+LIMIT = 20  # s, for expected events, even on a busy machine
 LOGIND = "org.freedesktop.login1"
 MANAGER = LOGIND + ".Manager"
 PHONE = "com.quillmark.kova.phonemanager"
@@ -69,7 +69,7 @@ class SuspendTest(dbusmock.DBusTestCase):
             time.sleep(0.02)
 
     def phone_status(self):
-        """@return the modem's state, 0 for off, and whether it is held off."""
+        """@return the modem's state, 0 for off, and whether the phone is forced off."""
         answer = self.phone.GetStatus()
         return answer[1], answer[5]
 

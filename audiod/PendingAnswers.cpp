@@ -1,18 +1,18 @@
-#include "Waiting.h"
+#include "PendingAnswers.h"
 
 #include <utility>
 
 namespace
 {
 
-/// The contract gives an answer 2 s; the rest is for a busy machine.
+/// The contract allows 2 s for an answer. The rest is a margin for a busy machine.
 constexpr int LimitMs = 1500;
-/// More than this come only from a client gone wild.
+/// Only a runaway client has more.
 constexpr int MostAnswers = 64;
 
 }
 
-Waiting::Waiting()
+PendingAnswers::PendingAnswers()
 {
     limit.setSingleShot(true);
     limit.setInterval(LimitMs);
@@ -22,19 +22,19 @@ Waiting::Waiting()
     });
 }
 
-void Waiting::Add(const std::function<void()>& answer)
+void PendingAnswers::Add(const std::function<void()>& answer)
 {
     if (answers.size() >= MostAnswers) {
         answer();
         return;
     }
     answers.append(answer);
-    // The first answer's limit holds for all.
+    // The limit of the first answer applies to all.
     if (!limit.isActive())
         limit.start();
 }
 
-void Waiting::Release()
+void PendingAnswers::Release()
 {
     limit.stop();
     for (const std::function<void()>& answer : std::exchange(answers, {}))
