@@ -53,7 +53,8 @@ LineEditor::LineEditor(Commands& commands)
     el_set(editor, EL_GETCFN, &LineEditor::ReadCharacter);
     el_set(
         editor, EL_PROMPT, +[](EditLine*) { return const_cast<char*>(Prompt); });
-    el_set(editor, EL_ADDFN, "kova-complete", "complete the word", &LineEditor::Complete);
+    // el_set() would never free its copies of these two texts.
+    el_wset(editor, EL_ADDFN, L"kova-complete", L"complete the word", &LineEditor::Complete);
     el_set(editor, EL_BIND, "^I", "kova-complete", nullptr);
     el_set(editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
     el_source(editor, nullptr); // the user's own .editrc
