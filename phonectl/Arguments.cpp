@@ -9,15 +9,16 @@
 constexpr OptionRow optionRows[] = {
     {OptionHelp, "--help", nullptr, "Explain phonectl, or the command."},
     {OptionVersion, "--version", nullptr, "Print the version."},
-    {OptionJson, "--json", nullptr, "Answer with one JSON object; of monitor and --watch, one a line."},
-    {OptionWait, "--wait", nullptr, "Follow what was asked for to its end."},
-    {OptionWatch, "--watch", nullptr, "Show it again whenever it changes."},
+    {OptionJson, "--json", nullptr, "Print one JSON object; monitor and --watch print one per line."},
+    {OptionWait, "--wait", nullptr, "Follow the request until it has finished."},
+    {OptionWatch, "--watch", nullptr, "Print the state again whenever it changes."},
     {OptionOutput, "--output", "FILE", "Write to FILE."},
-    {OptionTimeout, "--timeout", "SECONDS", "Stop following or waiting for an answer after so long."},
-    {OptionRaw, "--raw", nullptr, "Pass NUMBER on as it is, unchecked."},
+    {OptionTimeout, "--timeout", "SECONDS", "Stop following or waiting for an answer after this time."},
+    {OptionRaw, "--raw", nullptr, "Pass NUMBER on unchanged and unchecked."},
     {OptionMayCallIn, "--may-call-in", nullptr, "Calls from this contact are answered."},
-    {OptionPasswordFile, "--password-file", "FILE", "Read the password from FILE's first line; - is standard input."},
-    {OptionAskPassword, "--ask-password", nullptr, "Ask for the password on the terminal, unseen."},
+    {OptionPasswordFile, "--password-file", "FILE",
+     "Read the password from the first line of FILE; - is standard input."},
+    {OptionAskPassword, "--ask-password", nullptr, "Ask for the password on the terminal without showing it."},
 };
 const OptionRow* const optionRowsEnd = std::end(optionRows);
 
@@ -27,7 +28,7 @@ namespace
 constexpr double MaxTimeoutS = 1000000;
 constexpr int MaxTypos = 2;
 
-/// Letters to insert, remove or replace to make one word of the other.
+/// The number of letters to insert, remove or replace to turn one word into the other (Levenshtein distance).
 int EditDistance(const QString& from, const QString& to)
 {
     QVector<int> row(to.size() + 1);
@@ -56,7 +57,7 @@ const OptionRow& FindOption(const QString& name)
     QStringList names;
     for (const OptionRow& known : optionRows)
         names.append(QLatin1String(known.name));
-    throw Failure{ExitUsage, QStringLiteral("no option %1%2 (-- goes before arguments that begin with a dash)")
+    throw Failure{ExitUsage, QStringLiteral("no option %1%2 (put -- before arguments that begin with a dash)")
                                  .arg(name, DidYouMean(name, names))};
 }
 
@@ -93,7 +94,7 @@ Arguments::Arguments(const QStringList& words)
         if (!ok || !(seconds > 0 && seconds <= MaxTimeoutS))
             throw Failure{
                 ExitUsage,
-                QStringLiteral("--timeout \"%1\": a number of seconds above 0 is wanted").arg(Value(OptionTimeout))};
+                QStringLiteral("--timeout \"%1\": give a number of seconds greater than 0").arg(Value(OptionTimeout))};
         timeoutMs = std::max(1, static_cast<int>(seconds * 1000));
     }
 }

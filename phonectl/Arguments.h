@@ -6,7 +6,7 @@
 #include <QString>
 #include <QStringList>
 
-/// One bit each, so that a command can say which it takes.
+/// Bits, so that a command can list the options that it accepts.
 enum Option : unsigned {
     OptionNone = 0,
     OptionHelp = 1,
@@ -26,27 +26,27 @@ enum Option : unsigned {
 struct OptionRow {
     Option option;
     const char* name;  ///< with its dashes
-    const char* value; ///< what it takes, or null
+    const char* value; ///< the name of its value, or null if it has none
     const char* help;
 };
 
 extern const OptionRow optionRows[];
 extern const OptionRow* const optionRowsEnd;
 
-/// The command line, taken apart. Options may stand anywhere; "--" ends them.
+/// The parsed command line. Options may be anywhere before "--".
 class Arguments
 {
 public:
-    /// Throws a Failure for an option that does not exist, lacks its value or has one too many.
+    /// Throws a Failure for an unknown option, a missing value, or a value for an option that has none.
     explicit Arguments(const QStringList& words);
 
     bool Has(Option option) const { return options.contains(option); }
     QString Value(Option option) const { return options.value(option); }
 
-    /// Milliseconds of --timeout, 0 when it is not given.
+    /// The value of --timeout in milliseconds, 0 if it is not given.
     int TimeoutMs() const { return timeoutMs; }
 
-    /// Throws a Failure when an option is given that is not among those allowed.
+    /// Throws a Failure if an option is given that is not in the bit mask.
     void Allow(unsigned allowed, const QString& command) const;
 
     QStringList positional;
@@ -56,5 +56,5 @@ private:
     int timeoutMs = 0;
 };
 
-/// What may have been meant: ", did you mean X?", or nothing when no candidate is close.
+/// @return "; did you mean 'X'?" with the closest candidate, or an empty string if none is close.
 QString DidYouMean(const QString& word, const QStringList& candidates);

@@ -22,7 +22,7 @@ Outcome SendSms(const Arguments& arguments, Progress& progress)
 {
     const QString number = CheckedNumber(arguments.positional.at(0), arguments);
     const QString text = MessageText(arguments.positional.value(1));
-    Phone phone(arguments, progress);
+    PhoneClient phone(arguments, progress);
     phone.Ask(phone.Proxy().QueueSms(number, text));
 
     const SmsParts parts = CountSmsParts(text);
@@ -47,11 +47,11 @@ Outcome SendSms(const Arguments& arguments, Progress& progress)
         details};
 }
 
-/// Follows a call; Ctrl-C offers to hang it up.
+/// Follows a call, and offers to hang up after Ctrl-C.
 template <typename Follow>
-QJsonObject FollowOrHangUp(Phone& phone, Progress& progress, Follow follow)
+QJsonObject FollowOrHangUp(PhoneClient& phone, Progress& progress, Follow follow)
 {
-    phone.Gsm(); // whose reports are a part of what is followed
+    phone.Gsm(); // makes the daemon's call signals part of the events
     try {
         return follow();
     } catch (Failure& failure) {
@@ -69,7 +69,7 @@ QJsonObject FollowOrHangUp(Phone& phone, Progress& progress, Follow follow)
 Outcome MakeCall(const Arguments& arguments, Progress& progress)
 {
     const QString number = CheckedNumber(arguments.positional.at(0), arguments);
-    Phone phone(arguments, progress);
+    PhoneClient phone(arguments, progress);
     phone.Ask(phone.Proxy().VoiceCallMake(number));
     if (!arguments.Has(OptionWait))
         return {QStringLiteral("dialling %1").arg(Printable(number)), {}};
@@ -81,7 +81,7 @@ Outcome MakeCallLoop(const Arguments& arguments, Progress& progress)
     QStringList numbers;
     for (const QString& number : arguments.positional)
         numbers.append(CheckedNumber(number, arguments));
-    Phone phone(arguments, progress);
+    PhoneClient phone(arguments, progress);
     phone.Ask(phone.Proxy().VoiceCallLoopMake(numbers));
     if (!arguments.Has(OptionWait))
         return {QStringLiteral("calling until one answers"), {}};
@@ -90,7 +90,7 @@ Outcome MakeCallLoop(const Arguments& arguments, Progress& progress)
 
 Outcome EndCall(const Arguments& arguments, Progress& progress)
 {
-    Phone phone(arguments, progress);
+    PhoneClient phone(arguments, progress);
     const int ended = HangUp(phone, progress);
     return {ended == 0 ? QStringLiteral("hung up") : QString(), {{"ended", ended}}};
 }
@@ -99,7 +99,7 @@ Outcome SetApn(const Arguments& arguments, Progress& progress)
 {
     const QString apn = CheckedApn(arguments.positional.at(0));
     const QString password = Password(arguments.positional.value(2), arguments);
-    Phone phone(arguments, progress);
+    PhoneClient phone(arguments, progress);
     phone.Ask(phone.Proxy().SetApn(apn, arguments.positional.value(1), password));
     return {QStringLiteral("access point set"), {}};
 }
@@ -171,16 +171,17 @@ const QList<Command>& Commands()
         {"disable", "", Followed, "Switch the phone off for good",
          "The modem stays on for a data connection that is switched on. With --wait: until the modem is off.",
          "phonectl disable", SwitchOff},
-        {"force-off", "on|off", Followed, "Hold the modem off, or let go",
-         "For before suspend or shutdown; forgotten when the service restarts. With --wait: until the modem is off, or "
-         "registered again.",
+        {"force-off", "on|off", Followed, "Keep the modem off, or allow it again",
+         "For suspend or shutdown. A restart of the service ends it. With --wait: until the modem is off, or "
+         "registered "
+         "again.",
          "phonectl force-off on --wait && systemctl suspend", ForceOff},
         {"sms", "NUMBER [TEXT]", Followed | OptionRaw, "Queue a message",
          "Without TEXT, or with -, the text comes from standard input. Queuing does not switch the modem on.\nWith "
          "--wait: until the queue has reported the message as sent or lost.",
          "phonectl sms +4912345 \"On my way\"\nuptime | phonectl sms --wait +4912345", SendSms},
         {"call", "NUMBER", Followed | OptionRaw, "Call a number",
-         "With --wait: until the call has ended; a call that nobody answers is hung up after 30 s.",
+         "With --wait: until the call has ended; the service hangs up after 30 s without an answer.",
          "phonectl call --wait +4912345", MakeCall},
         {"call-loop", "NUMBER...", Followed | OptionRaw, "Call numbers in turn until one answers",
          "With --wait: until the call with the number that answers has ended, or all have rejected.",
@@ -196,17 +197,17 @@ const QList<Command>& Commands()
          "phonectl apn internet.example\nphonectl apn internet.example user --ask-password\nphonectl apn "
          "internet.example user --password-file secret",
          SetApn},
-        {"monitor", "", Bus, "Print each signal as it comes",
-         "Also when the service leaves the bus and when it returns. Ctrl-C or --timeout ends it.",
+        {"monitor", "", Bus, "Print each signal of the service",
+         "Reports also that the service has left the bus or is back. Ctrl-C or --timeout ends it.",
          "phonectl monitor\nphonectl monitor --json | jq 'select(.signal == \"SmsReceived\") | .text'", Monitor},
-        {"doctor", "", Bus, "See whether the board brings all that a call needs",
+        {"doctor", "", Bus, "Check that the board has everything that a call needs",
          "Goes from the session bus to the contacts, in the order in which a board is brought up, and says of each "
          "step "
          "whether it holds, fails or is not yet due, and what to do next. Changes nothing and starts nothing. Exit "
          "status 1 "
          "when a step fails.",
          "phonectl doctor\nphonectl doctor --json | jq '.steps[] | select(.verdict == \"fails\")'", Examine},
-        {"timeline", "[FILE]", OptionOutput, "Draw what has happened from the service's log",
+        {"timeline", "[FILE]", OptionOutput, "Draw the service's log as a picture",
          "FILE is the log; without it, or with -, standard input. The picture goes to standard output, or with "
          "--output to "
          "a file, as a page when its name ends in .html.\nOf the journal, all forms with times are read; of a log "
@@ -215,7 +216,7 @@ const QList<Command>& Commands()
          "journalctl --user -u phonemanager -o short-iso | phonectl timeline >phone.svg\nphonectl timeline phone.log "
          "--output phone.html",
          DrawTimeline},
-        {"contacts list", "", OptionNone, "List the contacts and what they may do", "", "phonectl contacts list",
+        {"contacts list", "", OptionNone, "List the contacts and their rights", "", "phonectl contacts list",
          ListContacts},
         {"contacts add", "NUMBER [NAME]", OptionRaw | OptionMayCallIn, "Add a contact",
          "NUMBER as the network shows it, or the contact's calls will not be recognised. The database is made when it "
@@ -234,13 +235,13 @@ QStringList Command::ArgumentNames() const
     return names.split(QLatin1Char(' '), Qt::SkipEmptyParts);
 }
 
-int Command::Least() const
+int Command::MinArguments() const
 {
     return static_cast<int>(ArgumentNames().size()) -
            static_cast<int>(QString::fromLatin1(arguments).count(QLatin1Char('[')));
 }
 
-int Command::Most() const
+int Command::MaxArguments() const
 {
     return QString::fromLatin1(arguments).endsWith(QLatin1String("...")) ? INT_MAX
                                                                          : static_cast<int>(ArgumentNames().size());
@@ -296,12 +297,12 @@ void CheckArguments(const Command& command, const Arguments& arguments)
     const QStringList wanted = command.ArgumentNames();
     const QStringList& given = arguments.positional;
     const QString usage = QStringLiteral("; see 'phonectl help %1'").arg(name);
-    if (given.size() < command.Least())
+    if (given.size() < command.MinArguments())
         throw Failure{ExitUsage,
                       QStringLiteral("%1 is missing%2").arg(wanted.at(static_cast<int>(given.size())), usage)};
-    if (given.size() > command.Most())
+    if (given.size() > command.MaxArguments())
         throw Failure{ExitUsage, QStringLiteral("\"%1\" is one argument too many (quotes keep words together)%2")
-                                     .arg(given.at(command.Most()), usage)};
+                                     .arg(given.at(command.MaxArguments()), usage)};
     for (int place = 0; place < std::min(wanted.size(), given.size()); ++place) {
         const QStringList choices = wanted.at(place).split(QLatin1Char('|'));
         if (choices.size() > 1 && !choices.contains(given.at(place)))

@@ -6,32 +6,32 @@
 #include <QList>
 #include <QStringList>
 
-/// One row of what phonectl can do.
+/// A command of phonectl.
 struct Command {
-    const char* name;      ///< one word, or two
-    const char* arguments; ///< as usage shows them; in [] what may be left out, a|b a choice, ... for more of the same
-    unsigned options;      ///< beside those that all take
+    const char* name;      ///< one word or two
+    const char* arguments; ///< as in the usage line: [] is optional, a|b a choice, ... repeats
+    unsigned options;      ///< in addition to OptionsEverywhere
     const char* summary;
     const char* details;
-    const char* examples; ///< one a line
+    const char* examples; ///< one per line
     Outcome (*run)(const Arguments& arguments, Progress& progress);
 
-    /// How many arguments it takes.
-    int Least() const;
-    int Most() const;
+    /// The number of arguments that it accepts.
+    int MinArguments() const;
+    int MaxArguments() const;
     QStringList ArgumentNames() const;
 };
 
 const QList<Command>& Commands();
 
-/// The command that the words begin with, or null.
+/// @return the command whose name the words begin with, or null.
 const Command* FindCommand(const QStringList& words);
 
-/// What follows a first word that several commands share, as "list" does "contacts"; none when it is no such word.
+/// @return the second words of all commands with this first word, such as "list" for "contacts".
 QStringList GroupMembers(const QString& word);
 
-/// The command that the arguments begin with; its name is taken from them. Throws a Failure when there is none.
+/// Removes the command's name from the arguments. Throws a Failure if they do not begin with a command.
 const Command& TakeCommand(Arguments& arguments);
 
-/// Throws a Failure for options that the command does not take, and too few, too many or impossible arguments.
+/// Throws a Failure for options that the command does not accept, and for missing, superfluous or invalid arguments.
 void CheckArguments(const Command& command, const Arguments& arguments);

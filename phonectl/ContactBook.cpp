@@ -19,7 +19,7 @@ constexpr char WaitForOthers[] = "QSQLITE_BUSY_TIMEOUT=5000";
 constexpr const char* flagWords[] = {"emergency",   "may be called", "may be texted", "receives alarms",
                                      "may call in", "may text",      "favourite"};
 
-/// What to do about what SQLite says.
+/// What to do about an error text of SQLite.
 constexpr struct {
     const char* problem;
     const char* next;
@@ -72,7 +72,7 @@ ContactBook::ContactBook(const QString& path)
         Open();
 }
 
-// Also for reading alone with the right to write, where there is one: a write that was cut short is then rolled back.
+// Opens read-write even for reading, where possible, so that SQLite can roll back an interrupted write.
 void ContactBook::Open()
 {
     if (!database.isValid())
@@ -86,7 +86,7 @@ void ContactBook::Open()
 
 ContactBook::~ContactBook()
 {
-    database.close(); // takes back a transaction that has not been committed
+    database.close(); // rolls back an uncommitted transaction
     database = QSqlDatabase();
     QSqlDatabase::removeDatabase(QLatin1String(ConnectionName));
 }
@@ -106,7 +106,7 @@ QSqlQuery ContactBook::Run(const QString& statement, const QVariantList& values)
 QList<ContactBook::Contact> ContactBook::All()
 {
     QList<Contact> contacts;
-    // A file without contents is what another phonectl, which is about to add the first contact, has just made.
+    // Another phonectl, which is adding the first contact, may have just created the file.
     if (!database.isOpen() || QFileInfo(path).size() == 0)
         return contacts;
     QSqlQuery query = Run(QStringLiteral("SELECT phone_number, name, flags FROM contacts ORDER BY id"));
@@ -120,13 +120,13 @@ QList<ContactBook::Contact> ContactBook::All()
 void ContactBook::Add(const Contact& contact)
 {
     if (!database.isOpen()) {
-        // Nobody else's business, neither while it is made nor afterwards.
+        // Contacts are private: create folder and file for their owner only.
         umask(S_IRWXG | S_IRWXO);
         if (!QDir().mkpath(QFileInfo(path).absolutePath()))
-            throw Refused(path, QStringLiteral("its folder cannot be made; KOVA_CONTACTS_DB names another place"));
+            throw Refused(path, QStringLiteral("its folder cannot be created; KOVA_CONTACTS_DB can name another file"));
         Open();
     }
-    // A file that was made in vain stays: beside it, another phonectl may be adding a contact to it.
+    // Do not remove the file if this fails: another phonectl may be adding a contact to it.
     Run(QStringLiteral("BEGIN IMMEDIATE"));
     Run(QStringLiteral("CREATE TABLE IF NOT EXISTS contacts (id INTEGER PRIMARY KEY, name TEXT NOT NULL, "
                        "phone_number TEXT NOT NULL, flags INTEGER NOT NULL)"));

@@ -8,7 +8,7 @@
 #include <QVariantList>
 
 /// The device's contacts, as the phone service reads them: an SQLite database, KOVA_CONTACTS_DB or else
-/// kova/contacts.db in the user's data folder. Each operation is done wholly or, throwing a Failure, not at all.
+/// kova/contacts.db in the user's data folder. An operation that fails throws a Failure and changes nothing.
 class ContactBook
 {
 public:
@@ -18,7 +18,7 @@ public:
         uint flags;
     };
 
-    /// Where this program's environment says that they are.
+    /// The database's path according to this program's environment.
     static QString DatabasePath();
 
     /// The right to call in: this contact's calls are answered.
@@ -27,12 +27,12 @@ public:
     /// What each of a contact's flags says.
     static QStringList FlagWords(uint flags);
 
-    /// Opens the database. One that is missing is made by the first Add().
+    /// Opens the database. The first Add() creates it if it does not exist.
     explicit ContactBook(const QString& path = DatabasePath());
     ~ContactBook();
     Q_DISABLE_COPY(ContactBook)
 
-    /// In the order in which they were added; none when there is no database.
+    /// @return the contacts in the order in which they were added, none if there is no database.
     QList<Contact> All();
     void Add(const Contact& contact);
     void Remove(const QString& number);

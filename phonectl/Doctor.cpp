@@ -2,11 +2,11 @@
 
 #include "ContactBook.h"
 #include "InterfaceDescription.h"
+#include "Meanings.h"
 #include "ModemStacks.h"
 #include "Names.h"
 #include "PhoneCodes.h"
 #include "SettingsFile.h"
-#include "Words.h"
 
 #include <QDBusConnectionInterface>
 #include <QDir>
@@ -27,9 +27,9 @@ constexpr int VerdictWidth = 9;
 constexpr int AnswerLimitS = 20;
 constexpr int IntrospectionTimeoutMs = 5000;
 constexpr int VersionTimeoutMs = 5000;
-/// A modem that is switched off and on is on again by then.
+/// Long enough for a power cycle to end.
 constexpr int PowerUpMs = 10000;
-/// The check comes 20 s after power-on and may take 3 s.
+/// The service checks 20 s after power-on; the check takes up to 3 s.
 constexpr int SimCheckMs = 25000;
 
 enum Verdict { Holds, Fails, NotYet };
@@ -39,30 +39,30 @@ constexpr struct {
     Colour colour;
 } verdicts[] = {{"holds", Green}, {"FAILS", Red}, {"not yet", Yellow}};
 
-/// What a step was found to be.
+/// The result of a step.
 struct Finding {
     Verdict verdict;
     QString found;
-    QString next = {}; ///< what to do
+    QString next = {}; ///< what to do about it
 };
 
-/// The board as it is found. What later steps need of earlier ones stays here.
+/// The board under examination, with the results that later steps need.
 struct Board {
-    Phone& phone;
+    PhoneClient& phone;
     ServiceEnvironment environment;
     SettingsFile settings;
     bool isServed;
     std::optional<PhoneState> state = {}; ///< the answer to GetStatus, when there is one
 
-    /// Waits for an event that may be due; the state is then the one after it.
+    /// Waits for an event that may be due, and updates the state. @return whether it came.
     bool AwaitEvent(PhoneEvent::Kind kind, const QString& awaited, int limitMs)
     {
         std::optional<PhoneEvent> event;
         do {
             event = phone.Next(awaited, limitMs);
         } while (event && event->kind != kind);
-        state = phone.State(Phone::KeepEarlier);
-        // Without a card the state lasts a moment alone: the next check is being prepared.
+        state = phone.State(PhoneClient::KeepEarlier);
+        // Without a card the service prepares the next check at once and leaves this state.
         if (event && kind == PhoneEvent::SimPresent)
             state->simStatus = event->flag ? SimStatusPresent : SimStatusAbsent;
         return event.has_value();
@@ -71,14 +71,14 @@ struct Board {
     bool IsWanted() const { return state->userEnabled || settings.gprsEnabled; }
 };
 
-/// The program behind a bus name, or an empty text.
+/// The path of the program that owns a bus name, or an empty text.
 QString ProgramOf(Board& board, const char* service)
 {
     const QDBusReply<uint> pid = board.phone.Proxy().connection().interface()->servicePid(QLatin1String(service));
     return pid.isValid() ? QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(pid.value())) : QString();
 }
 
-/// The version of the package that a program comes from, where there are packages.
+/// Name and version of the Debian package that a program belongs to, or an empty text.
 QString PackageVersion(const QString& program)
 {
     QProcess query;
@@ -100,7 +100,7 @@ bool IsActivatable(Board& board, const char* service)
 
 // The steps
 
-/// Whether a service offers at least what its description says. @return nothing when it does.
+/// Compares a service with its interface description. @return nothing if it has all members.
 std::optional<Finding> CheckInterface(Board& board, const char* service, const char* path, const char* interface)
 {
     QDBusPendingReply<QString> introspection = board.phone.Proxy().connection().asyncCall(
@@ -186,7 +186,7 @@ Finding CheckSettings(Board& board)
                      QLatin1String(file.phoneEnabled ? "on" : "off"), QLatin1String(file.gprsEnabled ? "on" : "off"))};
 }
 
-/// Whether a service below is on the bus and offers what is agreed.
+/// Checks that a service that phonemanager needs is on the bus and implements its interface.
 Finding CheckPeer(Board& board, const char* service, const char* path, const char* interface)
 {
     if (!board.phone.IsOnBus(service)) {
@@ -209,7 +209,7 @@ Finding CheckGsmDaemon(Board& board)
     return CheckPeer(board, Names::GsmService, Names::GsmObject, Names::GsmInterface);
 }
 
-/// Only with the daemon for boards with a stock stack, which has the modem from there.
+/// Only kova-gsmd uses a stock modem stack.
 Finding CheckStack(Board& board)
 {
     if (!ProgramOf(board, Names::GsmService).endsWith(QLatin1String("/kova-gsmd")))
@@ -239,7 +239,7 @@ Finding CheckPower(Board& board)
     if (board.AwaitEvent(PhoneEvent::PhoneStatus, QStringLiteral("the modem's power"), PowerUpMs) &&
         board.state->phoneStatus != ModemStatusOff)
         return {Holds, QStringLiteral("the modem has just been switched on")};
-    return {Fails, QStringLiteral("the modem is wanted, and has not reported that it is on"),
+    return {Fails, QStringLiteral("the modem should be on, but has not reported that it is"),
             QStringLiteral("look for Gsmd->ModemSetEnabled(1) in the service's log, and at the GSM daemon's own log")};
 }
 
@@ -340,7 +340,7 @@ constexpr struct {
     const char* key; ///< in JSON
     const char* title;
     Finding (*check)(Board& board);
-    bool needsState; ///< what the service tells
+    bool needsState; ///< the answer to GetStatus
 } steps[] = {
     {"service", "Service", CheckService, false},
     {"settings", "Settings", CheckSettings, false},
@@ -357,7 +357,7 @@ constexpr struct {
     {"contacts", "Contacts", CheckContacts, false},
 };
 
-/// What goes wrong in a step is its finding.
+/// Runs a step. A Failure other than Ctrl-C becomes its finding.
 Finding Check(Board& board, Finding (*check)(Board&))
 {
     board.phone.Unlimit(); // the limit of an earlier step
@@ -413,7 +413,7 @@ private:
 Outcome Examine(const Arguments& arguments, Progress& progress)
 {
     Findings findings;
-    std::optional<Phone> phone;
+    std::optional<PhoneClient> phone;
     try {
         phone.emplace(arguments, progress);
     } catch (const Failure& failure) {

@@ -8,18 +8,18 @@
 namespace
 {
 
-/// A modem that does not register within 180 s is switched off and on again: this is time for a second try.
+/// The service power-cycles a modem that has not registered within 180 s. Allow for a second try.
 constexpr int BringUpLimitS = 400;
 constexpr int PowerOffLimitS = 120;
-/// The loop's next number is dialled (15 s), put on the loudspeaker (20 s), rung (30 s) and hung up (15 s) by then.
+/// The longest time for one number: dialling 15 s, audio 20 s, ringing 30 s, hanging up 15 s.
 constexpr int LoopStepLimitS = 90;
-/// While messages are queued and the modem is registered, a message is sent each second.
+/// While the modem is registered, a queue that is not empty sends a message each second.
 constexpr int QueueQuietMs = 1500;
 /// A modem stack reports the end of a call some seconds after it was hung up.
 constexpr int HangUpLimitMs = 5000;
 
-/// The next event; what is followed ends with the service.
-PhoneEvent NextEvent(Phone& phone, const QString& awaited)
+/// Waits for the next event. Throws a Failure if the service leaves the bus.
+PhoneEvent NextEvent(PhoneClient& phone, const QString& awaited)
 {
     const PhoneEvent event = *phone.Next(awaited);
     if (event.kind == PhoneEvent::ServiceLeft)
@@ -30,7 +30,7 @@ PhoneEvent NextEvent(Phone& phone, const QString& awaited)
 
 }
 
-void FollowOn(Phone& phone, Progress& progress)
+void FollowOn(PhoneClient& phone, Progress& progress)
 {
     phone.LimitTo(BringUpLimitS);
     const PhoneState state = phone.State();
@@ -66,7 +66,7 @@ void FollowOn(Phone& phone, Progress& progress)
     progress.Step("registered", QStringLiteral("registered to the network"));
 }
 
-void FollowOff(Phone& phone, Progress& progress)
+void FollowOff(PhoneClient& phone, Progress& progress)
 {
     phone.LimitTo(PowerOffLimitS);
     bool off = phone.State().phoneStatus == ModemStatusOff;
@@ -78,17 +78,16 @@ void FollowOff(Phone& phone, Progress& progress)
     progress.Step("off", QStringLiteral("the modem is off"));
 }
 
-// The service does not tell the number under which it queued the message. What is certain: messages are sent in the
-// order queued, each is reported once, and while the modem is registered a queue that is not empty sends one within a
-// second. So this waits until reports have come and then ceased while registered; then ours is among them. The answer
-// to GetStatus proves it: the service, having one thread, gives it only after the message that it may be sending. If
-// all reports agree, so does ours; who queues at the same time may make them differ, and then it cannot be told which
-// is whose.
-QJsonObject FollowSms(Phone& phone, Progress& progress, const QString& size)
+// The service does not say under which number it has queued the message. But it sends messages in the order of the
+// queue, reports each once, and sends one a second while the modem is registered. So wait until reports have arrived
+// and then stopped while registered: this message's report is among them. GetStatus confirms the stop, because the
+// service has one thread and answers only after a send in progress. If all reports agree, the result is clear. If
+// other clients queue messages at the same time, the reports may differ, and this message's cannot be identified.
+QJsonObject FollowSms(PhoneClient& phone, Progress& progress, const QString& size)
 {
     progress.Step("queued", QStringLiteral("queued") + size);
     QList<PhoneEvent> reports;
-    uint modem = phone.State(Phone::KeepEarlier).phoneStatus;
+    uint modem = phone.State(PhoneClient::KeepEarlier).phoneStatus;
     while (true) {
         const QString awaited =
             modem != ModemStatusRegistered
@@ -111,7 +110,7 @@ QJsonObject FollowSms(Phone& phone, Progress& progress, const QString& size)
                                                              .arg(QLatin1String(event->flag ? "sent" : "lost")));
             continue;
         }
-        modem = phone.State(Phone::KeepEarlier).phoneStatus;
+        modem = phone.State(PhoneClient::KeepEarlier).phoneStatus;
         if (!phone.HasEvent() && modem == ModemStatusRegistered)
             break;
     }
@@ -132,7 +131,7 @@ QJsonObject FollowSms(Phone& phone, Progress& progress, const QString& size)
     return details;
 }
 
-QJsonObject FollowCall(Phone& phone, Progress& progress, const QString& number)
+QJsonObject FollowCall(PhoneClient& phone, Progress& progress, const QString& number)
 {
     progress.Step("dialling", QStringLiteral("dialling %1").arg(Printable(number)));
     bool answered = false;
@@ -159,17 +158,17 @@ QJsonObject FollowCall(Phone& phone, Progress& progress, const QString& number)
     }
 }
 
-QJsonObject FollowCallLoop(Phone& phone, Progress& progress, const QStringList& numbers)
+QJsonObject FollowCallLoop(PhoneClient& phone, Progress& progress, const QStringList& numbers)
 {
-    // A call that the loop displaced has ended by the answer to this: the loop begins 2 s after it was asked for.
+    // The loop starts 2 s after the request. A call that it replaced has ended before the answer to this.
     const bool wasOff = phone.State().phoneStatus == ModemStatusOff;
     QString answeredBy;
     bool endedBelow = false;
     auto number = numbers.begin();
-    const auto tell = [&](const char* event, const QString& text) {
+    const auto report = [&](const char* event, const QString& text) {
         progress.Step(event, text.arg(Printable(*number)));
     };
-    tell("dialling", QStringLiteral("dialling %1"));
+    report("dialling", QStringLiteral("dialling %1"));
     while (true) {
         if (answeredBy.isEmpty())
             phone.LimitTo(LoopStepLimitS);
@@ -183,36 +182,36 @@ QJsonObject FollowCallLoop(Phone& phone, Progress& progress, const QStringList& 
         if (event.value == VoiceCallStatusAnswered) {
             answeredBy = *number;
             phone.Unlimit();
-            tell("answered", QStringLiteral("%1 answered"));
+            report("answered", QStringLiteral("%1 answered"));
         } else if (event.value == VoiceCallStatusTerminated && !answeredBy.isEmpty()) {
             progress.Step("ended", QStringLiteral("the call has ended"));
             return {{QStringLiteral("number"), answeredBy}};
         } else if (event.value == VoiceCallStatusTerminated) {
-            // The GSM daemon reports the end of each call that it has placed; without that there was none.
+            // The GSM daemon reports the end of each call that it has placed. Without a report, nothing was dialled.
             if (endedBelow) {
-                tell("unanswered", QStringLiteral("%1 did not answer"));
+                report("unanswered", QStringLiteral("%1 did not answer"));
             } else {
-                const PhoneState state = phone.State(Phone::KeepEarlier);
+                const PhoneState state = phone.State(PhoneClient::KeepEarlier);
                 if (!phone.IsOnBus(Names::GsmService))
                     throw Failure{ExitRefused, QStringLiteral("the GSM daemon is not on the bus, which ends the loop")};
                 if (state.phoneStatus == ModemStatusOff && !wasOff)
                     throw Failure{ExitRefused, QStringLiteral("the modem went off, which ended the loop")};
-                tell("undialled",
-                     state.simStatus != SimStatusPresent ? QStringLiteral("%1 was not dialled: no SIM card is known")
-                     : state.phoneStatus != ModemStatusRegistered
-                         ? QStringLiteral("%1 was not dialled: the modem is not registered to the network")
-                         : QStringLiteral("%1 could not be dialled: the GSM daemon refused it, or the call had no "
-                                          "sound"));
+                report("undialled",
+                       state.simStatus != SimStatusPresent ? QStringLiteral("%1 was not dialled: no SIM card is known")
+                       : state.phoneStatus != ModemStatusRegistered
+                           ? QStringLiteral("%1 was not dialled: the modem is not registered to the network")
+                           : QStringLiteral("%1 could not be dialled: the GSM daemon refused it, or the call had no "
+                                            "sound"));
             }
             endedBelow = false;
             if (++number == numbers.end())
                 throw Failure{ExitRefused, QStringLiteral("none of the numbers answered")};
-            tell("dialling", QStringLiteral("dialling %1"));
+            report("dialling", QStringLiteral("dialling %1"));
         }
     }
 }
 
-int HangUp(Phone& phone, Progress& progress)
+int HangUp(PhoneClient& phone, Progress& progress)
 {
     const bool isServed = phone.IsOnBus(Names::PhoneService);
     int ended = 0;
@@ -221,8 +220,8 @@ int HangUp(Phone& phone, Progress& progress)
         const auto answer = phone.Gsm().CallHangup();
         phone.Await(answer, QStringLiteral("the GSM daemon's answer"));
         if (answer.isError() && answer.error().type() == QDBusError::ServiceUnknown)
-            throw Failure{ExitNotOnBus, QStringLiteral("the GSM daemon, which hangs up, is not on the bus; the phone "
-                                                       "service has ended its calls with it")};
+            throw Failure{ExitNotOnBus, QStringLiteral("the GSM daemon, which would hang up, is not on the bus; when "
+                                                       "it left, the phone service ended its calls")};
         if (answer.isError())
             throw Failure{ExitRefused, QStringLiteral("the GSM daemon did not hang up: ") + answer.error().message()};
         if (answer.argumentAt<0>() != StatusCodeSuccess && ended == 0)
@@ -231,8 +230,8 @@ int HangUp(Phone& phone, Progress& progress)
         if (answer.argumentAt<0>() != StatusCodeSuccess || !isServed)
             return ended;
 
-        // A call loop dials its next number before the service answers anything else.
-        phone.State(Phone::KeepEarlier);
+        // Make sure that a call loop has dialled its next number: the service answers only after that.
+        phone.State(PhoneClient::KeepEarlier);
         std::optional<PhoneEvent> event;
         do {
             event = phone.Next(QStringLiteral("the end of the call"), HangUpLimitMs);
@@ -243,6 +242,6 @@ int HangUp(Phone& phone, Progress& progress)
             return ended;
         ++ended;
         progress.Step("ended", QStringLiteral("the call has ended"));
-        phone.State(Phone::KeepEarlier);
+        phone.State(PhoneClient::KeepEarlier);
     }
 }

@@ -11,26 +11,26 @@ namespace
 
 constexpr int CommandWidth = 34;
 constexpr int OptionWidth = 26;
-/// Has the shell offer its files.
+/// Makes the shell offer file names.
 constexpr char Files[] = ":files";
 
 constexpr char Introduction[] = R"(usage: phonectl COMMAND [ARGUMENT...] [OPTION...]
 
-Steers the phone service of this session.
+Controls the phone service of this session.
 
   phonectl enable --wait                    switch the phone on and follow it to the network
-  phonectl status                           see how it is
+  phonectl status                           show the phone's state
   phonectl contacts add +4912345 Anna --may-call-in
   phonectl sms --wait +4912345 "On my way"
   phonectl call +4912345
-  phonectl monitor                          see each signal as it comes
+  phonectl monitor                          print each signal
 
 Commands:
 )";
 
 constexpr char Ending[] = R"(
-'phonectl help COMMAND' tells more. Exit status: 0 done, 1 refused or failed, 2 wrong usage, 3 service not on the bus,
-4 timed out, 130 interrupted.
+'phonectl help COMMAND' explains a command. Exit status: 0 done, 1 refused or failed, 2 wrong usage,
+3 service not on the bus, 4 timed out, 130 interrupted.
 )";
 
 QString Usage(const Command& command)
@@ -73,7 +73,7 @@ QStringList KnownNumbers()
         for (const ContactBook::Contact& contact : ContactBook().All())
             numbers.append(Printable(contact.number));
     } catch (const Failure&) {
-        // Without contacts there is nothing to offer.
+        // Offer nothing if the contacts cannot be read.
     }
     return numbers;
 }
@@ -88,7 +88,8 @@ QString GeneralHelp()
 
 QString GroupHelp(const QString& word)
 {
-    return QStringLiteral("usage: phonectl %1 %2 [ARGUMENT...] [OPTION...]\n\n%3\n'phonectl help %1 %4' tells more.\n")
+    return QStringLiteral(
+               "usage: phonectl %1 %2 [ARGUMENT...] [OPTION...]\n\n%3\n'phonectl help %1 %4' explains a command.\n")
         .arg(word, GroupMembers(word).join(QLatin1Char('|')), CommandLines(word + QLatin1Char(' ')),
              GroupMembers(word).first());
 }
@@ -139,7 +140,7 @@ QStringList Completions(QStringList words)
         const QStringList wanted = command->ArgumentNames();
         const auto place = positional.size() - QString::fromLatin1(command->name).count(QLatin1Char(' ')) - 1;
         const QString argument =
-            command->Most() > wanted.size() ? wanted.value(0) : wanted.value(static_cast<int>(place));
+            command->MaxArguments() > wanted.size() ? wanted.value(0) : wanted.value(static_cast<int>(place));
         if (argument == QLatin1String("FILE"))
             return {QLatin1String(Files)};
         candidates = argument.startsWith(QLatin1String("NUMBER")) ? KnownNumbers() : argument.split(QLatin1Char('|'));

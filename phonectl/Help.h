@@ -2,14 +2,14 @@
 
 #include "Commands.h"
 
-/// What phonectl is and can do.
+/// The help for phonectl without a command.
 QString GeneralHelp();
 
 QString CommandHelp(const Command& command);
 
-/// What the commands are that begin with a word.
+/// The help for all commands with this first word.
 QString GroupHelp(const QString& word);
 
-/// What may come next on a command line, for the shell; ":files" alone when that is a file.
-/// @param words those after the program's name; the last is the one that is being typed.
+/// @return the words that can complete a command line in the shell; ":files" alone for a file name.
+/// @param words the words after the program's name; the last one is being typed.
 QStringList Completions(QStringList words);

@@ -1,6 +1,6 @@
 #include "History.h"
 
-#include "Words.h"
+#include "Meanings.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,7 +9,7 @@
 namespace
 {
 
-/// A step of the clock: back by more than lines that overtake each other, or ahead by more than a device sleeps.
+/// Larger steps mean that the clock was set: lines can be slightly out of order, and a device can sleep for days.
 constexpr double LargestStepBack = 2;
 constexpr double LargestStepAhead = 30 * 86400.0;
 
@@ -23,7 +23,7 @@ bool Begins(std::string_view text, std::string_view beginning)
     return text.substr(0, beginning.size()) == beginning;
 }
 
-/// What stands in the first parentheses.
+/// The text in the first parentheses.
 QString InParentheses(std::string_view text)
 {
     const size_t start = text.find('(');
@@ -38,7 +38,7 @@ int Number(std::string_view text)
 
 }
 
-/// What a line of the log does to the history. The first rule whose text the line begins with is the one.
+/// What a line of the log means. The first rule whose text the line begins with applies.
 struct History::Rule {
     std::string_view text;
     /// @param rest of the line, after the text.
@@ -171,7 +171,7 @@ const History::Rule History::rules[] = {
              history.Add(MessageLost, QStringLiteral("message %1 lost").arg(id));
      }},
 
-    // Of level 2, and no reason to worry
+    // Level 2, but no trouble
     {"EvaluatePhonePower()", [](History& history, std::string_view) { history.wentOff = false; }},
     {"Gsm phone call MAKE", [](History&, std::string_view) {}},
     {"Gsm phone outgoing call TIMEOUT", [](History&, std::string_view) {}},
@@ -183,7 +183,7 @@ const History::Rule History::rules[] = {
     {"But SIM still not validated", [](History&, std::string_view) {}},
     {"SetApn(", [](History&, std::string_view) {}},
     {"Dbus ",
-     // The trace of a remote call gives in parentheses what the line that follows lacks.
+     // The trace of a remote call has in parentheses the error that the following line lacks.
      [](History& history, std::string_view rest) {
          const size_t error = rest.find("error=true ");
          history.remoteError = error == std::string_view::npos ? QString() : InParentheses(rest.substr(error));
@@ -206,7 +206,7 @@ History::History(LogReader& reader)
     for (int lane = 0; lane < LaneCount; ++lane)
         Leave(static_cast<Lane>(lane));
 
-    // Times count from the clock as it was set last.
+    // Make all times those of the clock as it was set last.
     const double shift = clockShift;
     from -= shift;
     to -= shift;
@@ -236,7 +236,7 @@ void History::SetClock(double time)
 
 void History::Follow(const LogEntry& entry)
 {
-    // A log that begins in the middle: the service runs all the same.
+    // The log may begin while the service is running.
     if (Current(Service) == None && !isStopping && !Begins(entry.message, "Starting Phone Manager"))
         Enter(Service, ServiceRuns);
     const auto rule = std::find_if(std::begin(rules), std::end(rules),
@@ -250,7 +250,7 @@ void History::Follow(const LogEntry& entry)
 void History::AddTrouble(const LogEntry& entry)
 {
     QString text = Text(entry.message);
-    // A picture is shown around: the access point's password does not belong on it.
+    // People pass pictures on: leave out the access point's password.
     if (Begins(entry.message, "Gsmd->GprsSetApn("))
         text = QStringLiteral("Gsmd->GprsSetApn() request failed");
     if (!remoteError.isEmpty())

@@ -11,11 +11,11 @@
 class History
 {
 public:
-    /// What has a state at each time.
+    /// Each lane has one state at a time.
     enum Lane { Service, GsmDaemon, Modem, SimCard, Call, Audio, LaneCount };
 
-    /// The states of all lanes, each lane's in a row. Where several are too short to be drawn apart, the last of its
-    /// row matters most.
+    /// The states of all lanes, grouped by lane. Where several are too short to be drawn apart, the last one in this
+    /// order is drawn.
     enum State {
         None = -1,
         ServiceRuns,
@@ -45,7 +45,7 @@ public:
         QString note; ///< such as the number of a call
     };
 
-    /// What happens at a moment.
+    /// Events.
     enum Kind { MessageReceived, MessageQueued, MessageSent, MessageLost, PowerCycle, Warning, Error };
 
     struct Mark {
@@ -70,7 +70,7 @@ public:
 
     int Count(Kind kind) const;
     int Count(Lane lane, State state) const;
-    /// Seconds for which a lane was in a state.
+    /// The total time, in seconds, for which a lane was in a state.
     double Duration(Lane lane, State state) const;
 
 private:
@@ -80,7 +80,7 @@ private:
     void SetClock(double time);
     void Enter(Lane lane, State state, const QString& note = {});
     void Leave(Lane lane) { Enter(lane, None); }
-    /// Makes the call that ends another one, as seen at its end.
+    /// Ends the call; one that was still being dialled was not answered.
     void EndCall();
     void Add(Kind kind, const QString& text) { marks.push_back({now, kind, text}); }
     void AddTrouble(const LogEntry& entry);
@@ -95,9 +95,9 @@ private:
     double now = 0;
     double from = 0;
     double to = 0;
-    double clockShift = 0; ///< what has been added to the clock's times so that they never jump
+    double clockShift = 0; ///< added to the log's times, so that setting the clock causes no jump
     bool isForcedOff = false;
-    bool wentOff = false; ///< as the modem has reported; until the next power decision
+    bool wentOff = false; ///< the modem has reported off since the last power decision
     bool isStopping = false;
     QString number; ///< of the call that is being placed
     QString remoteError;

@@ -52,7 +52,7 @@ QString AskUnseen()
                                                 "from a file")};
     termios unseen = shown;
     unseen.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    // Ctrl-C must not leave the terminal mute: it ends the line here, and the program afterwards.
+    // Ctrl-C must not end the program before echo is restored. Let it end the line instead.
     unseen.c_lflag &= ~static_cast<tcflag_t>(ISIG);
     unseen.c_cc[VEOL] = shown.c_cc[VINTR];
     tcsetattr(terminal.handle(), TCSAFLUSH, &unseen);
@@ -91,13 +91,13 @@ QString CheckedNumber(const QString& number, const Arguments& arguments)
         if (allowed)
             dialled += character;
         else if (!separates)
-            throw Failure{ExitUsage, QStringLiteral("NUMBER \"%1\": '%2' does not belong in a number (digits, * and #, "
+            throw Failure{ExitUsage, QStringLiteral("NUMBER \"%1\": '%2' is not allowed in a number (digits, * and #, "
                                                     "one + in front); --raw passes it on as it is")
                                          .arg(number, character)};
     }
     if (dialled.isEmpty() || dialled == QLatin1String("+"))
         throw Failure{ExitUsage, QStringLiteral("NUMBER \"%1\" is empty").arg(number)};
-    // Meant for callers from within the country, who leave out what is before it.
+    // Domestic callers dial the 0 in parentheses, in place of the country code.
     if (dialled.startsWith(QLatin1Char('+')) && number.contains(QLatin1String("(0)")))
         throw Failure{ExitUsage,
                       QStringLiteral("NUMBER \"%1\": leave out \"(0)\", which is not dialled after a +").arg(number)};
@@ -109,8 +109,7 @@ QString MessageText(const QString& argument)
     QString text = argument;
     if (argument.isNull() || argument == QLatin1String("-")) {
         if (isatty(STDIN_FILENO))
-            PrintLine(stderr,
-                      QStringLiteral("Type the message; Ctrl-D on a line of its own ends it, Ctrl-C drops it."));
+            PrintLine(stderr, QStringLiteral("Type the message. Ctrl-D on an empty line ends it, Ctrl-C discards it."));
         QFile input;
         if (!input.open(stdin, QIODevice::ReadOnly))
             throw Failure{ExitUsage, QStringLiteral("TEXT: standard input: ") + input.errorString()};
@@ -130,9 +129,9 @@ QString CheckedApn(const QString& apn)
 {
     const auto unfit = [](QChar character) { return character.isSpace() || !character.isPrint(); };
     if (apn.isEmpty() || apn.size() > LongestApn || std::any_of(apn.begin(), apn.end(), unfit))
-        throw Failure{ExitUsage, QStringLiteral("APN \"%1\": a name of 1 to %2 characters without spaces is wanted")
-                                     .arg(apn)
-                                     .arg(LongestApn)};
+        throw Failure{
+            ExitUsage,
+            QStringLiteral("APN \"%1\": give a name of 1 to %2 characters without spaces").arg(apn).arg(LongestApn)};
     return apn;
 }
 

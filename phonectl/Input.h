@@ -2,22 +2,21 @@
 
 #include "Arguments.h"
 
-// What a person gives, read and checked. Each throws a Failure that names the argument.
+// User input, read and checked. Each function throws a Failure that names the invalid argument.
 
-/// The text that bytes from outside hold.
-/// @param what they are, for the Failure when they are not UTF-8 or hold a zero.
+/// Decodes UTF-8. Throws a Failure for other bytes and for zeros.
+/// @param what the name of the input in the Failure.
 QString FromUtf8(const QByteArray& bytes, const QString& what);
 
-/// A phone number: digits, * and #, one + in front; anything with --raw. Without it, what sets digits apart for the eye
-/// is taken out.
+/// Checks a phone number: digits, * and #, with one + in front. Removes visual separators. --raw allows anything.
 QString CheckedNumber(const QString& number, const Arguments& arguments);
 
-/// A message's text: the argument, or standard input when it is missing or "-".
+/// The text of a message: the argument, or standard input if the argument is missing or "-".
 QString MessageText(const QString& argument);
 
-/// The access point's name.
+/// Checks the name of an access point.
 QString CheckedApn(const QString& apn);
 
-/// The password from where the command line says, or an empty one.
-/// @param argument the one that stands on the command line itself, empty when there is none.
+/// The password from the command line, a file or the terminal; empty if none is given.
+/// @param argument the password on the command line, empty if there is none.
 QString Password(const QString& argument, const Arguments& arguments);

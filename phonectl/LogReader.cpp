@@ -21,7 +21,7 @@ bool IsDigit(char character)
     return character >= '0' && character <= '9';
 }
 
-/// The number in the next digits, which are taken from the text. @return -1 when they are not there.
+/// Removes digits from the text. @return their number, or -1 if the text does not begin with so many digits.
 int TakeNumber(std::string_view& text, size_t digits)
 {
     if (text.size() < digits || !std::all_of(text.begin(), text.begin() + static_cast<ptrdiff_t>(digits), IsDigit))
@@ -73,7 +73,7 @@ double LocalSeconds(double sinceEpoch)
     return sinceEpoch + QDateTime::fromSecsSinceEpoch(seconds).offsetFromUtc();
 }
 
-/// Where "L2 /com/..." begins, after whatever the log's keeper has put in front.
+/// @return where "L2 /com/..." begins, after what the journal or syslog has put in front.
 size_t FindEntry(std::string_view line)
 {
     for (size_t place = 0; place + 4 < line.size(); ++place) {
@@ -149,7 +149,7 @@ bool LogReader::ReadTime(std::string_view prefix, double& time)
 {
     static constexpr std::array<std::string_view, 12> months = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                                                 "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-    // A weekday may stand in front of a date.
+    // The date may follow a weekday.
     if (prefix.size() > 4 && std::isalpha(static_cast<unsigned char>(prefix[0])) && prefix[3] == ' ' &&
         IsDigit(prefix[4]) && prefix.find('-') == 8)
         prefix.remove_prefix(4);
@@ -170,7 +170,7 @@ bool LogReader::ReadTime(std::string_view prefix, double& time)
         rest.remove_prefix(4);
         const int day = Take(rest, ' ') ? TakeNumber(rest, 1) : TakeNumber(rest, 2);
         const double clock = Take(rest, ' ') ? TakeClock(rest) : -1;
-        // The year is the last in which that day is not to come yet.
+        // Assume the latest year in which the day is not in the future.
         const int number = static_cast<int>(month - months.begin()) + 1;
         const bool isToCome = QDate(now.date().year(), number, day) > now.date();
         const double start = DaySeconds(now.date().year() - (isToCome ? 1 : 0), number, day);

@@ -15,16 +15,16 @@ struct LogEntry {
     std::string_view message; ///< without source place and function; valid until the next line is read
 };
 
-/// Reads the service's log in each form in which it is kept: as the service writes it to a terminal, a file or the
-/// journal, and as journalctl prints it (cat, short, short-full, short-iso, short-precise, short-unix, json).
+/// Reads the service's log as the service writes it to a terminal, a file or the journal, and as journalctl prints it
+/// (cat, short, short-full, short-iso, short-precise, short-unix, json).
 class LogReader
 {
 public:
-    /// @param file is read to its end and remains the caller's.
+    /// @param file remains the caller's; Next() reads it to its end.
     explicit LogReader(std::FILE* file) : file(file) {}
     Q_DISABLE_COPY(LogReader)
 
-    /// @return false at the end. Lines that are not the service's are passed over.
+    /// Reads the service's next line, skipping others. @return false at the end of the file.
     bool Next(LogEntry& entry);
 
     qint64 Lines() const { return lines; }

@@ -3,11 +3,11 @@
 #include <QString>
 #include <QStringList>
 
-/// The stock modem stacks on the system bus, and the modems that they know. None is started.
+/// The stock modem stacks on the system bus and their modems. Starts none.
 struct ModemStacks {
     ModemStacks();
 
-    QString problem; ///< why the system bus cannot be asked
+    QString problem; ///< why the system bus cannot be used; empty if it can
     QStringList names;
-    QStringList modems; ///< one description each
+    QStringList modems; ///< a description of each
 };

@@ -1,7 +1,7 @@
 #include "Monitor.h"
 
-#include "Phone.h"
-#include "Words.h"
+#include "Meanings.h"
+#include "PhoneClient.h"
 
 #include <QDBusConnectionInterface>
 #include <QDateTime>
@@ -47,7 +47,7 @@ Report Describe(const PhoneEvent& event)
                 {{"text", event.text}, {"info", QJsonObject::fromVariantMap(event.info)}}};
     case PhoneEvent::ServiceLeft: return {"service", QStringLiteral("left the bus"), {{"present", false}}};
     case PhoneEvent::ServiceCame: return {"service", QStringLiteral("is on the bus"), {{"present", true}}};
-    case PhoneEvent::CallEndedBelow: break; // is not listened to here
+    case PhoneEvent::CallEndedBelow: break; // not connected here
     }
     return {};
 }
@@ -72,8 +72,8 @@ void Print(Report report, bool json)
 Outcome Monitor(const Arguments& arguments, Progress& progress)
 {
     const bool json = arguments.Has(OptionJson);
-    Phone phone(arguments, progress);
-    // A monitor only watches: it waits for a service that is not there instead of starting it.
+    PhoneClient phone(arguments, progress);
+    // Monitoring must not start the service: only wait for it.
     const bool present = phone.Proxy().connection().interface()->isServiceRegistered(phone.Proxy().service());
     Print(Describe(PhoneEvent{present ? PhoneEvent::ServiceCame : PhoneEvent::ServiceLeft}), json);
     try {

@@ -3,5 +3,5 @@
 #include "Arguments.h"
 #include "Output.h"
 
-/// Prints what the service says as it comes, and when it leaves or returns, until Ctrl-C or --timeout.
+/// Prints each signal of the service, and its leaving the bus and its return, until Ctrl-C or --timeout.
 Outcome Monitor(const Arguments& arguments, Progress& progress);

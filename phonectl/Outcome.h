@@ -3,26 +3,26 @@
 #include <QJsonObject>
 #include <QString>
 
-/// What phonectl tells the shell.
+/// The exit status of phonectl.
 enum ExitStatus : int {
     ExitDone = 0,
-    ExitRefused = 1, ///< the service or the contacts database refused, or what was followed ended badly
+    ExitRefused = 1, ///< the service or the contacts database refused, or the followed request failed
     ExitUsage = 2,
     ExitNotOnBus = 3,
-    ExitTimedOut = 4,      ///< --timeout; what was asked for goes on
-    ExitInterrupted = 130, ///< Ctrl-C, as shells count it; what was asked for goes on
+    ExitTimedOut = 4,      ///< --timeout; the request goes on
+    ExitInterrupted = 130, ///< Ctrl-C: 128 + SIGINT, as in shells; the request goes on
 };
 
-/// How a command ended.
+/// The result of a command.
 struct Outcome {
-    QString text;                     ///< for a person; empty when all has been said
+    QString text;                     ///< for a person; empty if everything has been printed
     QJsonObject details;              ///< for --json
-    ExitStatus exitStatus = ExitDone; ///< other when the text says what is amiss
+    ExitStatus exitStatus = ExitDone; ///< another one if the text describes a fault
 };
 
-/// Thrown when a command did not end well.
+/// Thrown by a command that fails.
 struct Failure {
     ExitStatus exitStatus;
     QString text;
-    int serviceStatus = 0; ///< the service's status code, when it refused
+    int serviceStatus = 0; ///< the service's status code if it has refused the request
 };

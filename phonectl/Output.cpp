@@ -76,7 +76,7 @@ void PrintLine(std::FILE* stream, const QString& line)
 
 void PrintLine(const QJsonObject& object)
 {
-    // What is escaped so far stands in texts alone, where JSON has its own escapes for the rest.
+    // Qt escapes only what JSON requires. The remaining characters can only be in strings, so \uNNNN is valid there.
     PrintLine(stdout, Escaped(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)), JsonEscape));
 }
 

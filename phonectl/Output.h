@@ -8,37 +8,37 @@
 
 #include <cstdio>
 
-/// What a peer or a file says, safe to show on a terminal: control characters become \xNN, and characters that change
-/// the direction of writing \uNNNN, so that nothing is shown in another order than it was sent.
+/// Makes a text from a peer or a file safe for a terminal: control characters become \xNN, and characters that change
+/// the direction of writing \uNNNN.
 QString Printable(const QString& text);
 
-/// Writes one line, in UTF-8 whatever the locale, at once. Throws a Failure when standard output does not take it.
+/// Writes and flushes one line, in UTF-8 in every locale. Throws a Failure if writing to standard output fails.
 void PrintLine(std::FILE* stream, const QString& line);
 void PrintLine(const QJsonObject& object);
 
 enum Colour : int { Plain = 0, Red = 31, Green = 32, Yellow = 33 };
 
-/// Coloured when standard output is a terminal that wants colour.
+/// Colours the text if standard output is a terminal with colours and NO_COLOR is not set.
 QString Painted(const QString& text, Colour colour);
 
-/// Tells how far an operation has come: a line a step, and on a terminal below them one that lives.
+/// Prints the progress of an operation: a line for each step, and on a terminal a live line with what it waits for.
 class Progress : public QObject
 {
     Q_OBJECT
 
 public:
-    /// @param silent only remember the steps.
+    /// @param silent print nothing, only record the steps.
     explicit Progress(bool silent);
     ~Progress() override { ClearLive(); }
 
-    /// A step is reached.
-    /// @param event its name in Steps().
+    /// Prints and records a step.
+    /// @param event the step's name in Steps().
     void Step(const char* event, const QString& text);
 
-    /// What is being waited for, shown live until the next step; an empty text is shown no longer.
+    /// Shows what the operation waits for in the live line; an empty text removes the line.
     void Await(const QString& what);
 
-    /// The steps so far, each with the seconds it took since the start.
+    /// The steps so far, each with the seconds since the start.
     QJsonArray Steps() const { return steps; }
 
 private:

@@ -16,10 +16,10 @@
 namespace
 {
 
-/// Above this the settings library does not read the file.
+/// The settings library does not read larger files.
 constexpr qint64 LargestFile = 1048576;
 
-/// @return the first line that is no section, key or comment of an INI file as QSettings reads it; 0 when all are.
+/// @return the number of the first line that QSettings does not accept as section, key or comment; 0 if there is none.
 int FindBadLine(const QByteArray& text)
 {
     int number = 0;
@@ -38,7 +38,7 @@ int FindBadLine(const QByteArray& text)
 
 QString WhyUnwritable(const QString& path)
 {
-    // The file is replaced, so its folder decides; one that is missing is made.
+    // A write replaces the file, so only the folder's mode matters. A missing folder is created.
     QFileInfo folder(QFileInfo(path).absolutePath());
     while (!folder.exists() && !folder.isRoot())
         folder = QFileInfo(folder.absolutePath());
@@ -51,7 +51,7 @@ QString WhyUnwritable(const QString& path)
 
 }
 
-ServiceEnvironment::ServiceEnvironment(Phone& phone)
+ServiceEnvironment::ServiceEnvironment(PhoneClient& phone)
 {
     const QDBusReply<uint> pid = phone.Proxy().connection().interface()->servicePid(QLatin1String(Names::PhoneService));
     QFile file(QStringLiteral("/proc/%1/environ").arg(pid.value()));

@@ -1,20 +1,20 @@
 #pragma once
 
-#include "Phone.h"
+#include "PhoneClient.h"
 
 #include <QMap>
 #include <QString>
 
-/// The environment in which the phone service runs, or this program's own when that cannot be seen.
+/// The environment variables of the phone service's process, or this program's own if those cannot be read.
 class ServiceEnvironment
 {
 public:
-    explicit ServiceEnvironment(Phone& phone);
+    explicit ServiceEnvironment(PhoneClient& phone);
 
     bool IsService() const { return isService; }
     QString Value(const char* name) const { return values.value(QLatin1String(name)); }
 
-    /// A file that a variable names, or else one below a base folder (XDG Base Directory Specification).
+    /// The file that a variable names, else one below a base folder (XDG Base Directory Specification).
     QString File(const char* variable, const char* baseVariable, const char* baseBelowHome, const char* name) const;
 
 private:
@@ -22,14 +22,14 @@ private:
     bool isService = false;
 };
 
-/// The service's settings file, looked at without changing anything.
+/// The state of the service's settings file. Reading it changes nothing.
 struct SettingsFile {
     explicit SettingsFile(const ServiceEnvironment& environment);
 
     QString path;
     bool exists = false;
-    QString problem;    ///< why it cannot be read, with the line where that is known; empty when it can
-    QString unwritable; ///< why the service cannot write it; empty when it can
+    QString problem;    ///< why the service cannot read it, with the line if known; empty if it can
+    QString unwritable; ///< why the service cannot write it; empty if it can
     bool phoneEnabled = false;
     bool gprsEnabled = false;
 };

@@ -1,10 +1,10 @@
 #include "Status.h"
 
 #include "Follow.h"
+#include "Meanings.h"
 #include "Names.h"
 #include "PhoneCodes.h"
 #include "SettingsFile.h"
-#include "Words.h"
 
 #include <QDateTime>
 
@@ -14,7 +14,7 @@ namespace
 {
 
 constexpr int LabelWidth = 12;
-/// Signal reports are not among the service's signals, so that watching means asking.
+/// The service has no signal for the signal strength, so it must be polled.
 constexpr int WatchIntervalMs = 2000;
 
 constexpr struct {
@@ -38,7 +38,7 @@ QString OffOr(bool off, const QString& otherwise)
     return off ? QStringLiteral("-") : otherwise;
 }
 
-Outcome Describe(Phone& phone, const PhoneState& state)
+Outcome Describe(PhoneClient& phone, const PhoneState& state)
 {
     const bool off = state.phoneStatus == ModemStatusOff;
     const bool registered = state.phoneStatus == ModemStatusRegistered;
@@ -86,13 +86,13 @@ Outcome Describe(Phone& phone, const PhoneState& state)
     return {rows.join(QLatin1Char('\n')), details};
 }
 
-/// Shows the state anew whenever it differs, until Ctrl-C or --timeout.
-void Watch(Phone& phone, bool json)
+/// Prints the state whenever it has changed, until Ctrl-C or --timeout.
+void Watch(PhoneClient& phone, bool json)
 {
     const char* const clear = isatty(STDOUT_FILENO) ? "\033[H\033[J" : "";
     Outcome shown;
     while (true) {
-        // Like a monitor, this does not start a service that is not there.
+        // Watching must not start the service.
         const Outcome now = phone.IsOnBus(Names::PhoneService)
                                 ? Describe(phone, phone.State())
                                 : Outcome{Row("Service", QStringLiteral("not on the bus"), Red), {{"present", false}}};
@@ -108,7 +108,7 @@ void Watch(Phone& phone, bool json)
 
 Outcome Switch(const Arguments& arguments, Progress& progress, bool on)
 {
-    Phone phone(arguments, progress);
+    PhoneClient phone(arguments, progress);
     std::optional<Failure> refusal;
     try {
         phone.Ask(phone.Proxy().PhoneSetEnabled(on));
@@ -117,7 +117,7 @@ Outcome Switch(const Arguments& arguments, Progress& progress, bool on)
             throw;
         refusal = failure;
     }
-    // The service's answer does not tell whether the setting was stored, but it reads the setting back.
+    // The answer does not say whether the setting was stored, but GetStatus reads it from the file.
     const bool isRead = phone.State().userEnabled == on;
     const SettingsFile file{ServiceEnvironment(phone)};
     if (!isRead || !file.problem.isEmpty()) {
@@ -138,7 +138,7 @@ Outcome Switch(const Arguments& arguments, Progress& progress, bool on)
 
 Outcome ShowStatus(const Arguments& arguments, Progress& progress)
 {
-    Phone phone(arguments, progress);
+    PhoneClient phone(arguments, progress);
     if (!arguments.Has(OptionWatch))
         return Describe(phone, phone.State());
     try {
@@ -163,7 +163,7 @@ Outcome SwitchOff(const Arguments& arguments, Progress& progress)
 Outcome ForceOff(const Arguments& arguments, Progress& progress)
 {
     const bool off = arguments.positional.at(0) == QLatin1String("on");
-    Phone phone(arguments, progress);
+    PhoneClient phone(arguments, progress);
     phone.Ask(phone.Proxy().ForcePhoneOff(off));
     if (!arguments.Has(OptionWait))
         return {off ? QStringLiteral("forced off") : QStringLiteral("no longer forced off"), {}};

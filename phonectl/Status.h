@@ -2,7 +2,7 @@
 
 #include "Arguments.h"
 #include "Output.h"
-#include "Phone.h"
+#include "PhoneClient.h"
 
 // The phone's state, and the commands that switch its power.
 

@@ -92,7 +92,7 @@ constexpr KindStyle kinds[] = {
     {"power cycle", Orange}, {"warning", Amber}, {"error", RedTone},
 };
 
-/// A text of the log within XML: nothing in it can end an element, or is no character of XML.
+/// Escapes a text of the log for XML, and replaces characters that XML does not allow.
 QString Xml(const QString& text)
 {
     QString shown = Printable(text);
@@ -174,7 +174,7 @@ double TimelineDrawing::X(double time) const
 
 QString TimelineDrawing::Clock(double time, const char* format) const
 {
-    // The log's times are those of the device's clock, wherever this is drawn.
+    // Show the times of the device's clock, not of the reader's time zone.
     return QLocale::c().toString(QDateTime::fromMSecsSinceEpoch(std::llround(time * 1000), Qt::UTC),
                                  QLatin1String(format));
 }
@@ -222,7 +222,7 @@ std::vector<TimelineDrawing::Cluster> TimelineDrawing::Clusters(const std::vecto
     for (const History::Mark& mark : history.Marks()) {
         if (std::find(wanted.begin(), wanted.end(), mark.kind) == wanted.end())
             continue;
-        // Marks that would cover each other, and a row of the same ones, are one.
+        // Combine marks that would overlap, and equal marks in a row.
         const double x = X(mark.time);
         const bool joins = !clusters.empty() && (x - X(clusters.back().marks.front()->time) <= ClusterWidth ||
                                                  (clusters.back().marks.back()->text == mark.text &&
@@ -389,7 +389,7 @@ QString TimelineDrawing::SignalLane(double top) const
         const bool continues = !path.isEmpty() && (!reader.HasTimes() || time - lastTime < LongestSilenceS);
         path +=
             QStringLiteral("%1%2 %3 ").arg(QLatin1String(continues ? "L" : "M"), Decimal(x), Decimal(y(sum / count)));
-        // A reading by itself is a point.
+        // Draw a single reading as a point.
         path += QStringLiteral("h1 ");
         lastTime = signal[index - 1].time;
     }
@@ -408,7 +408,7 @@ QString TimelineDrawing::MessageLane(double top) const
         for (const History::Mark* mark : cluster.marks)
             ++counts[mark->kind];
         if (counts.size() > 1)
-            counts.remove(History::MessageQueued); // what has become of it is there too
+            counts.remove(History::MessageQueued); // its result is drawn
         double x = X(cluster.marks.front()->time);
         for (auto count = counts.begin(); count != counts.end(); ++count, x += 5) {
             svg += Box(x, top + 2, 4, LaneHeight - 4, kinds[count.key()].colour,

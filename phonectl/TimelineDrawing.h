@@ -8,24 +8,24 @@
 class TimelineDrawing
 {
 public:
-    /// @param reader that the history was made from.
+    /// @param reader the reader of the log that the history was made from.
     TimelineDrawing(const History& history, const LogReader& reader);
 
-    /// A picture that any browser and most image viewers show.
+    /// The picture as SVG.
     QByteArray Svg() const;
 
-    /// A page that needs nothing else, with the picture and the text of each power cycle, warning and error.
+    /// A self-contained page with the picture and the text of each power cycle, warning and error.
     QByteArray Html() const;
 
     static const char* LaneName(History::Lane lane);
     static const char* StateName(History::State state);
     static const char* KindName(History::Kind kind);
 
-    /// A time of the history as a person reads it, of a log without times as the number of the line.
+    /// A time of the history in words; for a log without times, the number of the line.
     QString Moment(double time) const;
 
 private:
-    /// Marks that are drawn as one, at least one of them.
+    /// Marks that are drawn as one, at least one.
     struct Cluster {
         std::vector<const History::Mark*> marks;
     };

@@ -12,8 +12,8 @@
 namespace
 {
 
-/// Whatever the locale: the service's texts are UTF-8 too.
-QStringList Words(int argc, char** argv)
+/// The arguments, which are UTF-8 in every locale, as the texts on the bus are.
+QStringList CommandLine(int argc, char** argv)
 {
     QStringList words;
     for (int index = 1; index < argc; ++index)
@@ -21,8 +21,8 @@ QStringList Words(int argc, char** argv)
     return words;
 }
 
-/// A standard stream that is closed must not become the bus: what is opened next would get its number. Writing to it
-/// fails all the same.
+/// Opens /dev/null for each closed standard stream, or the connection to the bus would get its descriptor. The wrong
+/// access mode lets reads and writes fail as on a closed stream.
 void FillClosedStreams()
 {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
@@ -64,7 +64,7 @@ int main(int argc, char** argv)
 {
     FillClosedStreams();
     QCoreApplication application(argc, argv);
-    // Known before the command line is: an error in it has to be reported in JSON too.
+    // Look for --json before parsing, so that parse errors are reported as JSON too.
     const bool json = std::any_of(argv + 1, argv + argc, [](const char* word) { return !std::strcmp(word, "--json"); });
     Progress progress(json);
     QJsonObject object;
@@ -77,9 +77,9 @@ int main(int argc, char** argv)
         PrintLine(stderr, QStringLiteral("phonectl: ") + Printable(failure.text));
     };
 
-    bool isAllSaid = false;
+    bool hasNothingToAdd = false;
     try {
-        const QStringList words = Words(argc, argv);
+        const QStringList words = CommandLine(argc, argv);
         if (words.value(0) == QLatin1String("complete")) {
             for (const QString& candidate : Completions(words.mid(1)))
                 PrintLine(stdout, candidate);
@@ -90,11 +90,11 @@ int main(int argc, char** argv)
         exitStatus = outcome.exitStatus;
         if (!json && !outcome.text.isEmpty())
             PrintLine(stdout, outcome.text);
-        isAllSaid = outcome.text.isEmpty() && outcome.details.isEmpty() && progress.Steps().isEmpty();
+        hasNothingToAdd = outcome.text.isEmpty() && outcome.details.isEmpty() && progress.Steps().isEmpty();
     } catch (const Failure& failure) {
         fail(failure);
     }
-    if (!json || isAllSaid || std::ferror(stdout))
+    if (!json || hasNothingToAdd || std::ferror(stdout))
         return exitStatus;
 
     object.insert(QStringLiteral("exitStatus"), exitStatus);

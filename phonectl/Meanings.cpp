@@ -1,4 +1,4 @@
-#include "Words.h"
+#include "Meanings.h"
 
 #include "PhoneCodes.h"
 
@@ -9,7 +9,7 @@ namespace
 
 constexpr uint SignBit = 128;
 constexpr uint ByteEnd = 256;
-// Beyond these a GSM receiver neither hears a cell nor survives it.
+// The range that a GSM receiver can measure.
 constexpr int StrongestDBm = -30;
 constexpr int WeakestDBm = -120;
 constexpr int ExcellentDBm = -70;

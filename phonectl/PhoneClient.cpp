@@ -1,9 +1,9 @@
-#include "Phone.h"
+#include "PhoneClient.h"
 
+#include "Meanings.h"
 #include "Names.h"
 #include "PhoneCodes.h"
 #include "SignalInput.h"
-#include "Words.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -16,8 +16,8 @@
 namespace
 {
 
-/// Longer than the service can be blocked by what is asked and what it is at: switching the modem off alone takes up to
-/// 60 s, a message 20 s, a call with its audio 45 s.
+/// Longer than the service can be blocked by this request and the one before: switching the modem off takes up to 60 s,
+/// a message 20 s, a call with its audio 45 s.
 constexpr int AnswerTimeoutMs = 300000;
 /// The GSM daemon has 15 s to hang up.
 constexpr int GsmTimeoutMs = 20000;
@@ -53,7 +53,7 @@ Failure Explain(const QDBusError& error)
 
 }
 
-Phone::Phone(const Arguments& arguments, Progress& progress)
+PhoneClient::PhoneClient(const Arguments& arguments, Progress& progress)
     : progress(progress),
       userTimeoutMs(arguments.TimeoutMs()),
       deadline(userTimeoutMs ? QDeadlineTimer(userTimeoutMs) : QDeadlineTimer(QDeadlineTimer::Forever)),
@@ -91,37 +91,37 @@ Phone::Phone(const Arguments& arguments, Progress& progress)
             });
 }
 
-void Phone::OnBusLost()
+void PhoneClient::OnBusLost()
 {
     isBusLost = true;
     loop.quit();
 }
 
-Phone::~Phone()
+PhoneClient::~PhoneClient()
 {
     close(interruptFd);
 }
 
-void Phone::Add(const PhoneEvent& event)
+void PhoneClient::Add(const PhoneEvent& event)
 {
     events.append(event);
     loop.quit();
 }
 
-void Phone::LimitTo(int seconds)
+void PhoneClient::LimitTo(int seconds)
 {
     if (!userTimeoutMs)
         deadline.setRemainingTime(seconds * 1000);
 }
 
-void Phone::Unlimit()
+void PhoneClient::Unlimit()
 {
     if (!userTimeoutMs)
         deadline = QDeadlineTimer(QDeadlineTimer::Forever);
 }
 
-/// @return false when it is not over at the given time, which may be before the limit of all.
-bool Phone::Wait(const QString& awaited, QDeadlineTimer until, const std::function<bool()>& isOver)
+/// Waits until isOver() returns true. @return false if that has not happened by the given time.
+bool PhoneClient::Wait(const QString& awaited, QDeadlineTimer until, const std::function<bool()>& isOver)
 {
     progress.Await(awaited);
     const QDeadlineTimer end = std::min(until, deadline);
@@ -149,7 +149,7 @@ bool Phone::Wait(const QString& awaited, QDeadlineTimer until, const std::functi
     return false;
 }
 
-void Phone::Await(const QDBusPendingCall& call, const QString& awaited, const std::function<void()>& onAnswer)
+void PhoneClient::Await(const QDBusPendingCall& call, const QString& awaited, const std::function<void()>& onAnswer)
 {
     bool answered = false;
     QDBusPendingCallWatcher answer(call);
@@ -161,7 +161,7 @@ void Phone::Await(const QDBusPendingCall& call, const QString& awaited, const st
     Wait(awaited, QDeadlineTimer::Forever, [&] { return answered; });
 }
 
-void Phone::AwaitAnswer(const QDBusPendingCall& call, Earlier earlier)
+void PhoneClient::AwaitAnswer(const QDBusPendingCall& call, Earlier earlier)
 {
     Await(call, QStringLiteral("the service's answer"), [&] {
         if (earlier == ForgetEarlier)
@@ -171,7 +171,7 @@ void Phone::AwaitAnswer(const QDBusPendingCall& call, Earlier earlier)
         throw Explain(call.error());
 }
 
-void Phone::RequireSuccess(int status) const
+void PhoneClient::RequireSuccess(int status) const
 {
     if (status != StatusCodeSuccess)
         throw Failure{ExitRefused,
@@ -179,12 +179,12 @@ void Phone::RequireSuccess(int status) const
                       status};
 }
 
-bool Phone::IsOnBus(const char* service) const
+bool PhoneClient::IsOnBus(const char* service) const
 {
     return proxy.connection().interface()->isServiceRegistered(QLatin1String(service));
 }
 
-GsmProxy& Phone::Gsm()
+GsmProxy& PhoneClient::Gsm()
 {
     if (!gsm) {
         gsm = std::make_unique<GsmProxy>(Names::GsmService, Names::GsmObject, proxy.connection());
@@ -196,7 +196,7 @@ GsmProxy& Phone::Gsm()
     return *gsm;
 }
 
-bool Phone::Confirm(const QString& question)
+bool PhoneClient::Confirm(const QString& question)
 {
     if (!isatty(STDIN_FILENO))
         return false;
@@ -215,7 +215,7 @@ bool Phone::Confirm(const QString& question)
     return false;
 }
 
-PhoneState Phone::State(Earlier earlier)
+PhoneState PhoneClient::State(Earlier earlier)
 {
     const auto reply = proxy.GetStatus();
     AwaitAnswer(reply, earlier);
@@ -224,7 +224,7 @@ PhoneState Phone::State(Earlier earlier)
             reply.argumentAt<5>()};
 }
 
-std::optional<PhoneEvent> Phone::Next(const QString& awaited, int quietMs)
+std::optional<PhoneEvent> PhoneClient::Next(const QString& awaited, int quietMs)
 {
     const auto until = quietMs < 0 ? QDeadlineTimer(QDeadlineTimer::Forever) : QDeadlineTimer(quietMs);
     if (!Wait(awaited, until, [this] { return HasEvent(); }))

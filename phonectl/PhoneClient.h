@@ -16,7 +16,7 @@
 #include <memory>
 #include <optional>
 
-/// What the service tells without being asked, or what became of it.
+/// A signal of the service, its arrival on the bus or departure, or the end of a call in the GSM daemon.
 struct PhoneEvent {
     enum Kind {
         PhoneStatus,
@@ -26,11 +26,11 @@ struct PhoneEvent {
         SmsReceived,
         ServiceLeft,
         ServiceCame,
-        CallEndedBelow, ///< the GSM daemon reports a call's end; heard before the service's VoiceCall
+        CallEndedBelow, ///< the GSM daemon reports the end of a call; precedes the service's VoiceCall
     };
 
     Kind kind;
-    uint value = 0; ///< of PhoneStatus, VoiceCall; the identifier of SmsSent
+    uint value = 0; ///< of PhoneStatus and VoiceCall; the identifier in SmsSent
     bool flag = false;
     QString text = {};
     QVariantMap info = {};
@@ -44,22 +44,22 @@ struct PhoneState {
     bool forced;
 };
 
-/// The phone service's client, made for following: requests and events are waited for in turn, and each wait ends with
-/// a Failure at the time limit or on Ctrl-C.
-class Phone : public QObject
+/// A client of the phone service that makes requests and waits for their effects. At the time limit or on Ctrl-C, each
+/// wait throws a Failure.
+class PhoneClient : public QObject
 {
     Q_OBJECT
 
 public:
     enum Earlier { ForgetEarlier, KeepEarlier };
 
-    /// Ready to hear events before anything is asked. Throws a Failure without a session bus.
-    Phone(const Arguments& arguments, Progress& progress);
-    ~Phone() override;
+    /// Subscribes to the service's signals. Throws a Failure without a session bus.
+    PhoneClient(const Arguments& arguments, Progress& progress);
+    ~PhoneClient() override;
 
-    /// Waits for the answer to a request of Proxy(), starting the service when the bus knows how to. What the service
-    /// said before its answer is forgotten: it has one thread, so that belongs to what was before. Throws a Failure
-    /// when the service refuses, or cannot be reached.
+    /// Waits for the answer to a request through Proxy(). The bus starts the service if it can. Discards the events
+    /// before the answer: the service has one thread, so they precede the request. Throws a Failure if the service
+    /// refuses or cannot be reached.
     template <typename... Rest>
     QDBusPendingReply<int, Rest...> Ask(QDBusPendingReply<int, Rest...> reply)
     {
@@ -71,30 +71,30 @@ public:
     PhoneState State(Earlier earlier = ForgetEarlier);
 
     /// Waits for the next event.
-    /// @param awaited what is shown meanwhile.
-    /// @param quietMs return nothing when none has come for so long; -1 waits on.
+    /// @param awaited the event's name in the live line.
+    /// @param quietMs return nothing after this time without an event; -1 means no limit.
     std::optional<PhoneEvent> Next(const QString& awaited, int quietMs = -1);
     bool HasEvent() const { return !events.isEmpty(); }
     void ForgetEvents() { events.clear(); }
 
-    /// Waits for an answer that is not the service's; an error is the caller's to judge.
-    /// @param onAnswer is done when it comes, before any event that follows.
+    /// Waits for another service's answer, which may be an error.
+    /// @param onAnswer is called with the answer, before later events are recorded.
     void Await(
         const QDBusPendingCall& call, const QString& awaited, const std::function<void()>& onAnswer = [] {});
 
-    /// After Ctrl-C: asks on the terminal, and waits again if the answer is yes. A second Ctrl-C says no, as does a
-    /// standard input that is no terminal.
+    /// Asks a question on the terminal after Ctrl-C. If the answer is yes, further waits are possible. A second Ctrl-C
+    /// means no, as does a standard input that is not a terminal.
     bool Confirm(const QString& question);
 
-    /// Whether a service of the session bus is there.
+    /// @return whether a service is on the session bus.
     bool IsOnBus(const char* service) const;
 
-    /// The time left from now on, unless the user has given one.
+    /// Sets the time limit, counted from now, unless the user has given one; Unlimit() removes it.
     void LimitTo(int seconds);
     void Unlimit();
 
     PhoneProxy& Proxy() { return proxy; }
-    /// The GSM daemon, whose reports of calls are among the events once this has been called.
+    /// The GSM daemon. The first call adds the daemon's call signals to the events.
     GsmProxy& Gsm();
 
 private:
