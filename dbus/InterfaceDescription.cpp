@@ -1,5 +1,6 @@
 #include "InterfaceDescription.h"
 
+#include <QFile>
 #include <QXmlStreamReader>
 
 namespace
@@ -57,6 +58,18 @@ std::optional<InterfaceDescription> InterfaceDescription::Read(const QString& xm
     description.element = xml.mid(xml.indexOf(QStringLiteral("  <interface name=\"%1\"").arg(name)));
     description.element.truncate(description.element.indexOf(end) + end.size());
     return description;
+}
+
+InterfaceDescription InterfaceDescription::BuiltIn(const QString& name)
+{
+    Q_INIT_RESOURCE(descriptions); // a static library's resources do not register themselves
+    QFile file(QStringLiteral(":/dbus/%1.xml").arg(name));
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("No description of %s", qPrintable(name));
+    const auto description = Read(QString::fromUtf8(file.readAll()), name);
+    if (!description)
+        qFatal("The description of %s is malformed", qPrintable(name));
+    return *description;
 }
 
 QStringList InterfaceDescription::MissingIn(const InterfaceDescription& other) const

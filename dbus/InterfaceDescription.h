@@ -20,6 +20,9 @@ public:
     /// @param xml an object's answer to Introspect, or the text of a file in this folder.
     /// @return nothing if the text is not well-formed or does not have the interface.
     static std::optional<InterfaceDescription> Read(const QString& xml, const QString& name);
+    /// Reads one of the descriptions in this folder, which are built into the program. Ends the program if it is
+    /// missing or malformed, which is an error in the build.
+    static InterfaceDescription BuiltIn(const QString& name);
 
     const QString& Name() const { return name; }
     /// The interface element, verbatim.
