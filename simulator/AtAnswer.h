@@ -11,9 +11,12 @@ struct AtAnswer {
         EquipmentError, ///< "+CME ERROR", with a number of 3GPP TS 27.007, 9.2
         MessageError,   ///< "+CMS ERROR", with a number of 3GPP TS 27.005, 3.2.5
         NoCarrier,
-        Prompt, ///< asks for data first
-        Later   ///< when the modem has got there
+        Prompt, ///< data are requested before the result
+        Later   ///< the result follows when the modem has reached the requested power
     };
+
+    /// "OK" after one line of information.
+    static AtAnswer Line(const QByteArray& line) { return {Ok, 0, {line}}; }
 
     Result result = Ok;
     int number = 0;

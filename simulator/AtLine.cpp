@@ -4,7 +4,7 @@ namespace
 {
 
 constexpr int MaxLine = 2048;        ///< bytes of a command line or of data
-constexpr int MaxUnread = 64 * 1024; ///< bytes; more is lost, as on a line without flow control
+constexpr int MaxUnread = 64 * 1024; ///< bytes; more are lost, as on a line without flow control
 constexpr char CtrlZ = 0x1a;
 constexpr char EscapeKey = 0x1b;
 constexpr char Backspace = 0x08;
@@ -19,7 +19,7 @@ bool IsDigit(QChar c)
     return c >= QLatin1Char('0') && c <= QLatin1Char('9');
 }
 
-/// Splits at a separator outside of quotes.
+/// Splits at separators outside quotes.
 QStringList Split(const QString& text, QChar separator)
 {
     QStringList parts{QString()};
@@ -35,7 +35,7 @@ QStringList Split(const QString& text, QChar separator)
     return parts;
 }
 
-/// Reads an extended command, "+CREG=2".
+/// Parses an extended command, such as "+CREG=2".
 std::optional<AtCommand> ParseExtended(const QString& text)
 {
     AtCommand command;
@@ -63,11 +63,11 @@ std::optional<AtCommand> ParseExtended(const QString& text)
 
 }
 
-int AtCommand::Number(int index, int otherwise) const
+int AtCommand::Number(int index, int defaultValue) const
 {
     bool ok = false;
     const int number = parameters.value(index).toInt(&ok);
-    return ok ? number : otherwise;
+    return ok ? number : defaultValue;
 }
 
 std::optional<QList<AtCommand>> ParseAtLine(const QByteArray& line)
@@ -79,7 +79,7 @@ std::optional<QList<AtCommand>> ParseAtLine(const QByteArray& line)
         if (first == QLatin1Char(';') || first.isSpace()) {
             rest.remove(0, 1);
         } else if (first == QLatin1Char('D') || first == QLatin1Char('d')) {
-            // Everything up to its end is the number.
+            // The number extends to the semicolon or the end of the line.
             const QString dialled = rest.section(QLatin1Char(';'), 0, 0);
             const bool isVoice = dialled.size() < rest.size();
             commands.append({QStringLiteral("D"),
@@ -131,7 +131,7 @@ std::optional<AtInput::Item> AtInput::Take(bool data)
             line.chop(1);
         else if (line.size() == MaxLine)
             tooLong = true;
-        else if (static_cast<uchar>(c) >= ' ') // control characters have no meaning within a line
+        else if (static_cast<uchar>(c) >= ' ') // ignore control characters within a line
             line.append(c);
     }
     unread.clear();

@@ -6,22 +6,22 @@
 
 #include <optional>
 
-/// One command of a command line, as ITU-T V.250, 5.4, has them: "D+49301;", "+CREG=2", "+CSQ".
+/// One command of a command line (ITU-T V.250, 5.4), such as "D+49301;", "+CREG=2" or "+CSQ".
 struct AtCommand {
     enum Operation { Execute, Read, Test, Set };
 
     QString name; ///< in upper case: "D", "&C", "+CREG"
     Operation operation = Execute;
-    QStringList parameters; ///< of a set command, without quotes; the number of a basic one
+    QStringList parameters; ///< of a set command, without quotes; the number of a basic command
 
-    /// The parameter as a number, or the other one when it is left out or none.
-    int Number(int index, int otherwise) const;
+    /// @return the parameter as a number, or the default if it is left out or not a number.
+    int Number(int index, int defaultValue) const;
 };
 
-/// Reads a command line without its "AT". @return nothing when it is no command line.
+/// Parses a command line without its "AT". @return nothing if it is malformed.
 std::optional<QList<AtCommand>> ParseAtLine(const QByteArray& line);
 
-/// Takes lines, and data behind a prompt, out of what comes in on a serial port.
+/// Splits the input of a serial port into command lines and data.
 class AtInput
 {
 public:
@@ -32,7 +32,7 @@ public:
     };
 
     void Append(const QByteArray& bytes);
-    /// @param data whether data are expected, up to Ctrl-Z, rather than a command line.
+    /// @param data expect data up to Ctrl-Z instead of a command line.
     std::optional<Item> Take(bool data);
     void Clear();
 

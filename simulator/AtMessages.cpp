@@ -6,7 +6,7 @@ namespace
 {
 
 constexpr int StoreSize = 30;
-constexpr int MaxUnfinished = 16; ///< longer messages of which some parts have not come
+constexpr int MaxUnfinished = 16; ///< submitted messages of which parts are missing
 
 QByteArray Hex(const QByteArray& unit)
 {
@@ -15,7 +15,7 @@ QByteArray Hex(const QByteArray& unit)
 
 }
 
-bool AtMessages::Knows(const QString& command)
+bool AtMessages::Handles(const QString& command)
 {
     static const QStringList names = {"+CSMS", "+CMGF", "+CPMS", "+CNMI", "+CNMA",
                                       "+CSCA", "+CMGS", "+CMGL", "+CMGR", "+CMGD"};
@@ -25,55 +25,50 @@ bool AtMessages::Knows(const QString& command)
 void AtMessages::Reset()
 {
     service = 0;
-    report = 0;
+    indication = 0;
 }
 
-QByteArray AtMessages::Usage() const
-{
-    const QByteArray one = QByteArray::number(store.size()) + ',' + QByteArray::number(StoreSize);
-    return one + ',' + one + ',' + one;
-}
-
-AtAnswer AtMessages::Carry(const AtCommand& command)
+AtAnswer AtMessages::Execute(const AtCommand& command)
 {
     const QByteArray prefix = command.name.toLatin1() + ": ";
-    const auto answer = [&](const QByteArray& text) { return AtAnswer{AtAnswer::Ok, 0, {prefix + text}}; };
+    const auto answer = [&](const QByteArray& text) { return AtAnswer::Line(prefix + text); };
     const AtAnswer refusal{AtAnswer::MessageError, CmsInvalidPdu};
-    const bool tests = command.operation == AtCommand::Test;
-    const bool reads = command.operation == AtCommand::Read;
+    const bool isTest = command.operation == AtCommand::Test;
+    const bool isRead = command.operation == AtCommand::Read;
 
     if (command.name == QLatin1String("+CSMS")) {
-        if (tests)
+        if (isTest)
             return answer("(0,1)");
-        if (reads)
+        if (isRead)
             return answer(QByteArray::number(service) + ",1,1,1");
         service = command.Number(0, 0) == 1;
         return answer("1,1,1");
     }
     if (command.name == QLatin1String("+CMGF")) {
-        if (tests)
+        if (isTest)
             return answer("(0)");
-        if (reads)
+        if (isRead)
             return answer("0");
         return command.Number(0, 0) == 0 ? AtAnswer() : refusal;
     }
     if (command.name == QLatin1String("+CPMS")) {
-        if (tests)
-            return answer("(\"SM\"),(\"SM\"),(\"SM\")");
-        if (reads) {
-            const QByteArray one = "\"SM\"," + QByteArray::number(store.size()) + ',' + QByteArray::number(StoreSize);
-            return answer(one + ',' + one + ',' + one);
-        }
+        // The three memories, for reading, writing and receiving, are all the SIM card's.
+        const auto thrice = [](const QByteArray& memory) { return memory + ',' + memory + ',' + memory; };
+        if (isTest)
+            return answer(thrice("(\"SM\")"));
+        const QByteArray usage = QByteArray::number(store.size()) + ',' + QByteArray::number(StoreSize);
+        if (isRead)
+            return answer(thrice("\"SM\"," + usage));
         const bool known = std::all_of(command.parameters.begin(), command.parameters.end(),
                                        [](const QString& name) { return name == QLatin1String("SM"); });
-        return known ? answer(Usage()) : refusal;
+        return known ? answer(thrice(usage)) : refusal;
     }
     if (command.name == QLatin1String("+CNMI")) {
-        if (tests)
+        if (isTest)
             return answer("(0-2),(0-2),(0),(0),(0,1)");
-        if (reads)
-            return answer("2," + QByteArray::number(report) + ",0,0,0");
-        report = qBound(0, command.Number(1, 0), 2);
+        if (isRead)
+            return answer("2," + QByteArray::number(indication) + ",0,0,0");
+        indication = qBound(0, command.Number(1, 0), 2);
         return {};
     }
     if (command.name == QLatin1String("+CNMA")) {
@@ -81,15 +76,15 @@ AtAnswer AtMessages::Carry(const AtCommand& command)
         return {command.Number(1, 0) > 0 ? AtAnswer::Prompt : AtAnswer::Ok};
     }
     if (command.name == QLatin1String("+CSCA"))
-        return reads ? answer("\"+491710000000\",145") : AtAnswer();
+        return isRead ? answer("\"+491710000000\",145") : AtAnswer();
     if (command.name == QLatin1String("+CMGS")) {
         if (command.operation != AtCommand::Set)
-            return {tests ? AtAnswer::Ok : AtAnswer::Error};
+            return {isTest ? AtAnswer::Ok : AtAnswer::Error};
         dataIsReceipt = false;
         dataLength = command.Number(0, -1);
         return {AtAnswer::Prompt};
     }
-    if (tests)
+    if (isTest)
         return {};
     return command.name == QLatin1String("+CMGL")   ? List(command)
            : command.name == QLatin1String("+CMGR") ? Show(command)
@@ -117,31 +112,28 @@ AtAnswer AtMessages::Show(const AtCommand& command)
         return {AtAnswer::MessageError, CmsInvalidIndex};
     const QByteArray status = QByteArray::number(stored->status);
     stored->status = ReceivedRead;
-    return {AtAnswer::Ok,
-            0,
-            {"+CMGR: " + status + ",," + QByteArray::number(Pdu::Length(stored->unit)) + "\r\n" + Hex(stored->unit)}};
+    return AtAnswer::Line("+CMGR: " + status + ",," + QByteArray::number(Pdu::Length(stored->unit)) + "\r\n" +
+                          Hex(stored->unit));
 }
 
 AtAnswer AtMessages::Delete(const AtCommand& command)
 {
-    const int flag = command.Number(1, 0);
-    if (flag == 0 && store.remove(command.Number(0, 0)) == 0)
+    // 3GPP TS 27.005, 3.5.4; the flags between the two delete the messages that were read
+    constexpr int DeleteIndex = 0;
+    constexpr int DeleteAll = 4;
+    const int flag = command.Number(1, DeleteIndex);
+    if (flag == DeleteIndex && store.remove(command.Number(0, 0)) == 0)
         return {AtAnswer::MessageError, CmsInvalidIndex};
-    if (flag == 4) {
+    if (flag == DeleteAll) {
         store.clear();
-    } else if (flag > 0) {
+    } else if (flag > DeleteIndex) {
         for (auto stored = store.begin(); stored != store.end();)
             stored = stored->status == ReceivedRead ? store.erase(stored) : std::next(stored);
     }
 
-    AtAnswer answer;
-    while (!kept.isEmpty()) {
-        const std::optional<int> index = Store(kept.first());
-        if (!index)
-            break;
-        kept.removeFirst();
-    }
-    return answer;
+    while (!heldByNetwork.isEmpty() && Store(heldByNetwork.first()))
+        heldByNetwork.removeFirst();
+    return {};
 }
 
 std::optional<int> AtMessages::Store(const QByteArray& unit)
@@ -155,20 +147,20 @@ std::optional<int> AtMessages::Store(const QByteArray& unit)
     return std::nullopt;
 }
 
-QList<QByteArray> AtMessages::Arrive(const QString& sender, const QString& text)
+QList<QByteArray> AtMessages::EncodeIncoming(const QString& sender, const QString& text)
 {
-    delivered = (delivered + 1) % 256;
-    return Pdu::EncodeDeliver(sender, text, QDateTime::currentDateTime(), delivered);
+    deliverReference = (deliverReference + 1) % 256;
+    return Pdu::EncodeDeliver(sender, text, QDateTime::currentDateTime(), deliverReference);
 }
 
-QByteArray AtMessages::Deliver(const QByteArray& unit, bool listened)
+QByteArray AtMessages::Deliver(const QByteArray& unit, bool canReport)
 {
-    if (listened && report == 2)
+    if (canReport && indication == 2)
         return "+CMT: ," + QByteArray::number(Pdu::Length(unit)) + "\r\n" + Hex(unit);
     const std::optional<int> index = Store(unit);
     if (!index)
-        kept.append(unit);
-    return index && listened && report == 1 ? "+CMTI: \"SM\"," + QByteArray::number(*index) : QByteArray();
+        heldByNetwork.append(unit);
+    return index && canReport && indication == 1 ? "+CMTI: \"SM\"," + QByteArray::number(*index) : QByteArray();
 }
 
 AtMessages::Submission AtMessages::Submit(const QByteArray& data)
@@ -180,8 +172,8 @@ AtMessages::Submission AtMessages::Submit(const QByteArray& data)
     if (!part || Pdu::Length(unit) != dataLength)
         return {{AtAnswer::MessageError, CmsInvalidPdu}, std::nullopt};
 
-    submitted = (submitted + 1) % 256;
-    Submission submission{{AtAnswer::Ok, 0, {"+CMGS: " + QByteArray::number(submitted)}}, std::nullopt};
+    submitReference = (submitReference + 1) % 256;
+    Submission submission{AtAnswer::Line("+CMGS: " + QByteArray::number(submitReference)), std::nullopt};
     if (part->parts == 1) {
         submission.message = part;
         return submission;

@@ -6,28 +6,28 @@
 
 #include <QMap>
 
-/// The short messages of the AT port, in PDU mode: 3GPP TS 27.005. Messages that nobody takes at once are stored on the
-/// SIM card; while that is full, the network keeps them.
+/// The short message commands of the AT port, in PDU mode (3GPP TS 27.005). Messages that are not passed on at once are
+/// stored on the SIM card. While the card is full, the network holds them.
 class AtMessages
 {
 public:
-    static bool Knows(const QString& command);
-    AtAnswer Carry(const AtCommand& command);
-    /// The settings of a port that was opened anew.
+    static bool Handles(const QString& command);
+    AtAnswer Execute(const AtCommand& command);
+    /// Restores the settings that hold after the port is opened.
     void Reset();
 
-    /// The units of a message, for the network to deliver one by one.
-    QList<QByteArray> Arrive(const QString& sender, const QString& text);
-    /// @param listened whether somebody has the port open. @return what is reported there, or nothing.
-    QByteArray Deliver(const QByteArray& unit, bool listened);
+    /// Encodes a message into the units that the network delivers one by one.
+    QList<QByteArray> EncodeIncoming(const QString& sender, const QString& text);
+    /// @param canReport whether the port is open. @return the report to be written there, if any.
+    QByteArray Deliver(const QByteArray& unit, bool canReport);
 
     struct Submission {
         AtAnswer answer;
-        std::optional<Pdu::Message> message; ///< whole, with its last part
+        std::optional<Pdu::Message> message; ///< the whole message, once its last part was submitted
     };
-    /// Takes what came behind the prompt.
+    /// @param data the input after the prompt.
     Submission Submit(const QByteArray& data);
-    /// The message was sent; its parts need not be kept for another try.
+    /// Drops the parts of a message that was sent. Until then a part may be submitted again.
     void ForgetSubmitted(const Pdu::Message& message);
 
 private:
@@ -45,16 +45,15 @@ private:
     AtAnswer List(const AtCommand& command);
     AtAnswer Show(const AtCommand& command);
     AtAnswer Delete(const AtCommand& command);
-    QByteArray Usage() const;
     std::optional<int> Store(const QByteArray& unit);
 
     QMap<int, Stored> store; ///< by index, from 1
-    QList<QByteArray> kept;  ///< by the network, for want of room
-    QList<Unfinished> unfinished;
+    QList<QByteArray> heldByNetwork;
+    QList<Unfinished> unfinished; ///< submitted messages of which parts are missing
     int service = 0;
-    int report = 0; ///< of a new message: 1 its index, 2 the message
+    int indication = 0; ///< of a new message: 0 none, 1 its index, 2 the message itself
     int dataLength = 0;
     bool dataIsReceipt = false;
-    int submitted = 0;
-    int delivered = 0;
+    int submitReference = 0;
+    int deliverReference = 0;
 };

@@ -6,25 +6,25 @@ namespace
 {
 
 constexpr int RingIntervalMs = 5000;
-/// A network does not deliver messages at once, and ModemManager loses one that comes while it reads another.
+/// A network delivers messages one by one, and ModemManager loses one that arrives while it reads another.
 constexpr int MessageIntervalMs = 300;
 constexpr char OperatorName[] = "Kova";
 constexpr char OperatorNumber[] = "00101"; ///< the test network of 3GPP TS 36.508
 
-// 3GPP TS 24.008, 10.5.4.7: types of numbers
+// Types of numbers: 3GPP TS 24.008, 10.5.4.7
 constexpr int NumberInternational = 145;
 constexpr int NumberUnknown = 129;
 constexpr int NumberWithheld = 128;
 
-/// Commands that do the same as a method of the GSM daemon.
+/// A command that corresponds to methods of the GSM daemon.
 struct Counterpart {
     const char* command; ///< with its operation
     QStringList methods;
-    /// The arguments of the method, or nothing when the command does something else this time.
+    /// Returns the arguments of the method, or nothing if this command is not meant as one.
     std::optional<QVariantList> (*arguments)(const AtCommand& command, const Modem& modem);
 };
 
-/// The number of a dial command, without what only steers how it is dialled.
+/// The number of a dial command, without the modifiers.
 QString DialledNumber(const AtCommand& command)
 {
     static const QRegularExpression noDigit(QStringLiteral("[^0-9*#+]"));
@@ -36,7 +36,7 @@ std::optional<QVariantList> None(const AtCommand&, const Modem&)
     return QVariantList();
 }
 
-/// ModemManager hangs up at its start to be on the safe side.
+/// ModemManager hangs up when it starts, to be on the safe side.
 std::optional<QVariantList> NoneInCall(const AtCommand&, const Modem& modem)
 {
     return modem.Calls().isEmpty() ? std::nullopt : std::optional(QVariantList());
@@ -90,7 +90,7 @@ AtAnswer Refuse(int number)
 
 QByteArray Quoted(const QString& text)
 {
-    // Quotes and line ends would end the text or the line.
+    // Quotes and line ends would end the string or the line.
     QString plain = text;
     plain.remove(QRegularExpression(QStringLiteral("[\"[:cntrl:]]")));
     return '"' + plain.toUtf8() + '"';
@@ -103,43 +103,47 @@ int NumberType(const QString& number)
                                                  : NumberUnknown;
 }
 
-/// 3GPP TS 27.007, 8.5: 0 to 31 for a signal of 0 to 100 percent.
+/// Converts 0 to 100 percent to the RSSI of 0 to 31 (3GPP TS 27.007, 8.5).
 QByteArray SignalText(int quality)
 {
-    constexpr int Most = 31;
-    return "+CSQ: " + QByteArray::number((qMin(quality, 100) * Most + 50) / 100) + ",99";
+    constexpr int MaxRssi = 31;
+    return "+CSQ: " + QByteArray::number((qMin(quality, 100) * MaxRssi + 50) / 100) + ",99";
 }
 
 }
 
-AtModem::AtModem(Modem& modem, BusService& contract, bool staysOn) : modem(modem), contract(contract), staysOn(staysOn)
+AtModem::AtModem(Modem& modem, BusService& gsmService, bool staysOn)
+    : modem(modem),
+      gsmService(gsmService),
+      staysOn(staysOn)
 {
-    HandleCommands();
+    AddCommands();
     ringTimer.setInterval(RingIntervalMs);
     connect(&ringTimer, &QTimer::timeout, this, &AtModem::ReportRing);
-    arrivalTimer.setSingleShot(true);
-    connect(&arrivalTimer, &QTimer::timeout, this, &AtModem::DeliverMessages);
+    deliveryTimer.setSingleShot(true);
+    connect(&deliveryTimer, &QTimer::timeout, this, &AtModem::DeliverMessages);
     connect(&modem, &Modem::PowerChanged, this, &AtModem::OnPowerChanged);
     connect(&modem, &Modem::SimChanged, this,
-            [this](bool inserted) { ReportUnasked("+USIMSTATE: " + QByteArray::number(int{inserted})); });
-    connect(&modem, &Modem::SignalMeasured, this, [this](uchar quality) { ReportUnasked(SignalText(quality)); });
-    connect(&modem, &Modem::CallCame, this, &AtModem::OnCallCame);
+            [this](bool inserted) { ReportToOfono("+USIMSTATE: " + QByteArray::number(int{inserted})); });
+    connect(&modem, &Modem::SignalMeasured, this, [this](uchar quality) { ReportToOfono(SignalText(quality)); });
+    connect(&modem, &Modem::CallReceived, this, &AtModem::OnCallReceived);
     connect(&modem, &Modem::CallAnswered, &ringTimer, &QTimer::stop);
     connect(&modem, &Modem::CallEnded, this, &AtModem::OnCallEnded);
-    connect(&modem, &Modem::MessageCame, this, [this](const QString& number, const QString& text) {
-        arriving += messages.Arrive(number, text);
-        if (!arrivalTimer.isActive())
+    connect(&modem, &Modem::MessageReceived, this, [this](const QString& number, const QString& text) {
+        incomingUnits += messages.EncodeIncoming(number, text);
+        if (!deliveryTimer.isActive())
             DeliverMessages();
     });
 }
 
 QString AtModem::Counterparts()
 {
+    constexpr int MethodsWidth = 28;
     QStringList lines;
     for (const Counterpart& counterpart : AllCounterparts())
-        lines.append(counterpart.methods.join(QStringLiteral(", ")).leftJustified(28) + QLatin1String("AT") +
+        lines.append(counterpart.methods.join(QStringLiteral(", ")).leftJustified(MethodsWidth) + QLatin1String("AT") +
                      QLatin1String(counterpart.command));
-    lines.append(QStringLiteral("SendSms").leftJustified(28) + QLatin1String("AT+CMGS=, of the last part"));
+    lines.append(QStringLiteral("SendSms").leftJustified(MethodsWidth) + QLatin1String("AT+CMGS= of the last part"));
     return lines.join(QLatin1Char('\n'));
 }
 
@@ -148,13 +152,13 @@ QString AtModem::Counterparts()
 void AtModem::Open()
 {
     open = true;
-    ++visit;
-    reported = Registration();
+    ++session;
+    reportedRegistration = Registration();
     if (!modem.Calls().isEmpty() && modem.Calls().first().state == Call::Ringing)
         ringTimer.start();
 }
 
-/// A port that is opened again has its settings as at the start.
+/// Resets the settings for the next session.
 void AtModem::Close()
 {
     open = false;
@@ -165,14 +169,14 @@ void AtModem::Close()
     queue.clear();
     reports.clear();
     executing = waiting = prompting = false;
-    arrival.reset();
-    arrivalDelay = 0;
+    awaitedPower.reset();
+    powerAnswerDelay = 0;
     contextActive = false;
     ringTimer.stop();
-    DeliverMessages(); // to the card, for the next program that opens the port
+    DeliverMessages(); // stores them on the SIM card
     const Modem::Power power = modem.PowerState();
     if (!staysOn && power != Modem::Off && power != Modem::PoweringDown) {
-        contract.Narrate("ModemSetEnabled", {false});
+        gsmService.RecordRequest("ModemSetEnabled", {false});
         modem.SetEnabled(false);
     }
 }
@@ -203,10 +207,10 @@ void AtModem::Process()
         if (!item)
             return;
         if (prompting) {
-            TakeData(*item);
+            SubmitData(*item);
             continue;
         }
-        // Noise on the line is no command line.
+        // Ignore noise on the line.
         if (item->kind != AtInput::TooLong && !item->bytes.trimmed().toUpper().startsWith("AT"))
             continue;
         const std::optional<QList<AtCommand>> commands =
@@ -221,21 +225,21 @@ void AtModem::Process()
 
 void AtModem::Execute(const AtCommand& command)
 {
-    const auto act = [this, command] {
-        if (AtMessages::Knows(command.name))
-            return messages.Carry(command);
+    const auto action = [this, command] {
+        if (AtMessages::Handles(command.name))
+            return messages.Execute(command);
         const Handler handler = handlers.value(command.name);
         return handler ? handler(command) : AtAnswer{AtAnswer::Error};
     };
     const Counterpart* counterpart = FindCounterpart(command);
     const std::optional<QVariantList> arguments = counterpart ? counterpart->arguments(command, modem) : std::nullopt;
     if (arguments)
-        Meet(counterpart->methods, *arguments, act);
+        ExecuteUnderFault(counterpart->methods, *arguments, action);
     else
-        Finish(act());
+        Finish(action());
 }
 
-void AtModem::TakeData(const AtInput::Item& item)
+void AtModem::SubmitData(const AtInput::Item& item)
 {
     prompting = false;
     if (item.kind == AtInput::Aborted)
@@ -245,7 +249,7 @@ void AtModem::TakeData(const AtInput::Item& item)
     const AtMessages::Submission submission = messages.Submit(item.bytes);
     if (!submission.message)
         return Finish(submission.answer);
-    Meet({"SendSms"}, {submission.message->number, submission.message->text}, [this, submission] {
+    ExecuteUnderFault({"SendSms"}, {submission.message->number, submission.message->text}, [this, submission] {
         if (!modem.SendSms())
             return AtAnswer{AtAnswer::MessageError, CmsNoNetwork};
         messages.ForgetSubmitted(*submission.message);
@@ -253,17 +257,18 @@ void AtModem::TakeData(const AtInput::Item& item)
     });
 }
 
-/// Carries out what does the same as a method of the GSM daemon, under the fault that was planted there.
-void AtModem::Meet(const QStringList& methods, const QVariantList& arguments, const std::function<AtAnswer()>& act)
+/// Executes a command that corresponds to methods of the GSM daemon, subject to their faults.
+void AtModem::ExecuteUnderFault(const QStringList& methods, const QVariantList& arguments,
+                                const std::function<AtAnswer()>& action)
 {
-    contract.Narrate(methods.first(), arguments);
+    gsmService.RecordRequest(methods.first(), arguments);
     std::optional<Fault> fault;
     for (const QString& method : methods) {
         if (!fault)
-            fault = contract.TakeFault(method);
+            fault = gsmService.TakeFault(method);
     }
     if (!fault)
-        return Finish(act());
+        return Finish(action());
 
     switch (fault->kind) {
     case Fault::Silent:
@@ -275,19 +280,19 @@ void AtModem::Meet(const QStringList& methods, const QVariantList& arguments, co
         Finish({methods.first() == QLatin1String("SendSms") ? AtAnswer::MessageError : AtAnswer::EquipmentError,
                 fault->number});
         break;
-    case Fault::Delay: FinishLater(act(), fault->number); break;
+    case Fault::Delay: FinishLater(action(), fault->number); break;
     }
 }
 
 void AtModem::FinishLater(const AtAnswer& answer, int ms)
 {
     if (answer.result == AtAnswer::Later) {
-        arrivalDelay = ms;
+        powerAnswerDelay = ms;
         return Finish(answer);
     }
     waiting = true;
-    QTimer::singleShot(ms, this, [this, answer, asked = visit] {
-        if (!open || asked != visit)
+    QTimer::singleShot(ms, this, [this, answer, askedIn = session] {
+        if (!open || askedIn != session)
             return;
         Finish(answer);
         Process();
@@ -314,7 +319,7 @@ void AtModem::Finish(const AtAnswer& answer)
     }
 }
 
-/// Ends a command line, also before its end, and says what waited for that.
+/// Ends a command line, even if commands are left, and writes the reports that waited for its end.
 void AtModem::EndLine(const QByteArray& result)
 {
     Write(result);
@@ -332,7 +337,7 @@ void AtModem::Write(const QByteArray& line)
         Q_EMIT Output("\r\n" + line + "\r\n");
 }
 
-/// Says something unasked, between command lines.
+/// Writes an unsolicited result code. It must not interrupt a command line.
 void AtModem::Report(const QByteArray& line)
 {
     if (executing)
@@ -341,90 +346,90 @@ void AtModem::Report(const QByteArray& line)
         Write(line);
 }
 
-/// oFono's driver for this port expects some reports that no command asks for. ModemManager takes a report
-/// that it does not know for a part of the next answer, and then misreads, for one, which message formats there are.
-/// The two are told apart by a command that only the one sends.
-void AtModem::ReportUnasked(const QByteArray& line)
+/// oFono's driver for this port expects some reports that it does not enable by a command. ModemManager takes an
+/// unknown report for a part of the next answer, and then misreads, for example, the supported message formats. Each of
+/// the two sends a command that the other does not, which tells them apart.
+void AtModem::ReportToOfono(const QByteArray& line)
 {
-    if (reportsUnasked)
+    if (sendsOfonoReports)
         Report(line);
 }
 
 // Commands
 
-void AtModem::Accept(const char* name)
+void AtModem::AddIgnored(const char* name)
 {
     handlers.insert(name, [](const AtCommand&) { return AtAnswer(); });
 }
 
-void AtModem::Inform(const char* name, const QByteArray& text)
+void AtModem::AddInformation(const char* name, const QByteArray& text)
 {
     handlers.insert(name, [text](const AtCommand& command) {
-        return command.operation == AtCommand::Test ? AtAnswer() : AtAnswer{AtAnswer::Ok, 0, {text}};
+        return command.operation == AtCommand::Test ? AtAnswer() : AtAnswer::Line(text);
     });
 }
 
-void AtModem::Keep(const char* name, int most, int& value)
+void AtModem::AddSetting(const char* name, int max, int& value)
 {
-    handlers.insert(name, [name, most, &value](const AtCommand& command) {
+    handlers.insert(name, [name, max, &value](const AtCommand& command) {
         const QByteArray prefix = QByteArray(name) + ": ";
         if (command.operation == AtCommand::Test)
-            return AtAnswer{AtAnswer::Ok, 0, {prefix + "(0-" + QByteArray::number(most) + ')'}};
+            return AtAnswer::Line(prefix + "(0-" + QByteArray::number(max) + ')');
         if (command.operation == AtCommand::Read)
-            return AtAnswer{AtAnswer::Ok, 0, {prefix + QByteArray::number(value)}};
+            return AtAnswer::Line(prefix + QByteArray::number(value));
         const int wanted = command.Number(0, 0);
-        if (wanted < 0 || wanted > most)
+        if (wanted < 0 || wanted > max)
             return Refuse(CmeNotAllowed);
         value = wanted;
         return AtAnswer();
     });
 }
 
-void AtModem::HandleCommands()
+void AtModem::AddCommands()
 {
-    HandlePort();
-    HandleNetwork();
-    HandleCalls();
-    HandleData();
+    AddPortCommands();
+    AddNetworkCommands();
+    AddCallCommands();
+    AddDataCommands();
 }
 
-void AtModem::HandlePort()
+void AtModem::AddPortCommands()
 {
     for (const char* name : {"Q", "X", "&C", "&D", "&F", "Z", "+CSCS", "+IFC"})
-        Accept(name);
+        AddIgnored(name);
     handlers.insert("V", [](const AtCommand& command) {
         return command.Number(0, 1) == 1 ? AtAnswer() : AtAnswer{AtAnswer::Error};
     });
-    Keep("E", 1, settings.echo);
-    Keep("+CMEE", 2, settings.errorNumbers);
-    Inform("I", "Kova simulated modem");
-    Inform("+GCAP", "+GCAP: +CGSM");
+    AddSetting("E", 1, settings.echo);
+    AddSetting("+CMEE", 2, settings.errorNumbers);
+    AddInformation("I", "Kova simulated modem");
+    AddInformation("+GCAP", "+GCAP: +CGSM");
     handlers.insert("+WS46", [this](const AtCommand&) {
-        reportsUnasked = false;
-        return AtAnswer{AtAnswer::Ok, 0, {"+WS46: (12)"}}; // 3GPP TS 27.007, 5.9: GSM
+        sendsOfonoReports = false;
+        return AtAnswer::Line("+WS46: (12)"); // 3GPP TS 27.007, 5.9: GSM
     });
     for (const char* name : {"+CGMI", "+GMI"})
-        Inform(name, "Kova");
+        AddInformation(name, "Kova");
     for (const char* name : {"+CGMM", "+GMM"})
-        Inform(name, "Simulated modem");
+        AddInformation(name, "Simulated modem");
     for (const char* name : {"+CGMR", "+GMR"})
-        Inform(name, "1.0");
+        AddInformation(name, "1.0");
     for (const char* name : {"+CGSN", "+GSN"})
-        Inform(name, "490154203237518");
-    Inform("+CBC", "+CBC: 0,100");
+        AddInformation(name, "490154203237518");
+    AddInformation("+CBC", "+CBC: 0,100");
 }
 
-void AtModem::HandleNetwork()
+void AtModem::AddNetworkCommands()
 {
     handlers.insert("+CFUN", [this](const AtCommand& command) { return SetFunction(command); });
     const auto withSim = [this](const QByteArray& text) {
-        return modem.IsSimInserted() ? AtAnswer{AtAnswer::Ok, 0, {text}} : Refuse(CmeSimNotInserted);
+        return modem.IsSimInserted() ? AtAnswer::Line(text) : Refuse(CmeSimNotInserted);
     };
     handlers.insert("+CPIN", [withSim](const AtCommand& command) {
         return command.operation == AtCommand::Read ? withSim("+CPIN: READY") : AtAnswer();
     });
     handlers.insert("+CIMI", [withSim](const AtCommand&) { return withSim("001010123456789"); });
-    // ModemManager reads the card's own number there, and waits for it.
+    // ModemManager reads the card's serial number and does not go on without it.
     handlers.insert("+CRSM", [withSim](const AtCommand& command) {
         constexpr int ReadBinary = 176;   // 3GPP TS 27.007, 8.18
         constexpr int FileIccid = 0x2fe2; // 3GPP TS 31.102, 4.2
@@ -432,16 +437,14 @@ void AtModem::HandleNetwork()
                    ? withSim("+CRSM: 144,0,\"98941000000000000013\"")
                    : AtAnswer{AtAnswer::Error};
     });
-    // oFono's plugin for simulated modems asks for the card this way.
+    // oFono's plugin for simulated modems detects the card by this command.
     handlers.insert("+SIMSTATE", [this](const AtCommand&) {
-        reportsUnasked = true;
-        return AtAnswer{AtAnswer::Ok, 0, {"+SIMSTATE: " + QByteArray::number(int{modem.IsSimInserted()})}};
+        sendsOfonoReports = true;
+        return AtAnswer::Line("+SIMSTATE: " + QByteArray::number(int{modem.IsSimInserted()}));
     });
     handlers.insert("+CSQ", [this](const AtCommand&) {
-        return AtAnswer{
-            AtAnswer::Ok,
-            0,
-            {modem.PowerState() == Modem::Registered ? SignalText(modem.SignalStrength()) : QByteArray("+CSQ: 99,99")}};
+        const bool registered = modem.PowerState() == Modem::Registered;
+        return AtAnswer::Line(registered ? SignalText(modem.SignalStrength()) : QByteArray("+CSQ: 99,99"));
     });
     handlers.insert("+CREG",
                     [this](const AtCommand& command) { return ShowRegistration(command, settings.registration); });
@@ -450,11 +453,11 @@ void AtModem::HandleNetwork()
     handlers.insert("+COPS", [this](const AtCommand& command) { return SelectOperator(command); });
 }
 
-void AtModem::HandleCalls()
+void AtModem::AddCallCommands()
 {
-    Keep("+CRC", 1, settings.ringType);
-    Keep("+CLIP", 1, settings.callerNumber);
-    Keep("+CCWA", 1, settings.callWaiting);
+    AddSetting("+CRC", 1, settings.ringType);
+    AddSetting("+CLIP", 1, settings.callerNumber);
+    AddSetting("+CCWA", 1, settings.callWaiting);
     const Handler keepWaiting = handlers.value("+CCWA");
     handlers.insert("+CCWA", [this, keepWaiting](const AtCommand& command) {
         const AtAnswer answer = keepWaiting(command);
@@ -471,21 +474,21 @@ void AtModem::HandleCalls()
     };
     handlers.insert("H", hangUp);
     handlers.insert("+CHUP", hangUp);
-    handlers.insert("+CHLD", [this](const AtCommand& command) { return HandleWaiting(command); });
+    handlers.insert("+CHLD", [this](const AtCommand& command) { return ControlCalls(command); });
     handlers.insert("+CLCC", [this](const AtCommand& command) {
         return command.operation == AtCommand::Execute ? ListCalls() : AtAnswer();
     });
 }
 
-void AtModem::HandleData()
+void AtModem::AddDataCommands()
 {
-    Accept("+CGATT");
+    AddIgnored("+CGATT");
     handlers.insert("+CGDCONT", [this](const AtCommand& command) { return DefineContext(command); });
     handlers.insert("+CGACT", [this](const AtCommand& command) {
         if (command.operation == AtCommand::Test)
-            return AtAnswer{AtAnswer::Ok, 0, {"+CGACT: (0,1)"}};
+            return AtAnswer::Line("+CGACT: (0,1)");
         if (command.operation == AtCommand::Read)
-            return AtAnswer{AtAnswer::Ok, 0, {"+CGACT: 1," + QByteArray::number(int{contextActive})}};
+            return AtAnswer::Line("+CGACT: 1," + QByteArray::number(int{contextActive}));
         if (modem.PowerState() != Modem::Registered)
             return Refuse(CmeNoNetwork);
         contextActive = command.Number(0, 0) == 1;
@@ -498,9 +501,9 @@ AtAnswer AtModem::SetFunction(const AtCommand& command)
     const Modem::Power power = modem.PowerState();
     const bool isOn = power == Modem::On || power == Modem::Registered;
     if (command.operation == AtCommand::Test)
-        return {AtAnswer::Ok, 0, {"+CFUN: (0,1,4),(0)"}};
+        return AtAnswer::Line("+CFUN: (0,1,4),(0)");
     if (command.operation == AtCommand::Read)
-        return {AtAnswer::Ok, 0, {isOn ? "+CFUN: 1" : "+CFUN: 4"}};
+        return AtAnswer::Line(isOn ? "+CFUN: 1" : "+CFUN: 4");
 
     const int function = command.Number(0, -1);
     if (function != 0 && function != 1 && function != 4)
@@ -508,12 +511,12 @@ AtAnswer AtModem::SetFunction(const AtCommand& command)
     const bool enable = function == 1;
     if (enable ? isOn : power == Modem::Off)
         return {};
-    arrival = enable ? Modem::On : Modem::Off;
+    awaitedPower = enable ? Modem::On : Modem::Off;
     modem.SetEnabled(enable);
     return {AtAnswer::Later};
 }
 
-/// 3GPP TS 27.007, 7.2: 0 off, 1 registered, 2 searching.
+/// @return 0 for off, 1 for registered, 2 for searching (3GPP TS 27.007, 7.2).
 int AtModem::Registration() const
 {
     const Modem::Power power = modem.PowerState();
@@ -530,9 +533,9 @@ AtAnswer AtModem::ShowRegistration(const AtCommand& command, int& mode)
 {
     const QByteArray prefix = command.name.toLatin1() + ": ";
     if (command.operation == AtCommand::Test)
-        return {AtAnswer::Ok, 0, {prefix + "(0-2)"}};
+        return AtAnswer::Line(prefix + "(0-2)");
     if (command.operation != AtCommand::Set)
-        return {AtAnswer::Ok, 0, {prefix + QByteArray::number(mode) + ',' + RegistrationText(mode)}};
+        return AtAnswer::Line(prefix + QByteArray::number(mode) + ',' + RegistrationText(mode));
     mode = qBound(0, command.Number(0, 0), 2);
     return {};
 }
@@ -545,15 +548,12 @@ AtAnswer AtModem::SelectOperator(const AtCommand& command)
     const QByteArray name = settings.operatorFormat == FormatNumeric ? OperatorNumber : OperatorName;
     switch (command.operation) {
     case AtCommand::Test:
-        return {AtAnswer::Ok,
-                0,
-                {QByteArray("+COPS: (") + (registered ? '2' : '1') + ",\"" + OperatorName + "\",\"" + OperatorName +
-                 "\",\"" + OperatorNumber + "\",0),,(0,1,3),(0-2)"}};
+        return AtAnswer::Line(QByteArray("+COPS: (") + (registered ? '2' : '1') + ",\"" + OperatorName + "\",\"" +
+                              OperatorName + "\",\"" + OperatorNumber + "\",0),,(0,1,3),(0-2)");
     case AtCommand::Read:
-        return {AtAnswer::Ok,
-                0,
-                {"+COPS: 0" + (registered ? ',' + QByteArray::number(settings.operatorFormat) + ",\"" + name + "\",0"
-                                          : QByteArray())}};
+        return AtAnswer::Line(
+            "+COPS: 0" +
+            (registered ? ',' + QByteArray::number(settings.operatorFormat) + ",\"" + name + "\",0" : QByteArray()));
     case AtCommand::Execute:
     case AtCommand::Set: break;
     }
@@ -575,7 +575,7 @@ AtAnswer AtModem::Dial(const AtCommand& command)
     return {modem.Dial(number) ? AtAnswer::Ok : AtAnswer::NoCarrier};
 }
 
-/// 3GPP TS 27.007, 7.18.
+/// The states of calls are those of 3GPP TS 27.007, 7.18.
 AtAnswer AtModem::ListCalls() const
 {
     static constexpr int states[] = {3, 4, 5, 0}; // alerting, incoming, waiting, active
@@ -590,17 +590,17 @@ AtAnswer AtModem::ListCalls() const
     return answer;
 }
 
-/// 3GPP TS 22.030, 6.5.5: 0 refuses the call that waits or rings, 1 ends the call and takes the one that waits, 1 and a
-/// number ends that call. There is no holding.
-AtAnswer AtModem::HandleWaiting(const AtCommand& command)
+/// Implements 3GPP TS 22.030, 6.5.5, without holding: 0 rejects the call that waits or rings, 1 ends the active call
+/// and accepts the one that waits, and 1 with a call's number ends that call.
+AtAnswer AtModem::ControlCalls(const AtCommand& command)
 {
     if (command.operation == AtCommand::Test)
-        return {AtAnswer::Ok, 0, {"+CHLD: (0,1,1x)"}};
+        return AtAnswer::Line("+CHLD: (0,1,1x)");
     const QString action = command.parameters.value(0);
     if (action.size() == 2 && action.startsWith(QLatin1Char('1')))
         return modem.Hangup(action.mid(1).toInt()) ? AtAnswer() : Refuse(CmeNotAllowed);
     if (action == QLatin1String("1"))
-        return modem.TakeWaiting() ? AtAnswer() : Refuse(CmeNotAllowed);
+        return modem.SwitchToWaiting() ? AtAnswer() : Refuse(CmeNotAllowed);
     for (const Call& call : modem.Calls()) {
         const bool isNew = call.state == Call::Waiting || call.state == Call::Ringing;
         if (action == QLatin1String("0") && isNew)
@@ -612,8 +612,8 @@ AtAnswer AtModem::HandleWaiting(const AtCommand& command)
 AtAnswer AtModem::DefineContext(const AtCommand& command)
 {
     switch (command.operation) {
-    case AtCommand::Test: return {AtAnswer::Ok, 0, {"+CGDCONT: (1-4),\"IP\",,,(0),(0)"}};
-    case AtCommand::Read: return {AtAnswer::Ok, 0, {"+CGDCONT: 1,\"IP\"," + Quoted(modem.Apn()) + ",\"\",0,0"}};
+    case AtCommand::Test: return AtAnswer::Line("+CGDCONT: (1-4),\"IP\",,,(0),(0)");
+    case AtCommand::Read: return AtAnswer::Line("+CGDCONT: 1,\"IP\"," + Quoted(modem.Apn()) + ",\"\",0,0");
     case AtCommand::Execute:
     case AtCommand::Set: break;
     }
@@ -624,10 +624,10 @@ AtAnswer AtModem::DefineContext(const AtCommand& command)
 
 void AtModem::OnPowerChanged()
 {
-    const bool arrived = arrival && (modem.PowerState() == *arrival ||
-                                     (*arrival == Modem::On && modem.PowerState() == Modem::Registered));
-    if (const int registration = Registration(); registration != reported) {
-        reported = registration;
+    const bool arrived = awaitedPower && (modem.PowerState() == *awaitedPower ||
+                                          (*awaitedPower == Modem::On && modem.PowerState() == Modem::Registered));
+    if (const int registration = Registration(); registration != reportedRegistration) {
+        reportedRegistration = registration;
         contextActive = contextActive && registration == 1;
         if (settings.registration > 0)
             Report("+CREG: " + RegistrationText(settings.registration));
@@ -635,12 +635,12 @@ void AtModem::OnPowerChanged()
             Report("+CGREG: " + RegistrationText(settings.packetRegistration));
     }
     if (arrived) {
-        arrival.reset();
-        FinishLater({}, std::exchange(arrivalDelay, 0));
+        awaitedPower.reset();
+        FinishLater({}, std::exchange(powerAnswerDelay, 0));
     }
 }
 
-void AtModem::OnCallCame(const Call& call)
+void AtModem::OnCallReceived(const Call& call)
 {
     if (call.state == Call::Waiting) {
         Report("+CCWA: " + Quoted(call.number) + ',' + QByteArray::number(NumberType(call.number)) + ",1");
@@ -651,7 +651,7 @@ void AtModem::OnCallCame(const Call& call)
         ringTimer.start();
 }
 
-/// 3GPP TS 27.007, 7.11: the last field of a withheld number says so.
+/// The last field of +CLIP tells whether the number is withheld (3GPP TS 27.007, 7.11).
 void AtModem::ReportRing()
 {
     for (const Call& call : modem.Calls()) {
@@ -668,13 +668,13 @@ void AtModem::ReportRing()
 
 void AtModem::DeliverMessages()
 {
-    arrivalTimer.stop();
-    while (!arriving.isEmpty()) {
-        const QByteArray report = messages.Deliver(arriving.takeFirst(), open && !modem.IsSilent());
+    deliveryTimer.stop();
+    while (!incomingUnits.isEmpty()) {
+        const QByteArray report = messages.Deliver(incomingUnits.takeFirst(), open && !modem.IsSilent());
         if (report.isEmpty())
             continue;
         Report(report);
-        arrivalTimer.start(MessageIntervalMs);
+        deliveryTimer.start(MessageIntervalMs);
         return;
     }
 }

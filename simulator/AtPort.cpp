@@ -24,12 +24,12 @@ bool WouldBlock()
 
 AtPort::~AtPort()
 {
-    // The objects connected to the signals may be gone.
+    // The receivers of the signals may have been destroyed.
     blockSignals(true);
     Close();
-    for (Entrance& entrance : entrances) {
-        entrance.arrival.reset();
-        close(entrance.socket);
+    for (Listener& listener : listeners) {
+        listener.connectable.reset();
+        close(listener.socket);
     }
 }
 
@@ -59,46 +59,46 @@ QString AtPort::ListenOnAbstract(const QString& name)
                   label);
 }
 
-QString AtPort::Listen(int listener, const void* address, unsigned size, const QString& name)
+QString AtPort::Listen(int socket, const void* address, unsigned size, const QString& name)
 {
-    if (listener < 0 || bind(listener, static_cast<const sockaddr*>(address), size) != 0 || listen(listener, 1) != 0) {
+    if (socket < 0 || bind(socket, static_cast<const sockaddr*>(address), size) != 0 || listen(socket, 1) != 0) {
         const QString problem = name + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno));
-        if (listener >= 0)
-            close(listener);
+        if (socket >= 0)
+            close(socket);
         return problem;
     }
-    Entrance entrance{listener, std::make_unique<QSocketNotifier>(listener, QSocketNotifier::Read)};
-    connect(entrance.arrival.get(), &QSocketNotifier::activated, this, [this, listener] { Accept(listener); });
-    entrances.push_back(std::move(entrance));
-    Admit();
+    auto connectable = std::make_unique<QSocketNotifier>(socket, QSocketNotifier::Read);
+    connect(connectable.get(), &QSocketNotifier::activated, this, [this, socket] { Accept(socket); });
+    listeners.push_back({socket, std::move(connectable)});
+    UpdateListening();
     return {};
 }
 
 /// Accepts connections while the port is free.
-void AtPort::Admit()
+void AtPort::UpdateListening()
 {
-    for (Entrance& entrance : entrances)
-        entrance.arrival->setEnabled(client < 0 || !plugged);
+    for (Listener& listener : listeners)
+        listener.connectable->setEnabled(client < 0 || !plugged);
 }
 
-void AtPort::Accept(int listener)
+void AtPort::Accept(int listeningSocket)
 {
-    const int arrived = accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    if (arrived < 0)
+    const int accepted = accept4(listeningSocket, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (accepted < 0)
         return;
-    if (!plugged || client >= 0) { // both entrances may have had a connection in one turn
-        close(arrived);
+    if (!plugged || client >= 0) { // two sockets may become connectable in the same turn
+        close(accepted);
         return;
     }
     const int yes = 1;
-    setsockopt(arrived, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes); // fails on the other kind of socket, harmlessly
-    client = arrived;
+    setsockopt(accepted, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes); // fails harmlessly on a local socket
+    client = accepted;
     readable = std::make_unique<QSocketNotifier>(client, QSocketNotifier::Read);
     writable = std::make_unique<QSocketNotifier>(client, QSocketNotifier::Write);
     writable->setEnabled(false);
     connect(readable.get(), &QSocketNotifier::activated, this, &AtPort::OnReadable);
     connect(writable.get(), &QSocketNotifier::activated, this, &AtPort::OnWritable);
-    Admit();
+    UpdateListening();
     Q_EMIT Opened();
 }
 
@@ -107,14 +107,14 @@ void AtPort::SetPlugged(bool plugged)
     this->plugged = plugged;
     if (!plugged)
         Close();
-    Admit();
+    UpdateListening();
 }
 
 void AtPort::Close()
 {
     if (client < 0)
         return;
-    // The notifiers may be in the middle of their own signal.
+    // The caller may be a slot of one of the notifiers.
     for (std::unique_ptr<QSocketNotifier>* notifier : {&readable, &writable}) {
         (*notifier)->setEnabled(false);
         notifier->release()->deleteLater();
@@ -122,7 +122,7 @@ void AtPort::Close()
     close(client);
     client = -1;
     pending.clear();
-    Admit();
+    UpdateListening();
     Q_EMIT Closed();
 }
 
@@ -152,6 +152,6 @@ void AtPort::OnWritable()
     if (size > 0)
         pending.remove(0, static_cast<int>(size));
     else if (size < 0 && !WouldBlock())
-        pending.clear(); // the end of the connection is read next
+        pending.clear(); // OnReadable() will notice the end of the connection
     writable->setEnabled(!pending.isEmpty());
 }

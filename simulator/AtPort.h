@@ -6,9 +6,10 @@
 #include <QSocketNotifier>
 
 #include <memory>
+#include <vector>
 
-/// A serial port that is reached through a socket. One program at a time has it open; the next connection is accepted
-/// when it is closed.
+/// A serial port that is reached through a socket. Only one program can have it open: the next connection is accepted
+/// when the previous one is closed.
 class AtPort : public QObject
 {
     Q_OBJECT
@@ -16,16 +17,16 @@ class AtPort : public QObject
 public:
     ~AtPort() override;
 
-    /// Each opens one more entrance. @return an empty text, or what prevents it.
+    /// Each call adds a listening socket. @return an error message, empty on success.
     QString ListenOnTcp(quint16 port);
     QString ListenOnAbstract(const QString& name);
 
     bool IsOpen() const { return client >= 0; }
-    /// Never blocks. When the program does not read, at most 256 KiB are kept for it, and further data are dropped.
+    /// Never blocks. Up to 256 KiB are buffered for a program that does not read; further data are dropped.
     void Write(const QByteArray& data);
-    /// Ends the connection, as a device that is unplugged.
+    /// Ends the connection.
     void Close();
-    /// While unplugged, connections are closed at once.
+    /// Unplugging ends the connection. While the port is unplugged, new connections are closed at once.
     void SetPlugged(bool plugged);
 
 Q_SIGNALS:
@@ -35,20 +36,20 @@ Q_SIGNALS:
 
 private:
     QString Listen(int socket, const void* address, unsigned size, const QString& name);
-    void Accept(int listener);
-    void Admit();
+    void Accept(int listeningSocket);
+    void UpdateListening();
     void OnReadable();
     void OnWritable();
 
-    struct Entrance {
+    struct Listener {
         int socket;
-        std::unique_ptr<QSocketNotifier> arrival;
+        std::unique_ptr<QSocketNotifier> connectable;
     };
 
-    std::vector<Entrance> entrances;
+    std::vector<Listener> listeners;
     bool plugged = true;
     int client = -1;
     std::unique_ptr<QSocketNotifier> readable;
     std::unique_ptr<QSocketNotifier> writable;
-    QByteArray pending; ///< written and not yet taken by the other end
+    QByteArray pending; ///< data that the other end has not yet accepted
 };

@@ -2,8 +2,8 @@
 
 Audio::Audio(BusService& soundManager, BusService& outputControl, BusService& inputControl)
 {
-    Keep(soundManager, "SetAmplifiersDefault", "amplifiers", QVariant::fromValue<uchar>(1));
-    Tell(soundManager, "GetAmplifiersDefault", "amplifiers");
+    AddSetter(soundManager, "SetAmplifiersDefault", "amplifiers", QVariant::fromValue<uchar>(1));
+    AddGetter(soundManager, "GetAmplifiersDefault", "amplifiers");
     state["playing"] = "";
     soundManager.Handle("PlayGsmVoice", [this](const QVariantList&) {
         state["playing"] = "gsmvoice";
@@ -15,24 +15,24 @@ Audio::Audio(BusService& soundManager, BusService& outputControl, BusService& in
         return Answer();
     });
 
-    Keep(outputControl, "SetOutputType", "output-type", 1U);
-    Tell(outputControl, "GetOutputType", "output-type");
-    Keep(outputControl, "SetOutputMask", "output-mask", QVariant::fromValue<uchar>(1));
-    Tell(outputControl, "GetOutputMask", "output-mask");
-    Keep(outputControl, "SetInputOutputRouting", "routing", QVariant::fromValue<uchar>(0));
-    Tell(outputControl, "GetInputOutputRouting", "routing");
-    Keep(outputControl, "SetLineMute", "line-mute", false);
-    Keep(outputControl, "SetPcmVolume", "pcm-volume", 50U);
+    AddSetter(outputControl, "SetOutputType", "output-type", 1U);
+    AddGetter(outputControl, "GetOutputType", "output-type");
+    AddSetter(outputControl, "SetOutputMask", "output-mask", QVariant::fromValue<uchar>(1));
+    AddGetter(outputControl, "GetOutputMask", "output-mask");
+    AddSetter(outputControl, "SetInputOutputRouting", "routing", QVariant::fromValue<uchar>(0));
+    AddGetter(outputControl, "GetInputOutputRouting", "routing");
+    AddSetter(outputControl, "SetLineMute", "line-mute", false);
+    AddSetter(outputControl, "SetPcmVolume", "pcm-volume", 50U);
     outputControl.Handle("ApplyOutputType", [](const QVariantList&) { return Answer(); });
 
-    Keep(inputControl, "SetInputSource", "input-source", 1);
-    Tell(inputControl, "GetInputSource", "input-source");
-    Keep(inputControl, "SetMute", "input-mute", false);
-    Tell(inputControl, "GetMute", "input-mute");
-    Keep(inputControl, "SetVol", "input-volume", 0.5);
-    Tell(inputControl, "GetVol", "input-volume");
+    AddSetter(inputControl, "SetInputSource", "input-source", 1);
+    AddGetter(inputControl, "GetInputSource", "input-source");
+    AddSetter(inputControl, "SetMute", "input-mute", false);
+    AddGetter(inputControl, "GetMute", "input-mute");
+    AddSetter(inputControl, "SetVol", "input-volume", 0.5);
+    AddGetter(inputControl, "GetVol", "input-volume");
     state["capture"] = false;
-    Tell(inputControl, "GetCaptureEnabled", "capture");
+    AddGetter(inputControl, "GetCaptureEnabled", "capture");
     inputControl.Handle("CaptureStart", [this](const QVariantList&) {
         state["capture"] = true;
         return Answer();
@@ -43,7 +43,7 @@ Audio::Audio(BusService& soundManager, BusService& outputControl, BusService& in
     });
 }
 
-void Audio::Keep(BusService& service, const QString& method, const QString& key, const QVariant& initial)
+void Audio::AddSetter(BusService& service, const QString& method, const QString& key, const QVariant& initial)
 {
     state[key] = initial;
     service.Handle(method, [this, key](const QVariantList& arguments) {
@@ -52,7 +52,7 @@ void Audio::Keep(BusService& service, const QString& method, const QString& key,
     });
 }
 
-void Audio::Tell(BusService& service, const QString& method, const QString& key)
+void Audio::AddGetter(BusService& service, const QString& method, const QString& key)
 {
     service.Handle(method, [this, key](const QVariantList&) { return Answer{0, {state.value(key)}}; });
 }

@@ -2,7 +2,7 @@
 
 #include "BusService.h"
 
-/// The device's audio path behind its three services. It keeps what it is told.
+/// The device's audio path behind its three services. It stores every setting and returns it on request.
 class Audio
 {
 public:
@@ -11,8 +11,10 @@ public:
     QVariantMap State() const { return state; }
 
 private:
-    void Keep(BusService& service, const QString& method, const QString& key, const QVariant& initial);
-    void Tell(BusService& service, const QString& method, const QString& key);
+    /// Handles a method that stores its argument in the state.
+    void AddSetter(BusService& service, const QString& method, const QString& key, const QVariant& initial);
+    /// Handles a method that returns a value of the state.
+    void AddGetter(BusService& service, const QString& method, const QString& key);
 
     QVariantMap state;
 };

@@ -1,5 +1,7 @@
 #include "BusService.h"
 
+#include "BusValues.h"
+
 #include <QDBusError>
 #include <QDBusMessage>
 #include <QTimer>
@@ -8,7 +10,7 @@ BusService::BusService(const QString& shortName, const char* busName, const char
     : shortName(shortName),
       busName(busName),
       objectPath(objectPath),
-      interface(BuiltInDescription(interface))
+      interface(InterfaceDescription::BuiltIn(interface))
 {
 }
 
@@ -38,7 +40,7 @@ QString BusService::Join()
     if (!bus.isConnected())
         return QStringLiteral("no session bus");
     onBus = true;
-    ++visit;
+    ++session;
     if (bus.registerVirtualObject(objectPath, this) && bus.registerService(busName)) {
         Q_EMIT Joined();
         return {};
@@ -61,9 +63,9 @@ void BusService::Send(const QString& signal, const QVariantList& arguments)
     const QStringList types = interface.Signals().value(signal);
     Q_ASSERT(interface.Signals().contains(signal) && types.size() == arguments.size());
 
-    if (!onBus && !narrating)
+    if (!onBus && !reportsOffBus)
         return;
-    Q_EMIT Sent(shortName + QLatin1Char(' ') + signal + Show(arguments));
+    Q_EMIT SignalSent(shortName + QLatin1Char(' ') + signal + ToText(arguments));
     if (!onBus)
         return;
     QDBusMessage message = QDBusMessage::createSignal(objectPath, interface.Name(), signal);
@@ -77,9 +79,9 @@ QString BusService::introspect(const QString&) const
     return interface.Element();
 }
 
-void BusService::Narrate(const QString& method, const QVariantList& arguments)
+void BusService::RecordRequest(const QString& method, const QVariantList& arguments)
 {
-    Q_EMIT Asked(shortName + QLatin1Char(' ') + method + Show(arguments));
+    Q_EMIT RequestReceived(shortName + QLatin1Char(' ') + method + ToText(arguments));
 }
 
 QStringList BusService::Faults() const
@@ -101,14 +103,14 @@ std::optional<Fault> BusService::TakeFault(const QString& method)
     return fault;
 }
 
-Answer BusService::Carry(const QDBusMessage& request, const std::optional<Fault>& fault)
+Answer BusService::Execute(const QDBusMessage& request, const std::optional<Fault>& fault)
 {
     const bool refused = fault && fault->kind == Fault::Status;
-    // A method that delivers values changes nothing: its values stand beside a status of failure, too.
-    const bool delivers = interface.Methods().value(request.member()).out.size() > 1;
+    // A method that returns values changes nothing, so a failure may return them, too.
+    const bool isQuery = interface.Methods().value(request.member()).out.size() > 1;
 
     Answer answer;
-    if (!refused || delivers)
+    if (!refused || isQuery)
         answer = handlers.value(request.member())(request.arguments());
     if (refused)
         answer.status = fault->number;
@@ -125,8 +127,8 @@ bool BusService::handleMessage(const QDBusMessage& message, const QDBusConnectio
 {
     const QString method = message.member();
     const bool known = interface.Methods().contains(method);
-    const bool meant = message.interface() == interface.Name() || (message.interface().isEmpty() && known);
-    if (message.type() != QDBusMessage::MethodCallMessage || !meant)
+    const bool isOurs = message.interface() == interface.Name() || (message.interface().isEmpty() && known);
+    if (message.type() != QDBusMessage::MethodCallMessage || !isOurs)
         return false;
     if (!known) {
         Reply(message.createErrorReply(QDBusError::UnknownMethod,
@@ -140,7 +142,7 @@ bool BusService::handleMessage(const QDBusMessage& message, const QDBusConnectio
                                        QStringLiteral("%1 takes \"%2\"").arg(method, types.in.join(QString()))));
         return true;
     }
-    Narrate(method, message.arguments());
+    RecordRequest(method, message.arguments());
 
     const std::optional<Fault> fault = TakeFault(method);
     if (fault && fault->kind == Fault::Silent)
@@ -150,15 +152,15 @@ bool BusService::handleMessage(const QDBusMessage& message, const QDBusConnectio
         return true;
     }
 
-    const Answer answer = Carry(message, fault);
+    const Answer answer = Execute(message, fault);
     QVariantList values{answer.status};
     for (int i = 1; i < types.out.size(); ++i)
         values.append(ToBusType(answer.values.value(i - 1), types.out.at(i)));
     const QDBusMessage reply = message.createReply(values);
 
     if (fault && fault->kind == Fault::Delay) {
-        QTimer::singleShot(fault->number, this, [this, reply, asked = visit] {
-            if (asked == visit)
+        QTimer::singleShot(fault->number, this, [this, reply, askedIn = session] {
+            if (askedIn == session)
                 Reply(reply);
         });
     } else {

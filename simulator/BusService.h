@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Interface.h"
+#include "InterfaceDescription.h"
 
 #include <QDBusConnection>
 #include <QDBusVirtualObject>
@@ -8,25 +8,25 @@
 #include <functional>
 #include <optional>
 
-/// What a device service answers to a request: a status, 0 for success, and the further values of the method.
+/// A service's answer to a request: a status, 0 for success, and the method's other output values.
 struct Answer {
     int status = 0;
     QVariantList values = {};
 };
 
-/// What goes wrong with a method.
+/// An injected fault of a method.
 struct Fault {
     enum Kind { Status, Error, Silent, Delay };
 
     Kind kind = Silent;
     int number = 0;             ///< the status, or the delay in milliseconds
-    QString error = {};         ///< the D-Bus error's name
-    std::optional<int> times{}; ///< how many requests it hits; all when not set
-    QString text = {};          ///< as it was asked for
+    QString error = {};         ///< the name of the D-Bus error
+    std::optional<int> times{}; ///< how many requests it affects; all of them if not set
+    QString text = {};          ///< the command that injected it
 };
 
-/// One of the device's services, on a bus connection of its own, so that it can leave the bus as a process that dies.
-/// The interface's description rules what is taken and answered.
+/// One of the device's services. It has a bus connection of its own so that it can leave the bus like a process that
+/// crashes. Requests and answers follow the interface description.
 class BusService : public QDBusVirtualObject
 {
     Q_OBJECT
@@ -34,36 +34,36 @@ class BusService : public QDBusVirtualObject
 public:
     using Handler = std::function<Answer(const QVariantList& arguments)>;
 
-    /// @param shortName what console and history call it.
+    /// @param shortName its name on the console and in the history.
     BusService(const QString& shortName, const char* busName, const char* objectPath, const char* interface);
     ~BusService() override;
 
     const QString& ShortName() const { return shortName; }
     const InterfaceDescription& Description() const { return interface; }
 
-    /// Sets what a method does.
+    /// Sets the handler of a method.
     void Handle(const QString& method, const Handler& handler);
-    /// Ends the program if a method of the description has no handler: a fault of the build.
+    /// Ends the program if a method of the description has no handler, which is a programming error.
     void CheckComplete() const;
 
-    /// Enters the bus. @return an empty text, or what prevents it.
+    /// Connects to the bus and claims the name. @return an error message, empty on success.
     QString Join();
-    /// Leaves the bus; requests that wait for an answer fail at once.
+    /// Disconnects from the bus. Requests that wait for an answer fail at once.
     void Leave();
     bool IsOnBus() const { return onBus; }
 
-    /// Emits Asked() and Sent() for events of another front end, too, in this interface's terms.
-    void SetNarrating() { narrating = true; }
-    /// Records a request that another front end has taken.
-    void Narrate(const QString& method, const QVariantList& arguments);
+    /// Emits SignalSent() even while the service is not on the bus, for a modem that has another front end.
+    void ReportOffBusToo() { reportsOffBus = true; }
+    /// Emits RequestReceived(). Another front end calls this for requests that correspond to the method.
+    void RecordRequest(const QString& method, const QVariantList& arguments);
 
-    /// The fault that the next request for a method meets; it counts as met.
+    /// @return the fault of a method, if any. Counts as one request for it.
     std::optional<Fault> TakeFault(const QString& method);
     void SetFault(const QString& method, const Fault& fault) { faults.insert(method, fault); }
     void ClearFault(const QString& method) { faults.remove(method); }
     QStringList Faults() const;
 
-    /// Sends a signal of the interface; nothing while the service is not on the bus.
+    /// Sends a signal of the interface. Does nothing while the service is not on the bus.
     void Send(const QString& signal, const QVariantList& arguments = {});
 
     QString introspect(const QString& path) const override;
@@ -71,11 +71,11 @@ public:
 
 Q_SIGNALS:
     void Joined();
-    void Asked(const QString& request);
-    void Sent(const QString& signal);
+    void RequestReceived(const QString& request);
+    void SignalSent(const QString& signal);
 
 private:
-    Answer Carry(const QDBusMessage& request, const std::optional<Fault>& fault);
+    Answer Execute(const QDBusMessage& request, const std::optional<Fault>& fault);
     void Reply(const QDBusMessage& reply);
     QString ConnectionName() const { return QStringLiteral("simulator-") + shortName; }
 
@@ -86,6 +86,6 @@ private:
     QMap<QString, Handler> handlers;
     QMap<QString, Fault> faults;
     bool onBus = false;
-    bool narrating = false;
-    int visit = 0; ///< counts the times on the bus: a late answer is for the visit that was asked
+    bool reportsOffBus = false;
+    int session = 0; ///< counts the connections to the bus: a delayed answer must not be sent in a later one
 };

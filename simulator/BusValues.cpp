@@ -1,18 +1,6 @@
-#include "Interface.h"
+#include "BusValues.h"
 
 #include <QDBusArgument>
-#include <QFile>
-
-InterfaceDescription BuiltInDescription(const QString& interface)
-{
-    QFile file(QStringLiteral(":/dbus/%1.xml").arg(interface));
-    if (!file.open(QIODevice::ReadOnly))
-        qFatal("No description of %s", qPrintable(interface));
-    const auto description = InterfaceDescription::Read(QString::fromUtf8(file.readAll()), interface);
-    if (!description)
-        qFatal("The description of %s is broken", qPrintable(interface));
-    return *description;
-}
 
 QVariant ToBusType(const QVariant& value, const QString& type)
 {
@@ -44,23 +32,23 @@ QVariant ToBusType(const QVariant& value, const QString& type)
     return ok ? result : QVariant();
 }
 
-QString Show(const QVariant& value)
+QString ToText(const QVariant& value)
 {
     const int type = value.userType();
     if (type == qMetaTypeId<QDBusArgument>()) {
-        // The one container in what the interfaces carry; within its values peers may send any other.
+        // The interfaces have no other container, but its values may be anything that a peer sends.
         const QString signature = qvariant_cast<QDBusArgument>(value).currentSignature();
-        return signature == QLatin1String("a{sv}") ? Show(qdbus_cast<QVariantMap>(value))
+        return signature == QLatin1String("a{sv}") ? ToText(qdbus_cast<QVariantMap>(value))
                                                    : QLatin1Char('<') + signature + QLatin1Char('>');
     }
     if (type == QMetaType::QVariantMap) {
         QStringList entries;
         const QVariantMap map = value.toMap();
         for (auto entry = map.begin(); entry != map.end(); ++entry)
-            entries.append(entry.key() + QLatin1Char('=') + Show(entry.value()));
+            entries.append(entry.key() + QLatin1Char('=') + ToText(entry.value()));
         return QLatin1Char('{') + entries.join(QStringLiteral(", ")) + QLatin1Char('}');
     }
-    if (type == QMetaType::UChar) // would be a character otherwise
+    if (type == QMetaType::UChar) // toString() would return a character
         return QString::number(value.toUInt());
     if (type != QMetaType::QString)
         return value.toString();
@@ -74,10 +62,10 @@ QString Show(const QVariant& value)
     return QLatin1Char('"') + text + QLatin1Char('"');
 }
 
-QString Show(const QVariantList& values)
+QString ToText(const QVariantList& values)
 {
     QStringList texts;
     for (const QVariant& value : values)
-        texts.append(Show(value));
+        texts.append(ToText(value));
     return QLatin1Char('(') + texts.join(QStringLiteral(", ")) + QLatin1Char(')');
 }

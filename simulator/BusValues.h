@@ -1,17 +1,11 @@
 #pragma once
 
-#include "InterfaceDescription.h"
-
 #include <QVariant>
 
-/// Reads a description that is built into the program. One that is not there or broken ends the program: it is a fault
-/// of the build.
-InterfaceDescription BuiltInDescription(const QString& interface);
-
-/// Converts to the exact type that a D-Bus type stands for (b, y, i, u, d, s, as, a{sv}).
-/// @return an invalid value when that is not possible.
+/// Converts a value to the Qt type that carries a D-Bus type: b, y, i, u, d, s, as or a{sv}.
+/// @return an invalid value if the conversion is not possible.
 QVariant ToBusType(const QVariant& value, const QString& type);
 
-/// A value as console and history show it: texts in quotes, control characters visible.
-QString Show(const QVariant& value);
-QString Show(const QVariantList& values);
+/// The form of a value on the console and in the history: strings are quoted, and their control characters escaped.
+QString ToText(const QVariant& value);
+QString ToText(const QVariantList& values);

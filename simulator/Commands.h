@@ -2,11 +2,14 @@
 
 #include "Device.h"
 
-/// Splits a line at blanks. Double quotes hold a word with blanks together, a backslash takes the next character as it
-/// is. @return nothing when a quote is not closed.
+#include <functional>
+#include <type_traits>
+
+/// Splits a line into words at blanks. Double quotes enclose a word with blanks, and a backslash escapes the next
+/// character. @return nothing if a quote is not closed or a backslash ends the line.
 std::optional<QStringList> SplitWords(const QString& line);
 
-/// The commands that steer the device, from console, bus and scenario alike.
+/// The commands that control the device, the same on the console, on the bus and in scenarios.
 class Commands : public QObject
 {
     Q_OBJECT
@@ -14,20 +17,20 @@ class Commands : public QObject
 public:
     struct Result {
         bool done;
-        QString text; ///< what came of it, or why it was refused
+        QString text; ///< the output, or why the command was refused
     };
 
-    /// A line that was read: what it does, or why it makes no sense.
+    /// A parsed line.
     struct Prepared {
-        std::function<Result()> run;
-        QString problem;
+        std::function<Result()> run; ///< empty if the line is invalid
+        QString problem;             ///< why it is invalid
     };
 
     explicit Commands(Device& device);
 
-    /// Reads one line and does nothing yet.
+    /// Parses a line without executing it.
     Prepared Prepare(const QString& line) const;
-    /// Carries out one line. A line that is refused has changed nothing.
+    /// Parses and executes a line. A line that is refused changes nothing.
     Result Run(const QString& line) const;
 
 Q_SIGNALS:
@@ -35,24 +38,45 @@ Q_SIGNALS:
 
 private:
     struct Command {
-        QString usage; ///< its first word is the command
-        QString about;
-        int least; ///< arguments
-        int most;
+        QString usage; ///< begins with the name of the command
+        QString description;
+        int minArguments;
+        int maxArguments;
         std::function<Prepared(const QStringList& arguments)> prepare;
 
         QString Name() const { return usage.section(QLatin1Char(' '), 0, 0); }
     };
 
-    void AddWorld();
-    void AddDevice();
-    void AddConsole();
-    Prepared SteerDaemon(const QStringList& arguments) const;
-    Prepared SetFault(const QStringList& arguments) const;
+    void AddWorldCommands();
+    void AddDeviceCommands();
+    void AddConsoleCommands();
+    Prepared PrepareDaemon(const QStringList& arguments) const;
+    Prepared PrepareFault(const QStringList& arguments) const;
     const Command* Find(const QString& name) const;
     QString Help() const;
-    QString Offer(const QStringList& words) const;
+    QString Completions(const QStringList& words) const;
 
     Device& device;
     QList<Command> commands;
 };
+
+/// @return a line that cannot be executed.
+inline Commands::Prepared Invalid(const QString& problem)
+{
+    return {{}, problem};
+}
+
+/// @param action returns nothing if it always succeeds, or else why it was refused, empty on success.
+template <typename Action>
+Commands::Prepared PrepareAction(Action action)
+{
+    return {[action] {
+                QString problem;
+                if constexpr (std::is_void_v<decltype(action())>)
+                    action();
+                else
+                    problem = action();
+                return Commands::Result{problem.isEmpty(), problem};
+            },
+            {}};
+}

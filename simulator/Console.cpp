@@ -7,7 +7,7 @@
 namespace
 {
 
-constexpr int LineSize = 16384; ///< the longest line; longer ones are no commands
+constexpr int MaxLine = 16384; ///< bytes
 
 }
 
@@ -25,16 +25,16 @@ void Console::OnReadable()
     if (size <= 0) {
         readable.setEnabled(false);
         if (!pending.isEmpty() || tooLong)
-            Take(pending); // a last line without its end
+            Run(pending); // the last line has no line end
         return;
     }
 
     for (const char* next = buffer; next != buffer + size; ++next) {
         if (*next == '\n') {
-            Take(pending);
+            Run(pending);
             pending.clear();
             tooLong = false;
-        } else if (pending.size() == LineSize) {
+        } else if (pending.size() == MaxLine) {
             pending.clear();
             tooLong = true;
         } else if (!tooLong) {
@@ -43,10 +43,10 @@ void Console::OnReadable()
     }
 }
 
-void Console::Take(const QByteArray& line)
+void Console::Run(const QByteArray& line)
 {
     const Commands::Result result =
-        tooLong ? Commands::Result{false, QStringLiteral("a line has at most %1 bytes").arg(LineSize)}
+        tooLong ? Commands::Result{false, QStringLiteral("a line has at most %1 bytes").arg(MaxLine)}
                 : commands.Run(QString::fromUtf8(line));
     if (!result.text.isEmpty())
         std::printf("%s%s\n", result.done ? "" : "refused: ", qPrintable(result.text));

@@ -4,8 +4,8 @@
 
 #include <QSocketNotifier>
 
-/// Reads commands from standard input that is no terminal, one a line. The end of input does not end the device: a
-/// script may start it without any.
+/// Reads commands from a standard input that is not a terminal, one per line. The device goes on after the end of the
+/// input, so that a script can start it without any.
 class Console : public QObject
 {
     Q_OBJECT
@@ -15,10 +15,10 @@ public:
 
 private:
     void OnReadable();
-    void Take(const QByteArray& line);
+    void Run(const QByteArray& line);
 
     Commands& commands;
     QSocketNotifier readable;
-    QByteArray pending;   ///< the beginning of a line whose end has not come
-    bool tooLong = false; ///< the pending line; its beginning is gone
+    QByteArray pending;   ///< an unfinished line
+    bool tooLong = false; ///< the unfinished line, whose beginning was dropped
 };

@@ -16,13 +16,13 @@ QString Control::Join()
         return QStringLiteral("no session bus");
     if (!bus.registerObject(ControlNames::Object, this) || !bus.registerService(ControlNames::Service))
         return QStringLiteral("the name %1 is taken: another simulator is on this bus").arg(ControlNames::Service);
-    // What the bus library tells its own process about the connection.
+    // The bus library emits this signal itself when the connection is lost.
     bus.connect(QString(), "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local", "Disconnected", this,
                 SLOT(OnBusLost()));
     return {};
 }
 
-/// Without its bus the device is of no use to anybody.
+/// The device is useless without its bus.
 void Control::OnBusLost()
 {
     Q_EMIT commands.Quit();

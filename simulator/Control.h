@@ -2,7 +2,7 @@
 
 #include "Commands.h"
 
-/// Steers the device over the bus.
+/// Controls the device over the bus.
 class Control : public QObject
 {
     Q_OBJECT
@@ -10,7 +10,7 @@ class Control : public QObject
 public:
     Control(Device& device, Commands& commands);
 
-    /// Enters the bus. @return an empty text, or what prevents it.
+    /// Claims the name on the bus. @return an error message, empty on success.
     QString Join();
 
     int Command(const QString& line, QString& answer);

@@ -1,6 +1,6 @@
 #pragma once
 
-/// Where the simulated device is steered on the session bus.
+/// The names under which the simulated device is controlled on the session bus.
 namespace ControlNames
 {
 

@@ -1,6 +1,6 @@
 #include "DaemonCheck.h"
 
-#include "Interface.h"
+#include "BusValues.h"
 #include "Names.h"
 
 #include <QDBusConnection>
@@ -16,25 +16,25 @@
 namespace
 {
 
-constexpr int ExitMend = 1;
+constexpr int ExitFaulty = 1;
 constexpr int ExitNoDaemon = 3;
 
-// How long the phone service waits for answers, in milliseconds.
-constexpr int ShortLimit = 3000;
-constexpr int CallLimit = 15000;
-constexpr int SmsLimit = 20000;
-constexpr int PowerOffLimit = 60000;
-/// An answer that is late is awaited for so much longer, to report how late it is.
-constexpr int Patience = 5000;
+// How long the phone service waits for answers
+constexpr int ShortLimitMs = 3000;
+constexpr int CallLimitMs = 15000;
+constexpr int SmsLimitMs = 20000;
+constexpr int PowerOffLimitMs = 60000;
+/// Late answers are awaited for this much longer, to report how late they are.
+constexpr int LateGraceMs = 5000;
 
-// Its other time limits.
-constexpr int RegistrationLimit = 180000; ///< from power-on on; then the modem is cycled
-constexpr int SimCheckDelay = 20000;      ///< from power-on until it asks for the SIM card
-constexpr int RingingLimit = 30000;       ///< then it hangs up
-constexpr int ReportLimit = 60000;        ///< generous: it needs one in ten minutes
-constexpr int SimRetryInterval = 1000;
-constexpr int PollInterval = 100;
-constexpr int SettlingTime = 500; ///< for a signal that must not come
+// Other time limits of the service
+constexpr int RegistrationLimitMs = 180000; ///< from power-on; the service then power-cycles the modem
+constexpr int SimCheckDelayMs = 20000;      ///< from ModemPowered; the service then checks the SIM card
+constexpr int RingingLimitMs = 30000;       ///< the service then hangs up
+constexpr int ReportLimitMs = 60000;        ///< strict: the service needs one in ten minutes
+constexpr int SimRetryIntervalMs = 1000;
+constexpr int PollIntervalMs = 100;
+constexpr int SettlingTimeMs = 500; ///< in which a signal that must not come would come
 
 void Print(const char* verdict, const QString& text)
 {
@@ -49,17 +49,17 @@ QString Seconds(int ms)
 
 }
 
-DaemonCheck::DaemonCheck() : contract(BuiltInDescription(QLatin1String(Names::GsmInterface)))
+DaemonCheck::DaemonCheck() : contract(InterfaceDescription::BuiltIn(QLatin1String(Names::GsmInterface)))
 {
     clock.start();
 }
 
-void DaemonCheck::Good(const QString& text)
+void DaemonCheck::ReportGood(const QString& text)
 {
     Print("good", text);
 }
 
-void DaemonCheck::Mend(const QString& text)
+void DaemonCheck::ReportFault(const QString& text)
 {
     ++faults;
     Print("MEND", text);
@@ -69,7 +69,8 @@ void DaemonCheck::OnSignal(const QDBusMessage& message)
 {
     const QString expected = contract.Signals().value(message.member()).join(QString());
     if (message.signature() != expected)
-        Mend(QStringLiteral("signal %1 came with (%2), not (%3)").arg(message.member(), message.signature(), expected));
+        ReportFault(
+            QStringLiteral("signal %1 came with (%2), not (%3)").arg(message.member(), message.signature(), expected));
     received.append({message.member(), clock.elapsed()});
 }
 
@@ -90,16 +91,16 @@ QString DaemonCheck::Await(const QStringList& names, int limitMs)
         const qint64 left = end - clock.elapsed();
         if (left <= 0)
             return {};
-        Wait(static_cast<int>(std::min<qint64>(left, PollInterval)));
+        Wait(static_cast<int>(std::min<qint64>(left, PollIntervalMs)));
     }
 }
 
-DaemonCheck::Reply DaemonCheck::Ask(const QString& method, const QVariantList& arguments, int limitMs)
+DaemonCheck::Reply DaemonCheck::Call(const QString& method, const QVariantList& arguments, int limitMs)
 {
     QDBusMessage request = QDBusMessage::createMethodCall(Names::GsmService, Names::GsmObject, contract.Name(), method);
     request.setArguments(arguments);
     const qint64 start = clock.elapsed();
-    const QDBusPendingCall call = QDBusConnection::sessionBus().asyncCall(request, limitMs + Patience);
+    const QDBusPendingCall call = QDBusConnection::sessionBus().asyncCall(request, limitMs + LateGraceMs);
     QEventLoop loop;
     const QDBusPendingCallWatcher watcher(call);
     connect(&watcher, &QDBusPendingCallWatcher::finished, &loop, &QEventLoop::quit);
@@ -107,7 +108,7 @@ DaemonCheck::Reply DaemonCheck::Ask(const QString& method, const QVariantList& a
         loop.exec();
 
     const qint64 took = clock.elapsed() - start;
-    const QString what = method + Show(arguments);
+    const QString what = method + ToText(arguments);
     const QDBusMessage reply = QDBusPendingReply<>(call).reply();
     const QString types = contract.Methods().value(method).out.join(QString());
     if (took > limitMs || reply.errorName() == QLatin1String("org.freedesktop.DBus.Error.NoReply"))
@@ -126,18 +127,18 @@ DaemonCheck::Reply DaemonCheck::Ask(const QString& method, const QVariantList& a
             reply.arguments()};
 }
 
-void DaemonCheck::Judge(const Reply& reply)
+void DaemonCheck::Report(const Reply& reply)
 {
     if (reply.good)
-        Good(reply.text);
+        ReportGood(reply.text);
     else
-        Mend(reply.text);
+        ReportFault(reply.text);
 }
 
-DaemonCheck::Reply DaemonCheck::Try(const QString& method, const QVariantList& arguments, int limitMs)
+DaemonCheck::Reply DaemonCheck::Check(const QString& method, const QVariantList& arguments, int limitMs)
 {
-    const Reply reply = Ask(method, arguments, limitMs);
-    Judge(reply);
+    const Reply reply = Call(method, arguments, limitMs);
+    Report(reply);
     return reply;
 }
 
@@ -153,130 +154,132 @@ bool DaemonCheck::CompareDescriptions()
     const QDBusPendingCall call = QDBusConnection::sessionBus().asyncCall(
         QDBusMessage::createMethodCall(Names::GsmService, Names::GsmObject, "org.freedesktop.DBus.Introspectable",
                                        "Introspect"),
-        CallLimit);
+        CallLimitMs);
     QDBusPendingReply<QString> reply = call;
     reply.waitForFinished();
     if (!QDBusConnection::sessionBus().interface()->isServiceRegistered(Names::GsmService))
         return false;
     const auto offered = reply.isError() ? std::nullopt : InterfaceDescription::Read(reply.value(), contract.Name());
     if (!offered) {
-        Mend(QStringLiteral("%1 does not describe the interface %2; checked by its answers alone")
-                 .arg(Names::GsmObject, contract.Name()));
+        ReportFault(QStringLiteral("%1 does not describe the interface %2; checked by its answers alone")
+                        .arg(Names::GsmObject, contract.Name()));
         return true;
     }
     const QStringList missing = contract.MissingIn(*offered);
     for (const QString& line : missing)
-        Mend(QStringLiteral("description: ") + line);
+        ReportFault(QStringLiteral("description: ") + line);
     if (missing.isEmpty())
-        Good(QStringLiteral("description: every method and signal is as agreed"));
+        ReportGood(QStringLiteral("description: every method and signal is as agreed"));
     return true;
 }
 
-/// The service begins with a modem that it has switched off, and goes on from there.
+/// The service also starts by switching the modem off.
 bool DaemonCheck::PowerOn()
 {
-    if (!Try("ModemSetEnabled", {false}, PowerOffLimit).good)
+    if (!Check("ModemSetEnabled", {false}, PowerOffLimitMs).good)
         return false;
-    // A modem that was off need not say so.
-    Await({"ModemOff"}, SettlingTime);
-    const Reply status = Try("ModemGetStatus", {}, ShortLimit);
-    if (status.good && status.values.value(1).toInt() != 0 && Await({"ModemOff"}, PowerOffLimit).isEmpty())
-        Mend(QStringLiteral("no ModemOff within %1 of power-off").arg(Seconds(PowerOffLimit)));
+    // A modem that was off already need not report it.
+    Await({"ModemOff"}, SettlingTimeMs);
+    const Reply status = Check("ModemGetStatus", {}, ShortLimitMs);
+    if (status.good && status.values.value(1).toInt() != 0 && Await({"ModemOff"}, PowerOffLimitMs).isEmpty())
+        ReportFault(QStringLiteral("no ModemOff within %1 of power-off").arg(Seconds(PowerOffLimitMs)));
 
     Forget();
-    const Reply powered = Try("ModemSetEnabled", {true}, ShortLimit);
-    if (Await({"ModemPowered", "ModemRegistered"}, RegistrationLimit).isEmpty()) {
-        Mend(QStringLiteral("no ModemPowered within %1 of power-on").arg(Seconds(RegistrationLimit)));
+    const Reply powered = Check("ModemSetEnabled", {true}, ShortLimitMs);
+    if (Await({"ModemPowered", "ModemRegistered"}, RegistrationLimitMs).isEmpty()) {
+        ReportFault(QStringLiteral("no ModemPowered within %1 of power-on").arg(Seconds(RegistrationLimitMs)));
         return false;
     }
     if (Count("ModemPowered") == 0)
-        Mend(QStringLiteral("ModemRegistered without a ModemPowered before it: the SIM card would not be checked"));
+        ReportFault(
+            QStringLiteral("ModemRegistered without a ModemPowered before it: the SIM card would not be checked"));
     return powered.good || Count("ModemPowered") > 0;
 }
 
-/// The service asks 20 s after ModemPowered. Until then the daemon may refuse to say, or find no card yet.
+/// The service checks the SIM card 20 s after ModemPowered. Until then the daemon may fail or not see the card yet.
 bool DaemonCheck::CheckSim()
 {
-    const qint64 end = clock.elapsed() + SimCheckDelay;
-    Reply reply = Ask("IsSimPresent", {}, ShortLimit);
+    const qint64 end = clock.elapsed() + SimCheckDelayMs;
+    Reply reply = Call("IsSimPresent", {}, ShortLimitMs);
     while (clock.elapsed() < end && !(reply.good && reply.values.value(1).toBool())) {
-        Wait(SimRetryInterval);
-        reply = Ask("IsSimPresent", {}, ShortLimit);
+        Wait(SimRetryIntervalMs);
+        reply = Call("IsSimPresent", {}, ShortLimitMs);
     }
-    Judge(reply);
+    Report(reply);
     const bool present = reply.values.value(1).toBool();
     if (reply.good && !present)
-        Mend(QStringLiteral("no SIM card %1 after ModemPowered; insert one, the rest needs it")
-                 .arg(Seconds(SimCheckDelay)));
+        ReportFault(QStringLiteral("no SIM card %1 after ModemPowered; insert one, the rest needs it")
+                        .arg(Seconds(SimCheckDelayMs)));
     return !reply.good || present;
 }
 
 bool DaemonCheck::CheckRegistration()
 {
-    if (Await({"ModemRegistered"}, RegistrationLimit).isEmpty()) {
-        Mend(QStringLiteral("no ModemRegistered within %1 of power-on").arg(Seconds(RegistrationLimit)));
+    if (Await({"ModemRegistered"}, RegistrationLimitMs).isEmpty()) {
+        ReportFault(QStringLiteral("no ModemRegistered within %1 of power-on").arg(Seconds(RegistrationLimitMs)));
         return false;
     }
-    Good(QStringLiteral("ModemPowered and ModemRegistered came"));
-    if (Await({"SignalQuality"}, ReportLimit).isEmpty())
-        Mend(QStringLiteral(
-                 "no SignalQuality within %1 of registration; the service cycles a modem that reports none for "
-                 "ten minutes")
-                 .arg(Seconds(ReportLimit)));
+    ReportGood(QStringLiteral("ModemPowered and ModemRegistered came"));
+    if (Await({"SignalQuality"}, ReportLimitMs).isEmpty())
+        ReportFault(QStringLiteral(
+                        "no SignalQuality within %1 of registration; the service cycles a modem that reports none for "
+                        "ten minutes")
+                        .arg(Seconds(ReportLimitMs)));
     else
-        Good(QStringLiteral("SignalQuality came"));
-    Try("PingRegistration", {}, ShortLimit);
-    Try("SignalStrength", {}, ShortLimit);
+        ReportGood(QStringLiteral("SignalQuality came"));
+    Check("PingRegistration", {}, ShortLimitMs);
+    Check("SignalStrength", {}, ShortLimitMs);
     return true;
 }
 
 void DaemonCheck::CheckCall(const QString& number)
 {
     Forget();
-    if (!Try("Call", {number}, CallLimit).good)
+    if (!Check("Call", {number}, CallLimitMs).good)
         return;
-    std::printf("       (answer at %s within %s)\n", qPrintable(number), qPrintable(Seconds(RingingLimit)));
-    const QString outcome = Await({"CallAnswered", "CallRejected", "CallTerminated"}, RingingLimit);
+    std::printf("       (answer at %s within %s)\n", qPrintable(number), qPrintable(Seconds(RingingLimitMs)));
+    const QString outcome = Await({"CallAnswered", "CallRejected", "CallTerminated"}, RingingLimitMs);
     const bool answered = outcome == QLatin1String("CallAnswered");
     if (answered || outcome.isEmpty())
-        Try("CallHangup", {}, CallLimit);
-    const QString end = Await({"CallRejected", "CallTerminated"}, CallLimit);
+        Check("CallHangup", {}, CallLimitMs);
+    const QString end = Await({"CallRejected", "CallTerminated"}, CallLimitMs);
     const QString expected = answered ? QStringLiteral("CallTerminated") : QStringLiteral("CallRejected");
     if (end != expected)
-        Mend(QStringLiteral("a call that was %1 ended with %2, not %3")
-                 .arg(answered ? "answered" : "not answered", end.isEmpty() ? QStringLiteral("no signal") : end,
-                      expected));
+        ReportFault(QStringLiteral("a call that was %1 ended with %2, not %3")
+                        .arg(answered ? "answered" : "not answered", end.isEmpty() ? QStringLiteral("no signal") : end,
+                             expected));
     else
-        Good(QStringLiteral("a call that was %1 ended with %2").arg(answered ? "answered" : "not answered", end));
+        ReportGood(QStringLiteral("a call that was %1 ended with %2").arg(answered ? "answered" : "not answered", end));
 }
 
-/// The emergency loop goes on only if a call that rings in vain, and is hung up here, counts as rejected.
+/// An emergency loop moves on only if a call that nobody answers, and that is then hung up, counts as rejected.
 void DaemonCheck::CheckLoop(const QString& number)
 {
     Forget();
-    if (!Try("Call", {number}, CallLimit).good)
+    if (!Check("Call", {number}, CallLimitMs).good)
         return;
-    Try("CallHangup", {}, CallLimit);
-    const QString end = Await({"CallRejected", "CallTerminated"}, CallLimit);
+    Check("CallHangup", {}, CallLimitMs);
+    const QString end = Await({"CallRejected", "CallTerminated"}, CallLimitMs);
     if (Count("CallAnswered") == 0 && end != QLatin1String("CallRejected"))
-        Mend(QStringLiteral("a call hung up before it was answered ended with %1, not CallRejected: an emergency loop "
-                            "would stop at a number that rings in vain")
-                 .arg(end.isEmpty() ? QStringLiteral("no signal") : end));
+        ReportFault(
+            QStringLiteral("a call hung up before it was answered ended with %1, not CallRejected: an emergency loop "
+                           "would stop at a number that rings in vain")
+                .arg(end.isEmpty() ? QStringLiteral("no signal") : end));
     else
-        Good(QStringLiteral("a call hung up before it was answered ended with ") + end);
-    Try("CallHangupAll", {}, CallLimit);
+        ReportGood(QStringLiteral("a call hung up before it was answered ended with ") + end);
+    Check("CallHangupAll", {}, CallLimitMs);
 }
 
 void DaemonCheck::PowerOff()
 {
     Forget();
-    Try("ModemSetEnabled", {false}, PowerOffLimit);
-    Await({"ModemOff"}, PowerOffLimit);
-    Await({}, SettlingTime);
+    Check("ModemSetEnabled", {false}, PowerOffLimitMs);
+    Await({"ModemOff"}, PowerOffLimitMs);
+    Await({}, SettlingTimeMs);
     if (const int count = Count("ModemOff"); count != 1)
-        Mend(QStringLiteral("ModemOff came %1 times, not once, after power-off").arg(count));
+        ReportFault(QStringLiteral("ModemOff came %1 times, not once, after power-off").arg(count));
     else
-        Good(QStringLiteral("ModemOff came once"));
+        ReportGood(QStringLiteral("ModemOff came once"));
 }
 
 int DaemonCheck::Run(const Numbers& numbers)
@@ -288,7 +291,7 @@ int DaemonCheck::Run(const Numbers& numbers)
     }
     if (bus.interface()->isServiceRegistered(Names::PhoneService)) {
         std::fprintf(stderr, "kova-simulator: stop phonemanager first: it steers the daemon, too\n");
-        return ExitMend;
+        return ExitFaulty;
     }
     const QStringList signalNames = contract.Signals().keys();
     for (const QString& name : signalNames)
@@ -304,9 +307,9 @@ int DaemonCheck::Run(const Numbers& numbers)
             CheckLoop(numbers.call);
         }
         if (!numbers.sms.isEmpty())
-            Try("SendSms", {numbers.sms, QStringLiteral("kova-simulator check-gsmd")}, SmsLimit);
+            Check("SendSms", {numbers.sms, QStringLiteral("kova-simulator check-gsmd")}, SmsLimitMs);
     }
     PowerOff();
     std::printf("%s\n", faults == 0 ? "nothing to mend" : qPrintable(QStringLiteral("%1 to mend").arg(faults)));
-    return faults == 0 ? 0 : ExitMend;
+    return faults == 0 ? 0 : ExitFaulty;
 }

@@ -6,14 +6,14 @@
 #include <QElapsedTimer>
 #include <QObject>
 
-/// Tests the GSM daemon on the session bus against the contract: asks it for everything that the phone service will ask
-/// for, and prints what its maker has to mend. The phone service must not run meanwhile.
+/// Tests whether the GSM daemon on the session bus meets the phone service's requirements. Makes every request that the
+/// service makes and prints what has to be mended. The phone service must not run at the same time.
 class DaemonCheck : public QObject
 {
     Q_OBJECT
 
 public:
-    /// The other ends of a call and of a message; an empty one is not tried.
+    /// The recipients of the test calls and the test message; an empty one is skipped.
     struct Numbers {
         QString call;
         QString sms;
@@ -21,7 +21,7 @@ public:
 
     DaemonCheck();
 
-    /// @return the exit status: 0 nothing to mend, 1 something, 3 nobody has the daemon's name.
+    /// @return the exit status: 0 nothing to mend, 1 something to mend, 3 no daemon on the bus.
     int Run(const Numbers& numbers);
 
 private Q_SLOTS:
@@ -33,8 +33,8 @@ private:
         qint64 time;
     };
     struct Reply {
-        bool good = false; ///< in time, of the right types, and status 0
-        QString text;      ///< how it was, or what is to be mended
+        bool good = false; ///< in time, of the right types, and with status 0
+        QString text;      ///< the verdict
         QVariantList values{};
     };
 
@@ -46,17 +46,17 @@ private:
     void CheckLoop(const QString& number);
     void PowerOff();
 
-    Reply Ask(const QString& method, const QVariantList& arguments, int limitMs);
-    /// Asks, and prints how the answer was.
-    Reply Try(const QString& method, const QVariantList& arguments, int limitMs);
-    void Judge(const Reply& reply);
+    Reply Call(const QString& method, const QVariantList& arguments, int limitMs);
+    /// Calls the method and reports the verdict.
+    Reply Check(const QString& method, const QVariantList& arguments, int limitMs);
+    void Report(const Reply& reply);
     static void Wait(int ms);
-    /// Waits for one of the signals to come, or to have come since the last Forget(). @return its name, or nothing.
+    /// Waits for one of the signals, unless one has come since the last Forget(). @return its name, or nothing.
     QString Await(const QStringList& names, int limitMs);
     int Count(const QString& name) const;
     void Forget() { received.clear(); }
-    void Good(const QString& text);
-    void Mend(const QString& text);
+    static void ReportGood(const QString& text);
+    void ReportFault(const QString& text);
 
     const InterfaceDescription contract;
     QElapsedTimer clock;

@@ -22,19 +22,19 @@ Device::Device(const DeviceTimes& times, const DeviceOptions& options)
 {
     for (BusService* service : Services()) {
         service->CheckComplete();
-        connect(service, &BusService::Asked, this, [this](const QString& request) {
+        connect(service, &BusService::RequestReceived, this, [this](const QString& request) {
             if (history.size() == HistorySize)
                 history.removeFirst();
             history.append(request);
             Q_EMIT Event(QStringLiteral("-> ") + request);
         });
-        connect(service, &BusService::Sent, this,
+        connect(service, &BusService::SignalSent, this,
                 [this](const QString& signal) { Q_EMIT Event(QStringLiteral("<- ") + signal); });
     }
 
     if (!options.HasAtPort())
         return;
-    gsm.SetNarrating();
+    gsm.ReportOffBusToo();
     connect(&atPort, &AtPort::Opened, &atModem, &AtModem::Open);
     connect(&atPort, &AtPort::Closed, &atModem, &AtModem::Close);
     connect(&atPort, &AtPort::Received, &atModem, &AtModem::Feed);
@@ -43,15 +43,15 @@ Device::Device(const DeviceTimes& times, const DeviceOptions& options)
     connect(&modem, &Modem::PluggedChanged, &atPort, &AtPort::SetPlugged);
 }
 
-bool Device::IsOffered(const BusService* service) const
+bool Device::IsOffered(const BusService& service) const
 {
-    return service == &gsm ? !options.HasAtPort() : options.audio;
+    return &service == &gsm ? !options.HasAtPort() : options.audio;
 }
 
 QString Device::Join()
 {
     for (BusService* service : Services()) {
-        if (!IsOffered(service))
+        if (!IsOffered(*service))
             continue;
         if (const QString problem = service->Join(); !problem.isEmpty())
             return problem;
@@ -62,12 +62,12 @@ QString Device::Join()
     }
     if (options.atAbstractName.isEmpty())
         return {};
-    // ModemManager takes the prefix with which it marks such a port for a part of the socket's name.
+    // ModemManager marks such a port by a prefix, which it then includes in the socket's name.
     const QString problem = atPort.ListenOnAbstract(options.atAbstractName);
     return problem.isEmpty() ? atPort.ListenOnAbstract(QStringLiteral("abstract:") + options.atAbstractName) : problem;
 }
 
-QString Device::WhyUnheard() const
+QString Device::WhyUnreachable() const
 {
     if (HasAtPort() || gsm.IsOnBus())
         return {};
@@ -77,13 +77,13 @@ QString Device::WhyUnheard() const
 BusService* Device::Service(const QString& shortName)
 {
     for (BusService* service : Services()) {
-        if (service->ShortName() == shortName && IsOffered(service))
+        if (service->ShortName() == shortName && IsOffered(*service))
             return service;
     }
     return nullptr;
 }
 
-BusService* Device::ServiceOf(const QString& method)
+BusService* Device::ServiceWithMethod(const QString& method)
 {
     for (BusService* service : Services()) {
         if (service->Description().Methods().contains(method))

@@ -5,7 +5,7 @@
 namespace
 {
 
-constexpr int StatusRefused = 1; ///< what the modem cannot do now
+constexpr int StatusRefused = 1; ///< the modem cannot do this now
 constexpr char ModemPath[] = "/com/quillmark/kova/gsmmanager/modem0";
 
 Answer Status(bool done)
@@ -31,26 +31,26 @@ GsmDaemon::GsmDaemon(BusService& service, Modem& modem) : service(service), mode
     connect(&modem, &Modem::PowerChanged, this, &GsmDaemon::ReportPower);
     connect(&modem, &Modem::SignalMeasured, this,
             [this](uchar quality) { this->service.Send("SignalQuality", {quality}); });
-    connect(&modem, &Modem::CallCame, this,
+    connect(&modem, &Modem::CallReceived, this,
             [this](const Call& call) { this->service.Send("CallIncoming", CallInfo(call)); });
     connect(&modem, &Modem::CallAnswered, this,
             [this](const Call& call) { this->service.Send("CallAnswered", CallInfo(call)); });
     connect(&modem, &Modem::CallEnded, this, [this](const Call& call, Modem::End why) {
-        if (why == Modem::EndPowerLost) // a modem without power cannot say anything
+        if (why == Modem::EndPowerLost) // a modem without power reports nothing
             return;
-        // An emergency loop goes on to its next number only when this one counts as rejected.
+        // An emergency loop moves on only when its call counts as rejected.
         const bool rejected = call.outgoing && !call.answered && why != Modem::EndHangupAll;
         this->service.Send(rejected ? "CallRejected" : "CallTerminated", CallInfo(call));
     });
-    connect(&modem, &Modem::MessageCame, this, [this](const QString& number, const QString& text) {
+    connect(&modem, &Modem::MessageReceived, this, [this](const QString& number, const QString& text) {
         this->service.Send(
             "MessageReceived",
             {text, QVariantMap{{"Sender", number}, {"SentTime", QDateTime::currentDateTime().toString(Qt::ISODate)}}});
     });
-    HandleRequests();
+    AddHandlers();
 }
 
-void GsmDaemon::HandleRequests()
+void GsmDaemon::AddHandlers()
 {
     service.Handle("ModemSetEnabled", [this](const QVariantList& arguments) {
         return Status(modem.SetEnabled(arguments.at(0).toBool()));

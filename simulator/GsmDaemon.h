@@ -3,7 +3,7 @@
 #include "BusService.h"
 #include "Modem.h"
 
-/// The modem behind the GSM daemon's bus contract.
+/// Offers the modem as the GSM daemon on the bus.
 class GsmDaemon : public QObject
 {
     Q_OBJECT
@@ -12,7 +12,7 @@ public:
     GsmDaemon(BusService& service, Modem& modem);
 
 private:
-    void HandleRequests();
+    void AddHandlers();
     void ReportPower(Modem::Power power);
 
     BusService& service;

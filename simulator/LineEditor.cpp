@@ -16,9 +16,9 @@ constexpr char Prompt[] = "> ";
 constexpr int HistorySize = 500; ///< lines
 constexpr char EraseLine[] = "\r\033[J";
 
-constexpr int InputReady = 1; ///< ends the loop that waits for input; the program's own end has another status
+constexpr int InputReady = 1; ///< exit code of the loop that waits for input; 0 means that the program ends
 
-// Results of the library's read function.
+// Results of the function that reads a character for the library
 constexpr int ReadEnd = 0;
 constexpr int ReadOne = 1;
 
@@ -29,7 +29,8 @@ LineEditor* Self(EditLine* editor)
     return static_cast<LineEditor*>(self);
 }
 
-/// Qt knows no such place.
+/// The user's folder for state (XDG Base Directory Specification), which QStandardPaths does not know in all versions
+/// of Qt.
 QString StateFolder()
 {
     const QString folder = qEnvironmentVariable("XDG_STATE_HOME");
@@ -48,12 +49,12 @@ LineEditor::LineEditor(Commands& commands)
     connect(&readable, &QSocketNotifier::activated, &input, [this] { input.exit(InputReady); });
 
     el_set(editor, EL_CLIENTDATA, this);
-    el_set(editor, EL_SIGNAL, 1); // a terminal that is suspended and resized
+    el_set(editor, EL_SIGNAL, 1); // handle suspending and resizing the terminal
     el_set(editor, EL_EDITOR, "emacs");
     el_set(editor, EL_GETCFN, &LineEditor::ReadCharacter);
     el_set(
         editor, EL_PROMPT, +[](EditLine*) { return const_cast<char*>(Prompt); });
-    // el_set() would never free its copies of these two texts.
+    // Not el_set(), which leaks its copies of these two strings.
     el_wset(editor, EL_ADDFN, L"kova-complete", L"complete the word", &LineEditor::Complete);
     el_set(editor, EL_BIND, "^I", "kova-complete", nullptr);
     el_set(editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
@@ -93,15 +94,15 @@ void LineEditor::ReadLines()
             continue;
         ::history(history, &event, H_ENTER, qUtf8Printable(text));
         ::history(history, &event, H_SAVE, historyFile.constData());
-        // In the loop that waits for the next character, which also deletes objects that the command is done with.
+        // Execute the command in the loop that waits for the next character, because deleteLater() needs an event loop.
         QMetaObject::invokeMethod(
-            this, [this, text] { Take(text); }, Qt::QueuedConnection);
+            this, [this, text] { Run(text); }, Qt::QueuedConnection);
     }
     std::puts("");
     Q_EMIT commands.Quit();
 }
 
-void LineEditor::Take(const QString& line)
+void LineEditor::Run(const QString& line)
 {
     const Commands::Result result = commands.Run(line);
     if (!result.text.isEmpty())
@@ -116,7 +117,7 @@ void LineEditor::Print(const QString& text)
         el_set(editor, EL_REFRESH);
 }
 
-/// @return false at the end of input, or when the program ends.
+/// @return false at the end of the input, or when the program ends.
 bool LineEditor::ReadByte(char& byte)
 {
     readable.setEnabled(true);
@@ -134,12 +135,12 @@ int LineEditor::ReadCharacter(EditLine* editor, wchar_t* character)
         if (used <= 1)
             return ReadOne;
         if (used == std::size_t(-1))
-            self->decoding = {}; // no character at all: go on after it
+            self->decoding = {}; // skip an invalid sequence
     }
     return ReadEnd;
 }
 
-/// Completes the word before the cursor as far as it is certain, or shows what it may become.
+/// Completes the word before the cursor as far as it is unambiguous, else shows the completions.
 unsigned char LineEditor::Complete(EditLine* editor, int)
 {
     LineEditor* self = Self(editor);
@@ -148,21 +149,21 @@ unsigned char LineEditor::Complete(EditLine* editor, int)
     const QString word = typed.section(QLatin1Char(' '), -1);
     const Commands::Result result = self->commands.Run(
         QStringLiteral("complete %1%2").arg(typed, word.isEmpty() ? QStringLiteral("\"\"") : QString()));
-    const QStringList offered = result.text.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    if (!result.done || offered.isEmpty())
+    const QStringList completions = result.text.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    if (!result.done || completions.isEmpty())
         return CC_ERROR;
 
-    QString common = offered.first();
-    for (const QString& one : std::as_const(offered)) {
-        while (!one.startsWith(common))
+    QString common = completions.first();
+    for (const QString& completion : std::as_const(completions)) {
+        while (!completion.startsWith(common))
             common.chop(1);
     }
-    if (offered.size() == 1)
+    if (completions.size() == 1)
         common += QLatin1Char(' ');
     if (common.size() > word.size()) {
         el_insertstr(editor, qUtf8Printable(common.mid(word.size())));
         return CC_REFRESH;
     }
-    self->Print(offered.join(QStringLiteral("  ")));
+    self->Print(completions.join(QStringLiteral("  ")));
     return CC_NORM;
 }

@@ -8,8 +8,8 @@
 #include <cwchar>
 #include <histedit.h>
 
-/// Reads commands from a terminal, with editing, completion and a history that outlives the program. The device lives
-/// on meanwhile: the library waits for each character in an event loop.
+/// Reads commands from a terminal, with editing, completion and a persistent history. The library waits for each
+/// character in an event loop, so that the device keeps running.
 class LineEditor : public QObject
 {
     Q_OBJECT
@@ -18,12 +18,12 @@ public:
     explicit LineEditor(Commands& commands);
     ~LineEditor() override;
 
-    /// Shows text above the line that is being edited.
+    /// Prints text above the line that is being edited.
     void Print(const QString& text);
 
 private:
     void ReadLines();
-    void Take(const QString& line);
+    void Run(const QString& line);
     bool ReadByte(char& byte);
     void LoadHistory();
 

@@ -16,7 +16,7 @@ Modem::Modem(const DeviceTimes& times) : times(times)
 
 // Power and registration
 
-/// A modem that is told otherwise while it changes its power turns back at once, and reports only where it arrives.
+/// A request during a transition reverses it at once. Only the state that is finally reached is reported.
 bool Modem::SetEnabled(bool enable)
 {
     if (enable && !plugged)
@@ -48,7 +48,7 @@ void Modem::SetPower(Power next)
 
     Q_EMIT PowerChanged(power);
     if (power == On) {
-        FollowNetwork();
+        UpdateRegistration();
     } else if (power == Registered) {
         signalTimer.start(times.signalInterval);
         ReportSignal();
@@ -66,8 +66,8 @@ void Modem::OnTransition()
     }
 }
 
-/// A powered modem registers while there are a card and a network, and falls back to searching without.
-void Modem::FollowNetwork()
+/// A powered modem registers as long as there are a SIM card and a network, and goes back to searching otherwise.
+void Modem::UpdateRegistration()
 {
     const bool canRegister = simInserted && networkFound;
     if (power == On && canRegister && !transition.isActive())
@@ -92,13 +92,13 @@ void Modem::SetSim(bool inserted)
     simInserted = inserted;
     if (changed)
         Q_EMIT SimChanged(inserted);
-    FollowNetwork();
+    UpdateRegistration();
 }
 
 void Modem::SetNetwork(bool found)
 {
     networkFound = found;
-    FollowNetwork();
+    UpdateRegistration();
 }
 
 void Modem::SetSilent(bool silent)
@@ -127,7 +127,7 @@ QString Modem::SetPlugged(bool plugged)
     if (this->plugged == plugged)
         return QStringLiteral("the modem is %1 already").arg(plugged ? "plugged in" : "unplugged");
     this->plugged = plugged;
-    // The port goes first: an unplugged modem reports nothing any more.
+    // Close the port first, because an unplugged modem reports nothing.
     Q_EMIT PluggedChanged(plugged);
     if (!plugged && power != Off)
         SetPower(Off);
@@ -199,12 +199,12 @@ void Modem::EndCall(int id, End why)
     Q_EMIT CallEnded(ended, why);
 }
 
-/// A waiting call rings when the other one has ended.
-void Modem::RingWaiting()
+/// Lets the waiting call ring once the other one has ended.
+void Modem::RingWaitingCall()
 {
     if (Call* waiting = FindCall(Call::Waiting); waiting && calls.size() == 1) {
         waiting->state = Call::Ringing;
-        Q_EMIT CallCame(*waiting);
+        Q_EMIT CallReceived(*waiting);
     }
 }
 
@@ -212,11 +212,11 @@ bool Modem::Hangup(int id)
 {
     const auto before = calls.size();
     EndCall(id, EndHangup);
-    RingWaiting();
+    RingWaitingCall();
     return calls.size() != before;
 }
 
-bool Modem::TakeWaiting()
+bool Modem::SwitchToWaiting()
 {
     const Call* active = FindCall(Call::Active);
     if (active)
@@ -253,7 +253,7 @@ QString Modem::Ring(const QString& number)
     if (!calls.isEmpty() && !canWait)
         return QStringLiteral("the line is busy: a call is in progress");
     AddCall(calls.isEmpty() ? Call::Ringing : Call::Waiting, number);
-    Q_EMIT CallCame(calls.last());
+    Q_EMIT CallReceived(calls.last());
     return {};
 }
 
@@ -280,7 +280,7 @@ QString Modem::FarEndHangup()
     if (calls.isEmpty())
         return QStringLiteral("there is no call");
     EndCall(calls.first().id, EndFarEnd);
-    RingWaiting();
+    RingWaitingCall();
     return {};
 }
 
@@ -288,7 +288,7 @@ QString Modem::DeliverSms(const QString& number, const QString& text)
 {
     if (power != Registered)
         return QStringLiteral("the modem is not registered");
-    Q_EMIT MessageCame(number, text);
+    Q_EMIT MessageReceived(number, text);
     return {};
 }
 

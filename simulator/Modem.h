@@ -6,16 +6,16 @@
 #include <QTimer>
 #include <QVariantMap>
 
-/// How long the device's parts take, in milliseconds.
+/// Delays of the device, in milliseconds.
 struct DeviceTimes {
-    int powerUp = 3000;
-    int registration = 5000;
-    int powerDown = 1500;
-    int signalInterval = 30000;
-    int answer = 4000; ///< until the far end answers or rejects a call
+    int powerUp = 3000;         ///< from power-on to powered
+    int registration = 5000;    ///< from powered to registered
+    int powerDown = 1500;       ///< from power-off to off
+    int signalInterval = 30000; ///< between signal reports
+    int answer = 4000;          ///< until the far end answers or rejects a call
 };
 
-/// A call, from the modem's side.
+/// A call as the modem sees it.
 struct Call {
     enum State { Dialling, Ringing, Waiting, Active };
 
@@ -23,25 +23,25 @@ struct Call {
     bool outgoing = false;
     bool answered = false;
     State state = Dialling;
-    QString number; ///< empty when it is withheld
+    QString number; ///< empty if withheld
 };
 
-/// The modem with its SIM card and the network around it. It knows nothing of how it is reached: a front end asks it,
-/// and relays what it reports.
+/// The modem with its SIM card and the network around it. It is independent of its front ends, which call its methods
+/// and relay its signals.
 class Modem : public QObject
 {
     Q_OBJECT
 
 public:
     enum Power { Off, PoweringUp, On, Registered, PoweringDown };
-    /// What happens to a call to a number.
+    /// How the far end of a call to a number behaves.
     enum FarEnd { FarEndAnswers, FarEndRejects, FarEndDoesNotAnswer, FarEndUnreachable };
     /// Why a call ended.
     enum End { EndHangup, EndHangupAll, EndFarEnd, EndRejected, EndNetworkLost, EndPowerLost };
 
     explicit Modem(const DeviceTimes& times);
 
-    // The world around. Each that can be refused returns an empty text, or why it is.
+    // The world around the modem. Those that can be refused return the reason, or an empty text.
     void SetSim(bool inserted);
     void SetNetwork(bool found);
     void SetSilent(bool silent);
@@ -57,7 +57,7 @@ public:
 
     QVariantMap State() const;
 
-    // For the front ends. A request that can be refused returns whether it was done.
+    // For the front ends. Requests that can be refused return whether they were carried out.
     Power PowerState() const { return power; }
     bool IsSilent() const { return silent; }
     bool IsPlugged() const { return plugged; }
@@ -68,43 +68,43 @@ public:
     const QString& Apn() const { return apn; }
     bool SetApn(const QString& name);
     bool Dial(const QString& number);
-    /// Answers the call that rings.
+    /// Answers the ringing call.
     bool Answer();
-    /// Lets a second caller wait while there is a call; without, the line is busy.
+    /// Lets a second caller wait during a call instead of finding the line busy.
     void SetCallWaiting(bool allowed) { callWaiting = allowed; }
     bool Hangup(int id);
-    /// Ends the call that there is, and takes the one that waits if one does.
-    bool TakeWaiting();
+    /// Ends the active call, and answers the waiting one if there is one.
+    bool SwitchToWaiting();
     bool HangupAll(End why);
     bool SendSms();
 
 Q_SIGNALS:
     void PowerChanged(Modem::Power power);
-    /// The modem has lost its power by itself, or was unplugged.
+    /// The modem has lost its power by itself.
     void PowerLost();
     void PluggedChanged(bool plugged);
     void SimChanged(bool inserted);
     void SignalMeasured(uchar quality);
-    /// A call came in: it rings, or waits.
-    void CallCame(const Call& call);
+    /// A call rings or waits.
+    void CallReceived(const Call& call);
     void CallAnswered(const Call& call);
     void CallEnded(const Call& call, Modem::End why);
-    void MessageCame(const QString& number, const QString& text);
+    void MessageReceived(const QString& number, const QString& text);
 
 private:
     void SetPower(Power next);
     void OnTransition();
-    void FollowNetwork();
+    void UpdateRegistration();
     void ReportSignal();
     Call* FindCall(Call::State state);
     void AddCall(Call::State state, const QString& number);
     void Connect(Call& call);
     void EndCall(int id, End why);
-    void RingWaiting();
+    void RingWaitingCall();
 
     const DeviceTimes times;
     Power power = Off;
-    QList<Call> calls; ///< at most two, of which one waits
+    QList<Call> calls; ///< at most two, of which the second waits
     bool callWaiting = false;
     bool plugged = true;
     bool simInserted = true;

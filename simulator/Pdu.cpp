@@ -7,7 +7,7 @@
 namespace
 {
 
-// 3GPP TS 23.038, 6.2.1: the default alphabet, and its extension behind the escape.
+// The default alphabet, and its extension after the escape: 3GPP TS 23.038, 6.2.1
 constexpr char16_t alphabet[] = u"@£$¥èéùìòÇ\nØø\rÅåΔ_ΦΓΛΩΠΨΣΘΞ\x1b"
                                 u"ÆæßÉ !\"#¤%&'()*+,-./0123456789:;<=>?"
                                 u"¡ABCDEFGHIJKLMNOPQRSTUVWXYZÄÖÑÜ§¿abcdefghijklmnopqrstuvwxyzäöñüà";
@@ -36,11 +36,11 @@ constexpr int TypeDeliver = 0x00;
 constexpr int TypeSubmit = 0x01;
 constexpr int NoMoreMessages = 0x04;
 constexpr int HasHeader = 0x40;
-constexpr int ConcatenatedByte = 0x00; ///< element of the header: reference of 8 bits
-constexpr int ConcatenatedWord = 0x08; ///< the same with 16 bits
+constexpr int ConcatenatedByte = 0x00; ///< header element with an 8-bit reference
+constexpr int ConcatenatedWord = 0x08; ///< header element with a 16-bit reference
 constexpr int MaxData = 140;           ///< octets
 constexpr int MaxParts = 255;
-constexpr int HeaderSize = 6; ///< of a concatenated message, its own length included
+constexpr int HeaderSize = 6; ///< octets, with the octet for the length
 constexpr int AddressInternational = 0x91;
 constexpr int AddressUnknown = 0x81;
 constexpr int AddressName = 0xd0;
@@ -50,7 +50,7 @@ constexpr char digits[] = "0123456789*#abc";
 
 enum class Coding { SevenBit, EightBit, Ucs2 };
 
-/// The septets of one character, none when the alphabet does not have it.
+/// @return the septets of a character, or nothing if the alphabet does not have it.
 QByteArray Septets(QChar character)
 {
     const char16_t* const end = std::end(alphabet) - 1;
@@ -85,7 +85,7 @@ QString FromSeptets(const QByteArray& septets)
     return text;
 }
 
-/// @param fill bits left free before the first septet.
+/// @param fill number of unused bits before the first septet.
 QByteArray Pack(const QByteArray& septets, int fill)
 {
     QByteArray octets((septets.size() * 7 + fill + 7) / 8, '\0');
@@ -112,7 +112,7 @@ QByteArray Unpack(const QByteArray& octets, int count, int fill)
     return septets;
 }
 
-/// The digits of a number two in an octet, the lower half first.
+/// Packs two digits into each octet, the first one in the lower half.
 QByteArray SwapDigits(const QByteArray& number)
 {
     QByteArray octets;
@@ -142,12 +142,13 @@ QByteArray EncodeAddress(const QString& number)
             septets += next;
     }
     const QByteArray packed = Pack(septets, 0);
-    // The length counts the half octets in use.
+    // The length is the number of half octets used.
     const int length = static_cast<int>(septets.size() * 7 + 3) / 4;
     return QByteArray(1, static_cast<char>(length)) + static_cast<char>(AddressName) + packed;
 }
 
-/// 3GPP TS 23.040, 9.2.3.11: two swapped digits each; the offset in quarters of an hour, with its sign in bit 3.
+/// Encodes each value as two swapped digits, and the offset from UTC in quarters of an hour with its sign in bit 3
+/// (3GPP TS 23.040, 9.2.3.11).
 QByteArray EncodeTime(const QDateTime& time)
 {
     const auto swapped = [](int value) { return static_cast<char>(value % 10 << 4 | value / 10); };
@@ -171,11 +172,12 @@ QDateTime DecodeTime(const QByteArray& octets)
 
 struct Piece {
     QByteArray data;
-    int length; ///< septets or octets
+    int length; ///< in septets or octets, depending on the coding
 };
 
-/// Cuts a text into what fits into one unit each, between characters.
-QList<Piece> Cut(const QString& text, Coding& coding)
+/// Splits a text between characters into pieces that fit into a unit.
+/// @param coding receives the coding that the text needs.
+QList<Piece> Split(const QString& text, Coding& coding)
 {
     QList<QByteArray> characters;
     coding = Coding::SevenBit;
@@ -210,12 +212,12 @@ QList<Piece> Cut(const QString& text, Coding& coding)
     return pieces;
 }
 
-/// @param start the unit up to its protocol identifier, with the first octet to be completed.
+/// @param start the unit up to the protocol identifier; HasHeader is added to the first octet if needed.
 QList<QByteArray> Encode(const QByteArray& start, const QByteArray& time, const QString& text, int reference)
 {
     constexpr int DataCodingUcs2 = 0x08;
     Coding coding = Coding::SevenBit;
-    const QList<Piece> pieces = Cut(text, coding);
+    const QList<Piece> pieces = Split(text, coding);
     if (pieces.size() > MaxParts)
         return {};
 
@@ -233,15 +235,15 @@ QList<QByteArray> Encode(const QByteArray& start, const QByteArray& time, const 
         QByteArray unit = start;
         if (!header.isEmpty())
             unit[0] = static_cast<char>(unit.at(0) | HasHeader);
-        unit += '\0'; // protocol identifier: a plain message
+        unit += '\0'; // protocol identifier of a plain message
         unit += static_cast<char>(septets ? 0 : DataCodingUcs2);
         unit += time + static_cast<char>(length) + header + (septets ? Pack(piece.data, fill) : piece.data);
-        units.append(QByteArray(1, '\0') + unit); // the modem's own service centre
+        units.append(QByteArray(1, '\0') + unit); // use the service centre set in the modem
     }
     return units;
 }
 
-/// Reads a unit from its start; after the first octet that is not there, nothing more.
+/// Reads a unit octet by octet. Once it was read past its end, it stays bad.
 class Reader
 {
 public:
@@ -249,7 +251,7 @@ public:
 
     bool IsGood() const { return good; }
     int Octet() { return static_cast<uchar>(Octets(1).at(0)); }
-    /// @return as many octets as asked for, zeros when they are not there.
+    /// @return the requested number of octets; zeros if the unit has fewer.
     QByteArray Octets(int count)
     {
         good = good && count <= unit.size() - next;
@@ -283,8 +285,8 @@ QString ReadAddress(Reader& reader)
     return number;
 }
 
-/// 3GPP TS 23.038, 4: the data coding scheme. @return nothing for compressed text.
-std::optional<Coding> ReadCoding(int scheme)
+/// Decodes the data coding scheme (3GPP TS 23.038, 4). @return nothing for compressed text.
+std::optional<Coding> DecodeScheme(int scheme)
 {
     static constexpr Coding codings[] = {Coding::SevenBit, Coding::EightBit, Coding::Ucs2, Coding::SevenBit};
     const int group = scheme >> 4;
@@ -295,7 +297,8 @@ std::optional<Coding> ReadCoding(int scheme)
     return group == 0x0f && scheme & 0x04 ? Coding::EightBit : Coding::SevenBit;
 }
 
-/// Reads the message's parts from the header. A part number outside of them is ignored, as 3GPP TS 23.040 has it.
+/// Reads the part numbers from the header. Elements with an invalid part number are ignored (3GPP
+/// TS 23.040, 9.2.3.24.1).
 void ReadHeader(const QByteArray& header, Pdu::Message& message)
 {
     for (Reader reader(header); reader.IsGood() && !reader.Rest().isEmpty();) {
@@ -322,10 +325,10 @@ std::optional<Pdu::Message> Decode(const QByteArray& unit, int type)
     if ((first & TypeMask) != type)
         return std::nullopt;
     if (type == TypeSubmit)
-        reader.Octet(); // the reference that the phone gave
+        reader.Octet(); // message reference
     message.number = ReadAddress(reader);
     reader.Octet(); // protocol identifier
-    const std::optional<Coding> coding = ReadCoding(reader.Octet());
+    const std::optional<Coding> coding = DecodeScheme(reader.Octet());
     if (type == TypeDeliver) {
         message.time = DecodeTime(reader.Octets(7));
     } else {

@@ -1,4 +1,4 @@
-#include "Remote.h"
+#include "RemoteControl.h"
 
 #include "ControlNames.h"
 #include "SimulatorProxy.h"
@@ -15,7 +15,7 @@ namespace
 constexpr int ExitRefused = 1;
 constexpr int ExitNotOnBus = 3;
 
-int NobodyAnswers(const QDBusError& error)
+int ReportNoSimulator(const QDBusError& error)
 {
     std::fprintf(stderr, "kova-simulator: no simulator answers on this session bus: %s\n", qPrintable(error.message()));
     return ExitNotOnBus;
@@ -27,10 +27,10 @@ void PrintLine(const QString& text)
     std::fflush(stdout);
 }
 
-/// Prints the history and what comes after it.
+/// Prints the history and then each new request.
 int FollowLog(SimulatorProxy& simulator)
 {
-    bool live = false; // before the history has come, an event is part of it
+    bool live = false; // events before the answer are part of the history
     QObject::connect(&simulator, &SimulatorProxy::Event, &simulator, [&live](const QString& text) {
         if (live && text.startsWith(QLatin1String("-> ")))
             PrintLine(text.mid(3));
@@ -43,7 +43,7 @@ int FollowLog(SimulatorProxy& simulator)
     QObject::connect(&answer, &QDBusPendingCallWatcher::finished, &simulator, [&live](QDBusPendingCallWatcher* call) {
         const QDBusPendingReply<QStringList> history = *call;
         if (history.isError()) {
-            QCoreApplication::exit(NobodyAnswers(history.error()));
+            QCoreApplication::exit(ReportNoSimulator(history.error()));
             return;
         }
         for (const QString& request : history.value())
@@ -64,7 +64,7 @@ int SendToRunning(const QString& command)
     QString answer;
     const QDBusReply<int> status = simulator.Command(command, answer);
     if (!status.isValid())
-        return NobodyAnswers(status.error());
+        return ReportNoSimulator(status.error());
     if (!answer.isEmpty())
         std::fprintf(status.value() == 0 ? stdout : stderr, "%s\n", qPrintable(answer));
     return status.value() == 0 ? 0 : ExitRefused;

@@ -16,27 +16,11 @@
 namespace
 {
 
-constexpr int ExpectMs = 180000; ///< generous, for it only matters to what fails
+constexpr int ExpectTimeoutMs = 180000; ///< generous, because it only delays failures
 constexpr int ReportedEvents = 40;
 constexpr char ExpectUsage[] = "usage: expect [within MS] TEXT";
 
-/// For a line that is carried out whatever happens.
-template <typename Action>
-Commands::Prepared Always(Action action)
-{
-    return {[action] {
-                action();
-                return Commands::Result{true, {}};
-            },
-            {}};
-}
-
-Commands::Prepared Senseless(const QString& problem)
-{
-    return {{}, problem};
-}
-
-bool ReadMs(const QString& text, int& ms)
+bool ParseMs(const QString& text, int& ms)
 {
     bool ok = false;
     ms = text.toInt(&ok);
@@ -53,10 +37,10 @@ void PrintOut(const QString& text)
 
 Scenario::Scenario(Device& device, Commands& commands)
     : commands(commands),
-      phone(BuiltInDescription(QLatin1String(Names::PhoneInterface)))
+      phoneInterface(InterfaceDescription::BuiltIn(QLatin1String(Names::PhoneInterface)))
 {
-    limit.setSingleShot(true);
-    connect(&limit, &QTimer::timeout, this, [this] {
+    timer.setSingleShot(true);
+    connect(&timer, &QTimer::timeout, this, [this] {
         if (expected.isEmpty())
             Step();
         else
@@ -65,9 +49,9 @@ Scenario::Scenario(Device& device, Commands& commands)
     connect(&device, &Device::Event, this, &Scenario::OnEvent);
 
     QDBusConnection bus = QDBusConnection::sessionBus();
-    const QStringList signalNames = phone.Signals().keys();
+    const QStringList signalNames = phoneInterface.Signals().keys();
     for (const QString& signal : signalNames)
-        bus.connect(Names::PhoneService, Names::PhoneObject, phone.Name(), signal, this,
+        bus.connect(Names::PhoneService, Names::PhoneObject, phoneInterface.Name(), signal, this,
                     SLOT(OnPhoneSignal(QDBusMessage)));
     auto* presence = new QDBusServiceWatcher(Names::PhoneService, bus, QDBusServiceWatcher::WatchForOwnerChange, this);
     connect(presence, &QDBusServiceWatcher::serviceRegistered, this, [this] { OnEvent("phone started"); });
@@ -98,65 +82,65 @@ Commands::Prepared Scenario::Prepare(const QString& text)
     const QString rest = text.mid(command.size()).trimmed();
 
     if (command == QLatin1String("say"))
-        return Always([this, rest] { PrintOut(Stamped(rest)); });
+        return PrepareAction([this, rest] { PrintOut(WithTime(rest)); });
     if (command == QLatin1String("wait")) {
         int ms = 0;
-        if (!ReadMs(rest, ms))
-            return Senseless(QStringLiteral("usage: wait MS"));
-        return Always([this, ms] { limit.start(ms); });
+        if (!ParseMs(rest, ms))
+            return Invalid(QStringLiteral("usage: wait MS"));
+        return PrepareAction([this, ms] { timer.start(ms); });
     }
     if (command == QLatin1String("expect"))
         return PrepareExpect(rest);
     if (command == QLatin1String("never")) {
         if (rest.isEmpty())
-            return Senseless(QStringLiteral("usage: never TEXT"));
-        return Always([this, rest] { forbidden.append(rest); });
+            return Invalid(QStringLiteral("usage: never TEXT"));
+        return PrepareAction([this, rest] { forbidden.append(rest); });
     }
     if (command == QLatin1String("phone")) {
         const std::optional<QStringList> words = SplitWords(rest);
-        return words ? PreparePhone(*words) : Senseless(QStringLiteral("a quote or backslash is left open"));
+        return words ? PreparePhone(*words) : Invalid(QStringLiteral("a quote or backslash is left open"));
     }
     if (command == QLatin1String("quit"))
-        return Senseless(QStringLiteral("a scenario ends with its last line"));
+        return Invalid(QStringLiteral("a scenario ends with its last line"));
     return commands.Prepare(text);
 }
 
 Commands::Prepared Scenario::PrepareExpect(const QString& text)
 {
-    int ms = ExpectMs;
+    int ms = ExpectTimeoutMs;
     QString sought = text;
     if (text.startsWith(QLatin1String("within "))) {
-        if (!ReadMs(text.section(QLatin1Char(' '), 1, 1), ms))
-            return Senseless(ExpectUsage);
+        if (!ParseMs(text.section(QLatin1Char(' '), 1, 1), ms))
+            return Invalid(ExpectUsage);
         sought = text.section(QLatin1Char(' '), 2).trimmed();
     }
     if (sought.isEmpty())
-        return Senseless(ExpectUsage);
-    return Always([this, sought, ms] { Expect(sought, ms); });
+        return Invalid(ExpectUsage);
+    return PrepareAction([this, sought, ms] { Expect(sought, ms); });
 }
 
 Commands::Prepared Scenario::PreparePhone(const QStringList& words)
 {
     const QString method = words.value(0);
-    if (!phone.Methods().contains(method))
-        return Senseless(QStringLiteral("the phone has no method \"%1\", but %2")
-                             .arg(method, phone.Methods().keys().join(QStringLiteral(", "))));
+    if (!phoneInterface.Methods().contains(method))
+        return Invalid(QStringLiteral("the phone has no method \"%1\", but %2")
+                           .arg(method, phoneInterface.Methods().keys().join(QStringLiteral(", "))));
 
-    const QStringList types = phone.Methods().value(method).in;
+    const QStringList types = phoneInterface.Methods().value(method).in;
     const bool takesList = types == QStringList{QStringLiteral("as")};
     const QString wrong = QStringLiteral("%1 takes the arguments (%2)").arg(method, types.join(QStringLiteral(", ")));
     if (!takesList && words.size() - 1 != types.size())
-        return Senseless(wrong);
+        return Invalid(wrong);
 
     QDBusMessage request =
-        QDBusMessage::createMethodCall(Names::PhoneService, Names::PhoneObject, phone.Name(), method);
+        QDBusMessage::createMethodCall(Names::PhoneService, Names::PhoneObject, phoneInterface.Name(), method);
     for (int i = 0; i < types.size(); ++i) {
         const QVariant value = ToBusType(takesList ? QVariant(words.mid(1)) : words.at(1 + i), types.at(i));
         if (!value.isValid())
-            return Senseless(wrong);
+            return Invalid(wrong);
         request << value;
     }
-    return Always([this, request] { AskPhone(request); });
+    return PrepareAction([this, request] { CallPhone(request); });
 }
 
 void Scenario::Start()
@@ -167,12 +151,12 @@ void Scenario::Start()
     Step();
 }
 
-/// Carries out lines until one has to wait.
+/// Executes lines until one has to wait.
 void Scenario::Step()
 {
-    while (!over && !limit.isActive()) {
+    while (!ended && !timer.isActive()) {
         if (next == lines.size()) {
-            over = true;
+            ended = true;
             Q_EMIT Ended({});
             return;
         }
@@ -186,33 +170,33 @@ void Scenario::Step()
 
 void Scenario::Expect(const QString& text, int ms)
 {
-    while (!events.isEmpty()) {
-        if (events.takeFirst().contains(text))
+    while (!unmatchedEvents.isEmpty()) {
+        if (unmatchedEvents.takeFirst().contains(text))
             return;
     }
     expected = text;
-    limit.start(ms);
+    timer.start(ms);
 }
 
 void Scenario::OnEvent(const QString& text)
 {
-    if (over || !clock.isValid())
+    if (ended || !clock.isValid())
         return;
-    latest.append(Stamped(text));
-    if (latest.size() > ReportedEvents)
-        latest.removeFirst();
+    recentEvents.append(WithTime(text));
+    if (recentEvents.size() > ReportedEvents)
+        recentEvents.removeFirst();
 
     if (std::any_of(forbidden.begin(), forbidden.end(), [&](const QString& never) { return text.contains(never); })) {
         Fail(QStringLiteral("must never happen: ") + text);
     } else if (expected.isEmpty()) {
-        events.append(text);
+        unmatchedEvents.append(text);
     } else if (text.contains(expected)) {
         expected.clear();
-        limit.start(0); // the next line comes when this event is through
+        timer.start(0); // let the event reach everybody before the next line
     }
 }
 
-void Scenario::AskPhone(const QDBusMessage& request)
+void Scenario::CallPhone(const QDBusMessage& request)
 {
     auto* watcher = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(request, INT_MAX), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, request](QDBusPendingCallWatcher* finished) {
@@ -224,28 +208,28 @@ void Scenario::AskPhone(const QDBusMessage& request)
         }
         QStringList values;
         for (const QVariant& value : reply.arguments())
-            values.append(Show(value));
+            values.append(ToText(value));
         OnEvent(QStringLiteral("phone %1 -> %2").arg(request.member(), values.join(QLatin1Char(' '))));
     });
 }
 
 void Scenario::OnPhoneSignal(const QDBusMessage& message)
 {
-    OnEvent(QStringLiteral("phone ") + message.member() + Show(message.arguments()));
+    OnEvent(QStringLiteral("phone ") + message.member() + ToText(message.arguments()));
 }
 
-QString Scenario::Stamped(const QString& text) const
+QString Scenario::WithTime(const QString& text) const
 {
     return QStringLiteral("%1 s  %2").arg(static_cast<double>(clock.elapsed()) / 1000, 7, 'f', 1).arg(text);
 }
 
 void Scenario::Fail(const QString& problem)
 {
-    if (over)
+    if (ended)
         return;
-    over = true;
+    ended = true;
     Q_EMIT Ended(QStringLiteral("%1:%2: %3\nWhat happened before:\n%4")
                      .arg(name)
                      .arg(lines.at(std::max(next, 1) - 1).number)
-                     .arg(problem, latest.join(QLatin1Char('\n'))));
+                     .arg(problem, recentEvents.join(QLatin1Char('\n'))));
 }

@@ -1,18 +1,20 @@
 #pragma once
 
 #include "Commands.h"
+#include "InterfaceDescription.h"
 
 #include <QDBusMessage>
 #include <QElapsedTimer>
 #include <QTimer>
 
-/// Plays a file of commands, one a line, and checks what happens meanwhile. Beside the commands of the device it knows
+/// Plays a file of commands, one per line, and checks the events that follow. In addition to the commands of the device
+/// there are
 ///   say TEXT                      prints a line of the timeline
-///   wait MS                       goes on later
-///   expect [within MS] TEXT       goes on when an event with the text comes, or has come since the one last expected
-///   never TEXT                    fails as soon as an event with the text comes
-///   phone METHOD [ARGUMENT...]    asks the phone service; its answer is the event "phone METHOD -> STATUS ..."
-/// Events are those of the device, the phone service's signals, as "phone PhoneStatus(1)", and "phone started" and
+///   wait MS                       pauses
+///   expect [within MS] TEXT       waits for an event that contains the text; events since the last match count
+///   never TEXT                    fails as soon as an event contains the text
+///   phone METHOD [ARGUMENT...]    calls the phone service; its answer is the event "phone METHOD -> STATUS ..."
+/// Events are those of the device, the phone service's signals, such as "phone PhoneStatus(1)", and "phone started" and
 /// "phone stopped" when the service enters or leaves the bus.
 class Scenario : public QObject
 {
@@ -21,12 +23,12 @@ class Scenario : public QObject
 public:
     Scenario(Device& device, Commands& commands);
 
-    /// Reads the file. @return an empty text, or what is wrong with it.
+    /// Parses the whole file without executing anything. @return an error message, empty on success.
     QString Load(const QString& path);
     void Start();
 
 Q_SIGNALS:
-    /// @param problem empty when every line was carried out and every expectation came true.
+    /// @param problem empty if every line was executed and every expectation was met.
     void Ended(const QString& problem);
 
 private Q_SLOTS:
@@ -43,21 +45,21 @@ private:
     Commands::Prepared PreparePhone(const QStringList& words);
     void Step();
     void Expect(const QString& text, int ms);
-    void AskPhone(const QDBusMessage& request);
+    void CallPhone(const QDBusMessage& request);
     void OnEvent(const QString& text);
     void Fail(const QString& problem);
-    QString Stamped(const QString& text) const;
+    QString WithTime(const QString& text) const;
 
     Commands& commands;
-    const InterfaceDescription phone;
+    const InterfaceDescription phoneInterface;
     QString name;
     QList<Line> lines;
-    int next = 0;          ///< index of the line to be carried out next
-    QStringList events;    ///< not yet passed by an expectation
-    QStringList latest;    ///< of all events, for the report of a failure
-    QStringList forbidden; ///< what must not come
-    QString expected;      ///< what is waited for, if not empty
-    QTimer limit;          ///< of the wait or the expectation
+    int next = 0;                ///< index of the line to be executed next
+    QStringList unmatchedEvents; ///< events since the last one that was expected
+    QStringList recentEvents;    ///< for the report of a failure
+    QStringList forbidden;       ///< texts that no event may contain
+    QString expected;            ///< the text that is waited for, if any
+    QTimer timer;                ///< ends a pause or limits an expectation
     QElapsedTimer clock;
-    bool over = false;
+    bool ended = false;
 };

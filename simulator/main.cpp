@@ -2,7 +2,7 @@
 #include "Control.h"
 #include "DaemonCheck.h"
 #include "LineEditor.h"
-#include "Remote.h"
+#include "RemoteControl.h"
 #include "Scenario.h"
 #include "SignalInput.h"
 
@@ -27,17 +27,17 @@ constexpr int ExitUsage = 2;
 constexpr int ExitNotOnBus = 3;
 
 constexpr char Examples[] = R"(
-A simulated phone device: GSM daemon, sound manager and audio control services, behaving like a modem, a SIM card, a
-network and an audio path.
+A simulated phone device: GSM daemon, sound manager and audio control services with a modem, a SIM card, a network and
+an audio path behind them.
 
-  kova-simulator                          be the device; commands on standard input, "help" explains them
-  kova-simulator --register 500           with a network that is quick to register
-  kova-simulator send ring +493023125001  steer the one that runs: a call comes in
-  kova-simulator send fault Call silent   the GSM daemon no longer answers when it is to dial
-  kova-simulator send log                 follow what the phone service asks of the device
+  kova-simulator                          run the device; type "help" for its commands
+  kova-simulator --register 500           run it with a network that registers quickly
+  kova-simulator send ring +493023125001  let a call come in at the running device
+  kova-simulator send fault Call silent   let the GSM daemon not answer requests to dial
+  kova-simulator send log                 follow the requests of the phone service
   kova-simulator --at-tcp 4321            offer the modem as an AT port instead, for oFono or ModemManager
-  kova-simulator check-gsmd call +4930    put the GSM daemon on this bus through what the service will ask of it
-  kova-simulator play no-sim.scenario     be the device, play a scenario, and fail if it does not come true)";
+  kova-simulator check-gsmd call +4930    test the GSM daemon on this bus against the service's requirements
+  kova-simulator play no-sim.scenario     run the device, play a scenario, and fail if an expectation is not met)";
 
 struct TimeOption {
     const char* name;
@@ -53,7 +53,7 @@ constexpr TimeOption timeOptions[] = {
     {"answer", "until the far end answers or rejects a call", &DeviceTimes::answer},
 };
 
-int Complain(int status, const QString& problem)
+int PrintError(int status, const QString& problem)
 {
     std::fprintf(stderr, "kova-simulator: %s\n", qPrintable(problem));
     return status;
@@ -70,7 +70,7 @@ void PrintEvent(const QString& text)
     std::fflush(stdout);
 }
 
-bool ReadTimes(const QCommandLineParser& options, DeviceTimes& times)
+bool ParseTimes(const QCommandLineParser& options, DeviceTimes& times)
 {
     return std::all_of(std::begin(timeOptions), std::end(timeOptions), [&](const TimeOption& option) {
         bool ok = false;
@@ -79,7 +79,7 @@ bool ReadTimes(const QCommandLineParser& options, DeviceTimes& times)
     });
 }
 
-/// Makes one line of the words that a shell has split, for the simulator to split again.
+/// Joins words that a shell has split into a line that the simulator splits in the same way.
 QString JoinWords(QStringList words)
 {
     if (words.size() > 1) {
@@ -91,8 +91,8 @@ QString JoinWords(QStringList words)
     return words.join(QLatin1Char(' '));
 }
 
-/// Reads "call NUMBER" and "sms NUMBER", each at most once.
-std::optional<DaemonCheck::Numbers> ReadNumbers(const QStringList& words)
+/// Parses "call NUMBER" and "sms NUMBER", each at most once.
+std::optional<DaemonCheck::Numbers> ParseNumbers(const QStringList& words)
 {
     DaemonCheck::Numbers numbers;
     if (words.size() % 2 != 0)
@@ -108,42 +108,43 @@ std::optional<DaemonCheck::Numbers> ReadNumbers(const QStringList& words)
     return numbers;
 }
 
-/// @param scenarioFile to be played, or empty to be the device on the console.
-int BeDevice(const DeviceTimes& times, const DeviceOptions& options, const QString& scenarioFile, bool quiet,
-             int signalInput)
+/// Runs the device until it is told to quit, or the scenario has ended.
+/// @param scenarioFile empty to read commands from standard input instead.
+int RunDevice(const DeviceTimes& times, const DeviceOptions& options, const QString& scenarioFile, bool quiet,
+              int signalInput)
 {
-    const bool plays = !scenarioFile.isEmpty();
+    const bool isPlaying = !scenarioFile.isEmpty();
     Device device(times, options);
     Commands commands(device);
     Control control(device, commands);
     std::unique_ptr<Scenario> scenario;
-    if (plays) {
+    if (isPlaying) {
         scenario = std::make_unique<Scenario>(device, commands);
         const QString problem = scenario->Load(scenarioFile);
         if (!problem.isEmpty())
-            return Complain(ExitUsage, problem);
+            return PrintError(ExitUsage, problem);
     }
-    const bool interactive = !plays && isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
+    const bool interactive = !isPlaying && isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
     if (!quiet && !interactive)
         QObject::connect(&device, &Device::Event, PrintEvent);
 
-    const auto stop = [plays] {
-        QCoreApplication::exit(plays ? Complain(ExitFailed, "stopped before the end of the scenario") : 0);
+    const auto stop = [isPlaying] {
+        QCoreApplication::exit(isPlaying ? PrintError(ExitFailed, "stopped before the end of the scenario") : 0);
     };
-    const QSocketNotifier signalled(signalInput, QSocketNotifier::Read);
-    QObject::connect(&signalled, &QSocketNotifier::activated, &control, stop);
+    const QSocketNotifier signalNotifier(signalInput, QSocketNotifier::Read);
+    QObject::connect(&signalNotifier, &QSocketNotifier::activated, &control, stop);
     QObject::connect(&commands, &Commands::Quit, &control, stop, Qt::QueuedConnection);
 
-    // The control's name comes last: who sees it finds the whole device.
+    // Claim the name of the control last, to show that the whole device is there.
     for (const QString& problem : {device.Join(), control.Join()}) {
         if (!problem.isEmpty())
-            return Complain(ExitNotOnBus, problem);
+            return PrintError(ExitNotOnBus, problem);
     }
 
     std::unique_ptr<QObject> console;
-    if (plays) {
+    if (isPlaying) {
         QObject::connect(scenario.get(), &Scenario::Ended, &control, [](const QString& problem) {
-            QCoreApplication::exit(problem.isEmpty() ? 0 : Complain(ExitFailed, problem));
+            QCoreApplication::exit(problem.isEmpty() ? 0 : PrintError(ExitFailed, problem));
         });
         QMetaObject::invokeMethod(scenario.get(), &Scenario::Start, Qt::QueuedConnection);
     } else {
@@ -183,24 +184,23 @@ int main(int argc, char** argv)
                            QStringLiteral("ms"), QString::number(times.*option.time)});
     const QCommandLineOption atTcp(
         QStringLiteral("at-tcp"),
-        QStringLiteral("Offer the modem as an AT port on this TCP port of the machine itself "
-                       "instead of the GSM daemon."),
+        QStringLiteral("Offer the modem as an AT port on this local TCP port instead of the GSM daemon."),
         QStringLiteral("port"));
     const QCommandLineOption atAbstract(QStringLiteral("at-abstract"),
-                                        QStringLiteral("The same, on a socket of this name in the abstract namespace."),
+                                        QStringLiteral("The same on a socket of this name in the abstract namespace."),
                                         QStringLiteral("name"));
-    const QCommandLineOption atStaysOn(
-        QStringLiteral("at-stays-on"),
-        QStringLiteral("Keep the modem's power and calls when the AT port is closed; else it is switched off."));
-    const QCommandLineOption noAudio(QStringLiteral("no-audio"), QStringLiteral("Do not be the three audio services."));
+    const QCommandLineOption atStaysOn(QStringLiteral("at-stays-on"),
+                                       QStringLiteral("Keep the modem's power and calls when the AT port is closed."));
+    const QCommandLineOption noAudio(QStringLiteral("no-audio"),
+                                     QStringLiteral("Do not offer the three audio services."));
     options.addOptions({atTcp, atAbstract, atStaysOn, noAudio});
-    const QCommandLineOption quiet(QStringLiteral("quiet"), QStringLiteral("Do not print what happens."));
+    const QCommandLineOption quiet(QStringLiteral("quiet"), QStringLiteral("Do not print events."));
     options.addOption(quiet);
     options.addPositionalArgument(QStringLiteral("mode"),
-                                  QStringLiteral("play FILE, send COMMAND, check-gsmd, or nothing."),
+                                  QStringLiteral("play FILE, send COMMAND, check-gsmd, or none to run the device."),
                                   QStringLiteral("[play FILE | send COMMAND | check-gsmd [call NUMBER] [sms NUMBER]]"));
     if (!options.parse(QCoreApplication::arguments()))
-        return Complain(ExitUsage, options.errorText() + QStringLiteral(" See --help."));
+        return PrintError(ExitUsage, options.errorText() + QStringLiteral(" See --help."));
     if (options.isSet(help))
         options.showHelp();
     if (options.isSet(version))
@@ -210,24 +210,24 @@ int main(int argc, char** argv)
     if (mode.value(0) == QLatin1String("send") && mode.size() > 1)
         return SendToRunning(JoinWords(mode.mid(1)));
     if (mode.value(0) == QLatin1String("check-gsmd")) {
-        const std::optional<DaemonCheck::Numbers> numbers = ReadNumbers(mode.mid(1));
+        const std::optional<DaemonCheck::Numbers> numbers = ParseNumbers(mode.mid(1));
         return numbers ? DaemonCheck().Run(*numbers)
-                       : Complain(ExitUsage, QStringLiteral("usage: check-gsmd [call NUMBER] [sms NUMBER]"));
+                       : PrintError(ExitUsage, QStringLiteral("usage: check-gsmd [call NUMBER] [sms NUMBER]"));
     }
     if (!mode.isEmpty() && (mode.at(0) != QLatin1String("play") || mode.size() != 2))
-        return Complain(
+        return PrintError(
             ExitUsage,
             QStringLiteral("options, then \"play FILE\", \"send COMMAND\", \"check-gsmd\" or nothing; see --help"));
-    if (!ReadTimes(options, times))
-        return Complain(ExitUsage, QStringLiteral("times are whole numbers of milliseconds; see --help"));
-    DeviceOptions offers;
-    offers.atTcpPort = options.value(atTcp).toInt();
-    offers.atAbstractName = options.value(atAbstract);
-    offers.atStaysOn = options.isSet(atStaysOn);
-    offers.audio = !options.isSet(noAudio);
-    if (options.isSet(atTcp) && (offers.atTcpPort < 1 || offers.atTcpPort > USHRT_MAX))
-        return Complain(ExitUsage, QStringLiteral("a TCP port is a number from 1 to 65535"));
-    if (options.isSet(atAbstract) && offers.atAbstractName.isEmpty())
-        return Complain(ExitUsage, QStringLiteral("the name of a socket is not empty"));
-    return BeDevice(times, offers, mode.value(1), options.isSet(quiet), HoldSignals({SIGINT, SIGTERM}));
+    if (!ParseTimes(options, times))
+        return PrintError(ExitUsage, QStringLiteral("times are whole numbers of milliseconds; see --help"));
+    DeviceOptions deviceOptions;
+    deviceOptions.atTcpPort = options.value(atTcp).toInt();
+    deviceOptions.atAbstractName = options.value(atAbstract);
+    deviceOptions.atStaysOn = options.isSet(atStaysOn);
+    deviceOptions.audio = !options.isSet(noAudio);
+    if (options.isSet(atTcp) && (deviceOptions.atTcpPort < 1 || deviceOptions.atTcpPort > USHRT_MAX))
+        return PrintError(ExitUsage, QStringLiteral("a TCP port is a number from 1 to 65535"));
+    if (options.isSet(atAbstract) && deviceOptions.atAbstractName.isEmpty())
+        return PrintError(ExitUsage, QStringLiteral("the name of a socket is not empty"));
+    return RunDevice(times, deviceOptions, mode.value(1), options.isSet(quiet), HoldSignals({SIGINT, SIGTERM}));
 }

@@ -1,6 +1,6 @@
 #include "ControlNames.h"
 #include "GsmProxy.h"
-#include "Interface.h"
+#include "BusValues.h"
 #include "Names.h"
 #include "SimulatorProxy.h"
 

@@ -36,7 +36,7 @@ private Q_SLOTS:
     void faults();
     void hostile_data();
     void hostile();
-    void visits();
+    void sessions();
 
 private:
     int Connect() const;
@@ -360,7 +360,7 @@ void AtTest::hostile()
 }
 
 /// The port is open for one at a time; when it is closed, and when the modem loses its power, the modem is off.
-void AtTest::visits()
+void AtTest::sessions()
 {
     Register();
     QVERIFY(Run("fault SignalStrength delay 3600000 times 1"));

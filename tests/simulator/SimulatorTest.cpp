@@ -1,4 +1,4 @@
-#include "Interface.h"
+#include "BusValues.h"
 #include "Names.h"
 #include "Scenario.h"
 
@@ -152,7 +152,7 @@ private Q_SLOTS:
         QTest::addColumn<QVariantList>("arguments");
         QTest::addColumn<QString>("answer");
         for (const QString& peer : peers.keys()) {
-            const InterfaceDescription description = BuiltInDescription(peers[peer].interface);
+            const InterfaceDescription description = InterfaceDescription::BuiltIn(peers[peer].interface);
             for (const QString& method : description.Methods().keys()) {
                 QVariantList arguments;
                 for (const QString& type : description.Methods()[method].in)
@@ -190,14 +190,14 @@ private Q_SLOTS:
             const QString name = peers[peer].interface;
             const auto description = InterfaceDescription::Read(offered, name);
             QVERIFY2(description, qPrintable(offered));
-            QCOMPARE(BuiltInDescription(name).MissingIn(*description), QStringList());
+            QCOMPARE(InterfaceDescription::BuiltIn(name).MissingIn(*description), QStringList());
             QCOMPARE(Ask(peer, "Dance").errorName(), "org.freedesktop.DBus.Error.UnknownMethod");
         }
     }
 
     void differences()
     {
-        const InterfaceDescription contract = BuiltInDescription(peers["gsm"].interface);
+        const InterfaceDescription contract = InterfaceDescription::BuiltIn(peers["gsm"].interface);
         QString other = "<node><interface name=\"a.b\"><method name=\"Call\"/></interface>\n" + contract.Element();
         other.replace("\"CallAnswer\"", "\"Answer\"").replace("<signal name=\"ModemOff\"/>", "");
         other.replace("name=\"Present\" type=\"b\"", "name=\"Present\" type=\"i\"");

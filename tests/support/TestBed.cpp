@@ -1,7 +1,7 @@
 #include "TestBed.h"
 
 #include "ControlNames.h"
-#include "Interface.h"
+#include "BusValues.h"
 #include "Names.h"
 #include "SimulatorProxy.h"
 
@@ -298,7 +298,7 @@ QString TestBed::PhoneStatus()
 {
     QDBusPendingReply<int, uint, uint, uint, uint, bool> reply = phone.GetStatus();
     reply.waitForFinished();
-    return Show(reply.reply().arguments());
+    return ToText(reply.reply().arguments());
 }
 
 // Records
@@ -379,5 +379,5 @@ QString TestBed::MissingInOrder(const QStringList& list, const QStringList& want
 
 void TestBed::OnPhoneSignal(const QDBusMessage& message)
 {
-    events.append(QStringLiteral("phone ") + message.member() + Show(message.arguments()));
+    events.append(QStringLiteral("phone ") + message.member() + ToText(message.arguments()));
 }
