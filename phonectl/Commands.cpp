@@ -160,25 +160,23 @@ const QList<Command>& Commands()
     constexpr unsigned Followed = OptionTimeout | OptionWait;
     static const QList<Command> commands = {
         {"status", "", Bus | OptionWatch, "Show the phone's state",
-         "Modem, network, signal, SIM card, what the user has asked for, and whether the modem is forced off, as last "
-         "reported, and which of the services below it are missing from the bus.\nSignal: excellent from -70 dBm, good "
-         "from "
-         "-85, fair from -100, weak below. With --watch: again whenever it changes, until Ctrl-C.",
+         "Modem, network, signal, SIM card, whether the user has switched the phone on, whether the modem is forced "
+         "off, all as last reported, and which of the services below are missing from the bus.\nSignal: excellent from "
+         "-70 dBm, good from -85, fair from -100, weak below. With --watch: again after each change, until Ctrl-C.",
          "phonectl status\nphonectl status --json | jq .signalDbm", ShowStatus},
-        {"enable", "", Followed, "Switch the phone on for good",
-         "With --wait: until the modem is registered to the network, or turns out to have no SIM card.",
+        {"enable", "", Followed, "Switch the phone on permanently",
+         "With --wait: until the modem is registered to the network, or the check finds no SIM card.",
          "phonectl enable --wait", SwitchOn},
-        {"disable", "", Followed, "Switch the phone off for good",
-         "The modem stays on for a data connection that is switched on. With --wait: until the modem is off.",
+        {"disable", "", Followed, "Switch the phone off permanently",
+         "The modem stays on while a data connection is switched on. With --wait: until the modem is off.",
          "phonectl disable", SwitchOff},
         {"force-off", "on|off", Followed, "Keep the modem off, or allow it again",
          "For suspend or shutdown. A restart of the service ends it. With --wait: until the modem is off, or "
-         "registered "
-         "again.",
+         "registered again.",
          "phonectl force-off on --wait && systemctl suspend", ForceOff},
         {"sms", "NUMBER [TEXT]", Followed | OptionRaw, "Queue a message",
-         "Without TEXT, or with -, the text comes from standard input. Queuing does not switch the modem on.\nWith "
-         "--wait: until the queue has reported the message as sent or lost.",
+         "Without TEXT, or with -, the text is read from standard input. Queuing does not switch the modem on.\nWith "
+         "--wait: until the message is reported as sent or lost.",
          "phonectl sms +4912345 \"On my way\"\nuptime | phonectl sms --wait +4912345", SendSms},
         {"call", "NUMBER", Followed | OptionRaw, "Call a number",
          "With --wait: until the call has ended; the service hangs up after 30 s without an answer.",
@@ -187,41 +185,36 @@ const QList<Command>& Commands()
          "With --wait: until the call with the number that answers has ended, or all have rejected.",
          "phonectl call-loop +4912345 +4967890", MakeCallLoop},
         {"hangup", "", Bus, "End the call in progress",
-         "Ringing, dialled or answered; a call loop is ended with all the numbers that it would still dial. Asks the "
-         "GSM "
-         "daemon: the phone service does not hang up by itself.",
+         "The call may be ringing, dialled or answered. A call loop ends, too, without dialling its remaining "
+         "numbers.\nThis asks the GSM daemon, because the phone service has no such request.",
          "phonectl hangup", EndCall},
         {"apn", "APN [USER [PASSWORD]]", Bus | OptionPasswordFile | OptionAskPassword,
          "Set the data connection's access point",
-         "A password on the command line can be read by others, in the shell's history and while phonectl runs.",
+         "A password on the command line is visible to other users while phonectl runs, and stays in the shell's "
+         "history.",
          "phonectl apn internet.example\nphonectl apn internet.example user --ask-password\nphonectl apn "
          "internet.example user --password-file secret",
          SetApn},
         {"monitor", "", Bus, "Print each signal of the service",
-         "Reports also that the service has left the bus or is back. Ctrl-C or --timeout ends it.",
+         "Also reports when the service leaves the bus or returns. Ctrl-C or --timeout ends it.",
          "phonectl monitor\nphonectl monitor --json | jq 'select(.signal == \"SmsReceived\") | .text'", Monitor},
         {"doctor", "", Bus, "Check that the board has everything that a call needs",
-         "Goes from the session bus to the contacts, in the order in which a board is brought up, and says of each "
-         "step "
-         "whether it holds, fails or is not yet due, and what to do next. Changes nothing and starts nothing. Exit "
-         "status 1 "
-         "when a step fails.",
+         "Checks everything from the session bus to the contacts, in the order in which a board is brought up. For "
+         "each step, prints whether it holds, fails or is not yet due, and what to do next. Changes nothing and starts "
+         "nothing. The exit status is 1 if a step fails.",
          "phonectl doctor\nphonectl doctor --json | jq '.steps[] | select(.verdict == \"fails\")'", Examine},
         {"timeline", "[FILE]", OptionOutput, "Draw the service's log as a picture",
-         "FILE is the log; without it, or with -, standard input. The picture goes to standard output, or with "
-         "--output to "
-         "a file, as a page when its name ends in .html.\nOf the journal, all forms with times are read; of a log "
-         "without "
-         "times the axis counts lines.",
+         "FILE is the log; without it, or with -, it is read from standard input. The picture goes to standard output "
+         "or, with --output, to a file, as a web page if its name ends in .html.\nAll journalctl formats are read. For "
+         "a log without times, the axis counts lines.",
          "journalctl --user -u phonemanager -o short-iso | phonectl timeline >phone.svg\nphonectl timeline phone.log "
          "--output phone.html",
          DrawTimeline},
         {"contacts list", "", OptionNone, "List the contacts and their rights", "", "phonectl contacts list",
          ListContacts},
         {"contacts add", "NUMBER [NAME]", OptionRaw | OptionMayCallIn, "Add a contact",
-         "NUMBER as the network shows it, or the contact's calls will not be recognised. The database is made when it "
-         "is "
-         "missing.",
+         "NUMBER must be exactly what the network shows, or the contact's calls will not be recognised. The database "
+         "is created if it does not exist.",
          "phonectl contacts add +4912345 Anna --may-call-in", AddContact},
         {"contacts remove", "NUMBER", OptionRaw, "Remove a contact", "", "phonectl contacts remove +4912345",
          RemoveContact},

@@ -31,10 +31,10 @@ public:
     {
     }
 
-    /// What stands after the program's name on a shell's command line.
+    /// Runs a command line in shell syntax, without the name of the program.
     explicit Ctl(const char* command) : Ctl("sh", {"-c", "exec " + QLatin1String(Program) + ' ' + command}, {}) {}
 
-    /// With a terminal as standard input, on which Type() types.
+    /// Gives the program a terminal as standard input, for Type().
     enum StandardInput { Terminal };
     Ctl(const QStringList& arguments, StandardInput) : terminal(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
     {
@@ -51,14 +51,15 @@ public:
         process.closeWriteChannel();
     }
 
-    /// Waits until a step is told on standard output.
+    /// Waits until a step is printed on standard output.
     bool Tells(const QByteArray& text)
     {
         return QTest::qWaitFor([&] { return (out += process.readAllStandardOutput()).contains(text); }, LimitMs);
     }
 
-    /// Waits for its end. @return whether exit status (-1 for a crash or no end), a space and all that it wrote match
-    /// the pattern, steps in JSON as bare names, and whether what is to be JSON is one object, of monitor one a line.
+    /// Waits for the program's end. With --json, also checks that the output is one object, or one per line of monitor.
+    /// @return whether the pattern matches the exit status (-1 if it crashed or did not end), a space and the output,
+    /// in which the events of JSON are reduced to their names.
     bool Ends(const QString& pattern)
     {
         const bool ended = QTest::qWaitFor([&] { return process.state() == QProcess::NotRunning; }, LimitMs);
@@ -92,7 +93,7 @@ private:
 
 }
 
-/// A GSM daemon that is not what it should be.
+/// A GSM daemon with the wrong interface.
 class WrongDaemon : public QObject
 {
     Q_OBJECT
@@ -112,7 +113,7 @@ class PhonectlTest : public QObject
 private Q_SLOTS:
     void init() { qputenv("KOVA_CONTACTS_DB", QFile::encodeName(folder.filePath("contacts.db"))); }
 
-    /// Told to a person and to a script, before the bus or the contacts are touched.
+    /// Wrong usage is reported as text and as JSON, before the bus or the contacts are used.
     void badInput()
     {
         const std::pair<QStringList, QString> rows[] = {
@@ -128,7 +129,7 @@ private Q_SLOTS:
             {{"contacts", "lst"}, "did you mean 'list'"},
             {{"call-loop", "110", "one"}, "NUMBER \"one\""},
             {{"call", "1\033[2J"}, "\\x1b"},
-            {{"sms", "110"}, "TEXT is empty"}, // nor is there any on standard input
+            {{"sms", "110"}, "TEXT is empty"}, // and so is standard input
             {{"sms", "110", QString(39016, 'x')}, "39015"},
             {{"apn", "a", "u", "p", "--ask-password"}, "one of them"},
             {{"apn", "a", "u", "--password-file", "/none"}, "\"/none\""},
@@ -149,7 +150,7 @@ private Q_SLOTS:
             Ctl({"help", "contacts"}).Ends("0 usage: phonectl contacts list\\|add\\|remove .*contacts add NUMBER.*"));
     }
 
-    /// The latter on a bus of its own, with an activation file.
+    /// The service that can be activated is on a bus of its own.
     void serviceAbsentOrStartedByTheBus()
     {
         QVERIFY(Ctl({"call", "110"}).Ends("3 .*systemctl --user start phonemanager.*"));
@@ -195,7 +196,7 @@ private Q_SLOTS:
         QVERIFY(Ctl({"status", "--json"}).Ends(R"(0 .*"rssi":121,"signal":"unclear .reading 121.",.*)"));
         QVERIFY(watch.Tells("\"rssi\":121"));
 
-        // What the service remembers of a daemon that has left is not passed off as the present.
+        // The last values of a daemon that has left are not presented as current.
         QVERIFY(bed.Command("daemon leave") && watch.Tells("\"gsmDaemon\":false"));
         QVERIFY(Ctl({"status"}).Ends("0 GSM daemon  not on the bus.*\nModem       on\n.*"));
         QVERIFY(Ctl({"hangup"}).Ends("3 phonectl: the GSM daemon.*"));
@@ -205,7 +206,7 @@ private Q_SLOTS:
         QVERIFY(watch.Ends("0 .*"));
     }
 
-    /// Whatever the service's answer says.
+    /// The answer may contain any values.
     void settingThatIsNotStored()
     {
         TestBed bed;
@@ -242,7 +243,7 @@ private Q_SLOTS:
                 .Ends("1 .*FAILS    Settings .*line 6 .*FAILS    Signal  .*FAILS    Data link  .*ppp0.*FAILS    Sound "
                       "manager .*\n10 hold, 4 fail, 0 not yet\n"));
 
-        // A service that is stuck in a remote call is one finding; the others are made all the same.
+        // The other steps are still judged if the service is stuck in a remote call.
         QVERIFY(bed.Command("fault ModemSetEnabled silent"));
         bed.Phone().ForcePhoneOff(true);
         QVERIFY(bed.WaitForEvent("-> gsm ModemSetEnabled(false)"));
@@ -289,7 +290,7 @@ private Q_SLOTS:
         QVERIFY(bed.Command("fault SendSms status 7"));
         QVERIFY(Ctl({"sms", "--wait", "110", "x"}).Ends("1 .*phonectl: the message is lost.*"));
 
-        // Somebody else's message is before this one in the queue; one of the two is lost, nobody can say which.
+        // Another client's message precedes this one in the queue. One of the two is lost, and it is unknown which.
         QVERIFY(bed.Command("fault SendSms status 7 times 1"));
         bed.Phone().QueueSms("111", "other").waitForFinished();
         Ctl ours({"sms", "--wait", "110", "x"});
@@ -383,7 +384,7 @@ private Q_SLOTS:
         bus.waitForFinished();
     }
 
-    /// From the forms in which the log is kept; what others wrote into it does no harm.
+    /// Reads every form of the log, with foreign lines among its own.
     void timeline()
     {
         const auto entry = [](const char* before, int level, const char* message) {
@@ -427,7 +428,7 @@ private Q_SLOTS:
         QVERIFY(Ctl({"timeline"}, "nothing of ours\n").Ends("1 .* no line of .*"));
     }
 
-    /// Round trip, and what the service makes of it.
+    /// The service authorises a caller by the contacts that were added.
     void contacts()
     {
         TestBed bed;

@@ -1,5 +1,5 @@
 #!/bin/bash
-# What Tab offers. usage: completion.sh FOLDER PHONECTL KOVA_SIMULATOR
+# Tests what Tab completes. usage: completion.sh FOLDER PHONECTL KOVA_SIMULATOR
 . "$1/phonectl" && . "$1/kova-simulator" || exit 1
 KOVA_CONTACTS_DB=$(mktemp -d)/contacts.db
 export KOVA_CONTACTS_DB
@@ -24,7 +24,7 @@ expect _phonectl "$2" "+4912345" call-loop 110 +
 expect _phonectl "$2" "$1/phonectl" apn x y --password-file "$1/ph"
 expect _kova_simulator "$3" "--power-up --power-down" --pow
 
-# The commands are those of the one that runs.
+# The commands of the simulator come from the running one.
 "$3" --quiet </dev/null >/dev/null &
 device=$!
 trap 'kill $device; rm -r "${KOVA_CONTACTS_DB%/*}"' EXIT

@@ -12,12 +12,12 @@
 namespace
 {
 
-// Events that are awaited come soon; the others are an hour away.
+// Expected events come at once, unwanted ones in an hour.
 constexpr DeviceTimes times = {10, 10, 10, 3600000, 3600000};
 
 }
 
-/// The simulated modem behind its AT port, in this process, written to through a socket.
+/// The simulated modem in this process. The test writes to its AT port through a socket.
 class AtTest : public QObject
 {
     Q_OBJECT
@@ -42,7 +42,7 @@ private:
     int Connect() const;
     void Write(const QByteArray& data) { QCOMPARE(write(client, data.data(), std::size_t(data.size())), data.size()); }
     QByteArray Read();
-    /// Writes a line. @return the answer up to its final result code, without blank lines.
+    /// Writes a line. @return the answer up to the final result code, without blank lines.
     QString Ask(const QByteArray& line);
     void Register();
     bool Run(const QString& line) { return commands->Run(line).done; }
@@ -56,7 +56,7 @@ private:
     QByteArray unread;
 };
 
-/// Waits until the port has said this, and forgets what came before.
+/// Waits until the output of the port contains the text, and drops the output up to it.
 #define HEAR(text)                                                                                                     \
     do {                                                                                                               \
         QTRY_VERIFY2(Read().contains(text), unread.constData());                                                       \
@@ -135,7 +135,7 @@ void AtTest::answers_data()
              {"at+creg = 2", "ERROR"},
              {"ate0v1&c1+cmee=1;+creg?", "+CREG: 0,0|OK"},
              {"AT+CREG=2;+CREG?;+NONE;+CSQ", "+CREG: 2,0|ERROR"},
-             {"AT+CMEE=0;+CGDCONT=1,\"IP\",\"internet\"", "ERROR"}, // refused while off, without its number
+             {"AT+CMEE=0;+CGDCONT=1,\"IP\",\"internet\"", "ERROR"}, // refused while off, as a plain error
              {"AT+CIMI", "001010123456789|OK"},
              {"AT+COPS?", "+COPS: 0|OK"},
              {"AT+CSQ", "+CSQ: 99,99|OK"},
@@ -169,7 +169,7 @@ void AtTest::power()
     QVERIFY(Run("network lost"));
     QTRY_VERIFY(Read().contains("+CREG: 2"));
     QVERIFY2(!unread.contains("+CSQ"), "ModemManager stumbles over it");
-    QCOMPARE(Ask("AT+CREG=0;+CFUN=4;+CFUN?"), "+CFUN: 4|OK"); // answers when it is off
+    QCOMPARE(Ask("AT+CREG=0;+CFUN=4;+CFUN?"), "+CFUN: 4|OK"); // answers once the modem is off
     QCOMPARE(State("modem"), "off");
     QCOMPARE(events.filter("ModemSetEnabled"), QStringList("-> gsm ModemSetEnabled(false)"));
 }
@@ -226,7 +226,7 @@ void AtTest::secondCaller()
     QVERIFY(Run("ring +3"));
     HEAR("+CCWA: \"+3\",145,1");
     QCOMPARE(Ask("AT+CHLD=1;+CLCC"), "+CLCC: 2,1,0,0,0,\"+3\",145|OK");
-    QVERIFY(Run("ring 4") && Run("hangup")); // the one that waits begins to ring
+    QVERIFY(Run("ring 4") && Run("hangup")); // the waiting call rings
     HEAR("+CLIP: \"4\"");
     QCOMPARE(Ask("AT+CHLD=19"), "+CME ERROR: 3");
     QCOMPARE(Ask("AT+CCWA=0;+CHLD=11;+CLCC"), "OK");
@@ -249,7 +249,7 @@ void AtTest::sending()
     QCOMPARE(send(units.at(0)), "+CMGS: 2|OK");
     QCOMPARE(events, QStringList("-> gsm SendSms(\"+4930\", \"" + text + "\")"));
 
-    QCOMPARE(send(units.at(0), "\x1b"), "OK"); // thought better of it
+    QCOMPARE(send(units.at(0), "\x1b"), "OK"); // cancelled
     QCOMPARE(send("garbage"), "+CMS ERROR: 304");
     QCOMPARE(send(QByteArray(3000, 'x')), "+CMS ERROR: 304");
     QCOMPARE(State("sms-sent"), "1");
@@ -277,10 +277,10 @@ void AtTest::receiving()
     HEAR("+CMTI: \"SM\",2");
     HEAR("+CMTI: \"SM\",3");
     QCOMPARE(Ask("AT+CMGL=4").count("+CMGL: "), 3);
-    QCOMPARE(Ask("AT+CMGL=0"), "OK"); // all are read now
+    QCOMPARE(Ask("AT+CMGL=0"), "OK"); // all have been read
     QCOMPARE(Ask("AT+CMGD=2;+CPMS?").left(13), "+CPMS: \"SM\",2");
 
-    // The network keeps what has no room on the card.
+    // The network holds messages that do not fit on the card.
     QCOMPARE(Ask("AT+CNMI=2,0"), "OK");
     for (int i = 0; i < 40; ++i)
         QVERIFY(Run("sms +4930 more"));
@@ -288,7 +288,7 @@ void AtTest::receiving()
     QVERIFY(Ask("AT+CMGD=1,4;+CPMS?").startsWith("+CPMS: \"SM\",12,30"));
 }
 
-/// One meaning in both front ends: refused, no answer, late.
+/// Faults have the same meaning as on the bus: refused, no answer, late.
 void AtTest::faults()
 {
     Register();
@@ -317,10 +317,10 @@ void AtTest::faults()
     QCOMPARE(Ask("AT+CMGS=" + QByteArray::number(Pdu::Length(unit))), "> ");
     QCOMPARE(Ask(unit.toHex() + "\x1a"), "+CMS ERROR: 38");
 
-    // A modem that hangs says nothing and remembers nothing.
+    // A modem that hangs neither answers nor handles its input later.
     QVERIFY(Run("modem silent") && Run("hangup") && Run("ring 1"));
     Write("AT+CIMI\r");
-    QCoreApplication::processEvents(); // it is there to be read already
+    QCoreApplication::processEvents(); // the simulator reads the line
     unread.clear();
     QCOMPARE(Read(), QByteArray());
     QVERIFY(Run("modem normal"));
@@ -343,7 +343,7 @@ void AtTest::hostile_data()
     QTest::newRow("quotes") << QByteArray("AT+CGDCONT=1,\"IP,\"\"\",,,\"\r");
 }
 
-/// Hostile input, whose answers are not read, does no harm, and the port is as new when it is opened again.
+/// The port survives hostile input whose answers are never read, and works when it is opened again.
 void AtTest::hostile()
 {
     QFETCH(QByteArray, input);
@@ -359,7 +359,7 @@ void AtTest::hostile()
     QCOMPARE(Ask("AT+CIMI"), "001010123456789|OK");
 }
 
-/// The port is open for one at a time; when it is closed, and when the modem loses its power, the modem is off.
+/// The port is open for one program at a time. Closing it switches the modem off.
 void AtTest::sessions()
 {
     Register();
@@ -382,7 +382,7 @@ void AtTest::sessions()
     close(client);
     client = Connect();
     char byte = 0;
-    QTRY_COMPARE(recv(client, &byte, 1, MSG_DONTWAIT), 0); // nobody is let in
+    QTRY_COMPARE(recv(client, &byte, 1, MSG_DONTWAIT), 0); // no connection is accepted
     QVERIFY(Run("modem plug"));
     close(client);
     client = Connect();

@@ -3,7 +3,7 @@
 #include <QStringList>
 #include <QTest>
 
-/// Units that others have published, and texts that go out and come back.
+/// Published units, and texts that are encoded and decoded again.
 class PduTest : public QObject
 {
     Q_OBJECT

@@ -31,12 +31,12 @@ const QMap<QString, Peer> peers = {
     {"audio-in", {Names::AudioInCtlService, Names::AudioInCtlObject, Names::AudioInCtlInterface}},
 };
 
-// What is waited for comes soon; what must not come between the lines of a test is an hour away.
+// Expected events come at once, unwanted ones in an hour.
 constexpr DeviceTimes times = {10, 10, 3600000, 3600000, 3600000};
 
 }
 
-/// The simulated device in this process, asked over the bus; and the program from outside.
+/// The simulated device in this process, called over the bus, and the program as another process.
 class SimulatorTest : public QObject
 {
     Q_OBJECT
@@ -46,7 +46,7 @@ class SimulatorTest : public QObject
     QStringList events;
     QStringList received;
 
-    /// Carries out a command of the console, or prints why not.
+    /// Executes a command, and prints why if it was refused.
     bool Run(const QString& line)
     {
         const Commands::Result result = commands->Run(line);
@@ -66,7 +66,7 @@ class SimulatorTest : public QObject
         return QDBusConnection::sessionBus().asyncCall(request);
     }
 
-    /// Both ends are in this thread: the wait must let the other end work.
+    /// Both ends are in this thread, so the wait must run the event loop.
     static QDBusMessage Ask(const QString& peer, const QString& method, const QVariantList& arguments = {},
                             const QString& interface = {})
     {
@@ -163,7 +163,8 @@ private Q_SLOTS:
         }
     }
 
-    /// Types of arguments and answer on the bus, with and without a fault; other arguments are refused and no request.
+    /// Arguments and answers have the right types, with and without a fault. Calls with other arguments are refused and
+    /// not recorded.
     void methods()
     {
         const QString method = QTest::currentDataTag();
@@ -202,7 +203,7 @@ private Q_SLOTS:
         other.replace("\"CallAnswer\"", "\"Answer\"").replace("<signal name=\"ModemOff\"/>", "");
         other.replace("name=\"Present\" type=\"b\"", "name=\"Present\" type=\"i\"");
         other.replace("\"SignalQuality\" type=\"y\"", "\"SignalQuality\" type=\"u\"");
-        QVERIFY(!InterfaceDescription::Read(other, contract.Name())); // not closed
+        QVERIFY(!InterfaceDescription::Read(other, contract.Name())); // not well-formed
         const auto offered = InterfaceDescription::Read(other + "</node>", contract.Name());
         QVERIFY(offered);
         QCOMPARE(contract.MissingIn(*offered),
@@ -219,7 +220,7 @@ private Q_SLOTS:
         QVERIFY(Run("ring 1") && Run("hangup") && Run("sms 1 hello"));
         QCOMPARE(Status("Call", {"2"}), 0);
         QVERIFY(Run("reject"));
-        // Dialled in vain is rejected, whoever hung up, except by CallHangupAll.
+        // An unanswered outgoing call ends as rejected, whoever hangs up, unless by CallHangupAll.
         for (const char* hangup : {"CallHangup", "CallHangupAll"}) {
             QCOMPARE(Status("Call", {"3"}), 0);
             QCOMPARE(Status(hangup), 0);
@@ -259,7 +260,7 @@ private Q_SLOTS:
         QVERIFY(Run("network found"));
         QTRY_COMPARE(State("modem"), "registered");
 
-        // Told otherwise on its way off, the modem turns back, reports only where it arrives, and has lost its call.
+        // A power-on during power-down reverses it. Only the final state is reported, but the call is lost.
         QVERIFY(Run("ring 1"));
         QCOMPARE(Status("ModemSetEnabled", {false}), 0);
         events.clear();
@@ -291,7 +292,7 @@ private Q_SLOTS:
         QVERIFY(Run("fault Call clear"));
         QCOMPARE(Status("Call", {"1"}), 0);
 
-        QVERIFY(Run("fault IsSimPresent status 9")); // its value stays true
+        QVERIFY(Run("fault IsSimPresent status 9")); // and still the correct value
         QCOMPARE(Ask("gsm", "IsSimPresent").arguments(), (QVariantList{9, true}));
 
         QVERIFY(Run("fault PingRegistration silent") && Run("fault SendSms delay 3600000 times 1"));
@@ -326,7 +327,7 @@ private Q_SLOTS:
         QCOMPARE(State("call"), "dialling");
         QCOMPARE(Status("CallHangup"), 0);
 
-        // A name that somebody else holds
+        // The name has another owner.
         QVERIFY(Run("daemon leave sound"));
         QVERIFY(QDBusConnection::sessionBus().registerService(Names::SoundManagerService));
         const QString problem = commands->Run("daemon return sound").text;
@@ -337,7 +338,7 @@ private Q_SLOTS:
 
     void scenarios_data()
     {
-        QTest::addColumn<QString>("problem"); // part of it; "none" when the scenario comes true
+        QTest::addColumn<QString>("problem"); // a part of it, or "none" if the scenario succeeds
         QTest::newRow("# nothing\n\n") << "nothing to play";
         QTest::newRow("signal 5\nsim half") << ":2: \"half\" is none of";
         QTest::newRow("wait soon") << ":1: usage: wait MS";
@@ -403,7 +404,7 @@ private Q_SLOTS:
         QByteArray output;
         QTRY_VERIFY((output += simulator.readAll()).count("refused: ") == 3);
         QVERIFY2(output.startsWith("ready\n") && output.contains("at most"), output);
-        // The last line, without its end, was carried out, and the end of input is not the device's.
+        // The last line has no line end and is executed nevertheless. The device goes on after the end of its input.
         QTRY_VERIFY(run({"send", "state"}).second.contains("network: \"lost\""));
         QCOMPARE(run({"send", "number", "a b", "answer"}).first, 0);
         QCOMPARE(run({"send", "fault", "Call", "status", "-5"}), qMakePair(0, QString()));

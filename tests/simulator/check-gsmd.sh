@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The check of a GSM daemon finds nothing to mend at the simulated one, and names each of the faults planted there.
+# check-gsmd has nothing to report of the simulated GSM daemon, and reports each fault that is injected into it.
 # usage: check-gsmd.sh BUILD
 set -euo pipefail
 cd "$(dirname "$0")/../.."

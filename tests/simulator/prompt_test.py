@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Types at kova-simulator's prompt, on a terminal of the test's own.
+"""Tests kova-simulator's prompt on a pseudo-terminal.
 
 usage: prompt_test.py SIMULATOR, on a private session bus.
 """
@@ -13,7 +13,7 @@ import tempfile
 import termios
 import time
 
-LIMIT = 20  # s, for what is certain to come, on however busy a machine
+LIMIT = 20  # s, for expected output, even on a busy machine
 UP, END = "\x1b[A", "\x04"
 
 
@@ -45,7 +45,7 @@ with tempfile.TemporaryDirectory() as folder:
     prompt = Prompt()
     prompt.type("hel\t\r", "end the simulator")
     prompt.type("input ünd", "ünd")
-    # Even within a key, of which this is the beginning, the device goes on, and its events leave the line as it is.
+    # The device goes on even while the prompt waits for the rest of a key. Its events leave the edited line intact.
     os.write(prompt.terminal, b"\x1b")
     subprocess.run(["dbus-send", "--print-reply", "--dest=com.quillmark.kova.gsmmanager",
                     "/com/quillmark/kova/gsmmanager/gsmobj", "com.quillmark.kova.gsminterface.IsSimPresent"],

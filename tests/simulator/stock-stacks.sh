@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Stock oFono and ModemManager bring the simulated modem into the network, call, are called, and send and receive
-# messages through its AT port.
+# Tests the AT port with the stock oFono and ModemManager: registration, calls in both directions, messages in both
+# directions.
 # usage: stock-stacks.sh BUILD ofono|modemmanager
 set -euo pipefail
 cd "$(dirname "$0")/../.."
