@@ -11,6 +11,7 @@ namespace
 
 constexpr int CommandWidth = 34;
 constexpr int OptionWidth = 26;
+constexpr int TextWidth = 80;
 /// Makes the shell offer file names.
 constexpr char Files[] = ":files";
 
@@ -66,6 +67,21 @@ QString Indented(const char* lines)
     return QStringLiteral("  ") + QString::fromLatin1(lines).replace(QLatin1Char('\n'), QLatin1String("\n  "));
 }
 
+/// Breaks each line between words.
+QString Wrapped(const QString& text)
+{
+    QStringList lines;
+    for (const QString& paragraph : text.split(QLatin1Char('\n'))) {
+        lines.append(QString());
+        for (const QString& word : paragraph.split(QLatin1Char(' '))) {
+            if (lines.last().size() + 1 + word.size() > TextWidth)
+                lines.append(QString());
+            lines.last() += (lines.last().isEmpty() ? QString() : QStringLiteral(" ")) + word;
+        }
+    }
+    return lines.join(QLatin1Char('\n'));
+}
+
 QStringList KnownNumbers()
 {
     QStringList numbers;
@@ -99,7 +115,7 @@ QString CommandHelp(const Command& command)
     QString text =
         QStringLiteral("usage: phonectl %1 [OPTION...]\n\n%2.\n").arg(Usage(command), QLatin1String(command.summary));
     if (*command.details)
-        text += QLatin1String(command.details) + QLatin1Char('\n');
+        text += Wrapped(QLatin1String(command.details)) + QLatin1Char('\n');
     return text + QStringLiteral("\n%1\n\nOptions:\n%2")
                       .arg(Indented(command.examples), OptionLines(command.options | OptionsEverywhere));
 }
