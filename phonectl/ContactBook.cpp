@@ -5,7 +5,6 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QSqlError>
-#include <QStandardPaths>
 #include <QVariant>
 
 #include <sys/stat.h>
@@ -43,14 +42,6 @@ Failure Refused(const QString& path, const QString& what)
     return {ExitRefused, text};
 }
 
-}
-
-QString ContactBook::DatabasePath()
-{
-    const QString path = qEnvironmentVariable("KOVA_CONTACTS_DB");
-    return path.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
-                                QStringLiteral("/kova/contacts.db")
-                          : path;
 }
 
 QStringList ContactBook::FlagWords(uint flags)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "DeviceFiles.h"
+
 #include <QList>
 #include <QSqlDatabase>
 #include <QSqlQuery>
@@ -18,17 +20,14 @@ public:
         uint flags;
     };
 
-    /// The database's path according to this program's environment.
-    static QString DatabasePath();
-
     /// The right to call in: this contact's calls are answered.
     static constexpr uint MayCallIn = 16;
 
-    /// What each of a contact's flags says.
+    /// @return the meaning of each flag that is set.
     static QStringList FlagWords(uint flags);
 
     /// Opens the database. The first Add() creates it if it does not exist.
-    explicit ContactBook(const QString& path = DatabasePath());
+    explicit ContactBook(const QString& path = DeviceFiles::Path(DeviceFiles::Contacts));
     ~ContactBook();
     Q_DISABLE_COPY(ContactBook)
 

@@ -309,7 +309,7 @@ Finding CheckAudioInCtl(Board& board)
 
 Finding CheckContacts(Board& board)
 {
-    const QString path = board.environment.File("KOVA_CONTACTS_DB", "XDG_DATA_HOME", "/.local/share", "contacts.db");
+    const QString path = board.environment.Path(DeviceFiles::Contacts);
     const QString add = QStringLiteral("phonectl contacts add NUMBER NAME --may-call-in");
     if (!QFileInfo::exists(path))
         return {NotYet, QStringLiteral("\"%1\" is not there, so every caller is a stranger").arg(path), add};

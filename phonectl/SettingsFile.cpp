@@ -67,18 +67,8 @@ ServiceEnvironment::ServiceEnvironment(PhoneClient& phone)
         values.insert(line.section(QLatin1Char('='), 0, 0), line.section(QLatin1Char('='), 1));
 }
 
-QString ServiceEnvironment::File(const char* variable, const char* baseVariable, const char* baseBelowHome,
-                                 const char* name) const
-{
-    if (const QString path = Value(variable); !path.isEmpty())
-        return path;
-    const QString base = Value(baseVariable);
-    return (base.startsWith(QLatin1Char('/')) ? base : Value("HOME") + QLatin1String(baseBelowHome)) +
-           QLatin1String("/kova/") + QLatin1String(name);
-}
-
 SettingsFile::SettingsFile(const ServiceEnvironment& environment)
-    : path(environment.File("KOVA_CONFIG_FILE", "XDG_CONFIG_HOME", "/.config", "config.ini")),
+    : path(environment.Path(DeviceFiles::Settings)),
       exists(QFileInfo::exists(path)),
       unwritable(WhyUnwritable(path))
 {

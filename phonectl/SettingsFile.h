@@ -1,5 +1,6 @@
 #pragma once
 
+#include "DeviceFiles.h"
 #include "PhoneClient.h"
 
 #include <QMap>
@@ -12,10 +13,11 @@ public:
     explicit ServiceEnvironment(PhoneClient& phone);
 
     bool IsService() const { return isService; }
-    QString Value(const char* name) const { return values.value(QLatin1String(name)); }
-
-    /// The file that a variable names, else one below a base folder (XDG Base Directory Specification).
-    QString File(const char* variable, const char* baseVariable, const char* baseBelowHome, const char* name) const;
+    /// @return the path of the file that the process uses.
+    QString Path(const DeviceFiles::DeviceFile& file) const
+    {
+        return DeviceFiles::Path(file, [this](const char* variable) { return values.value(QLatin1String(variable)); });
+    }
 
 private:
     QMap<QString, QString> values;

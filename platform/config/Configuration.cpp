@@ -1,5 +1,6 @@
 #include "Configuration.h"
 
+#include "DeviceFiles.h"
 #include "IniText.h"
 #include "LibraryLog.h"
 
@@ -8,7 +9,6 @@
 #include <QFileInfo>
 #include <QLockFile>
 #include <QMutex>
-#include <QStandardPaths>
 
 #include <algorithm>
 #include <cerrno>
@@ -34,14 +34,6 @@ constexpr char WorkSuffix[] = ".new-XXXXXX";
 QString SystemError()
 {
     return QString::fromLocal8Bit(std::strerror(errno));
-}
-
-QString StorePath()
-{
-    const QString path = qEnvironmentVariable("KOVA_CONFIG_FILE");
-    return path.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
-                                QStringLiteral("/kova/config.ini")
-                          : path;
 }
 
 /// Follows symbolic links to their target, which need not exist.
@@ -158,7 +150,12 @@ void RemoveStaleFolders(const QFileInfo& store)
 
 }
 
-Configuration::Configuration(const char* clientName) : client(clientName), path(StorePath()), valid(Load()) {}
+Configuration::Configuration(const char* clientName)
+    : client(clientName),
+      path(DeviceFiles::Path(DeviceFiles::Settings)),
+      valid(Load())
+{
+}
 
 bool Configuration::Load() const
 {

@@ -1,11 +1,11 @@
 #include "Contacts.h"
 
 #include "ContactsDatabase.h"
+#include "DeviceFiles.h"
 #include "LibraryLog.h"
 
 #include <QFile>
 #include <QFileInfo>
-#include <QStandardPaths>
 
 #include <cerrno>
 #include <cstring>
@@ -19,11 +19,7 @@ namespace
 
 QString DatabasePath()
 {
-    const QString path = qEnvironmentVariable("KOVA_CONTACTS_DB");
-    return QFileInfo(path.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
-                                          QStringLiteral("/kova/contacts.db")
-                                    : path)
-        .absoluteFilePath();
+    return QFileInfo(DeviceFiles::Path(DeviceFiles::Contacts)).absoluteFilePath();
 }
 
 /// @return the reason of a failure; empty on success.
