@@ -7,7 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 . shell-lib/need.sh
 . shell-lib/build.sh
-. shell-lib/stage.sh
+. shell-lib/session.sh
 . shell-lib/stock.sh
 
 mode=play
@@ -23,7 +23,7 @@ esac
 
 need "${packages[@]}"
 build release "${programs[@]}"
-stage build
+start_session build
 
 if [ $mode != shell ]; then
     echo "Time runs $SPEED times as fast. The clock shows the device's seconds."
@@ -31,20 +31,20 @@ if [ $mode != shell ]; then
         start_system_bus
         play_stock $stack
     else
-        play simulator/scenarios/demo.scenario
+        play_scenario simulator/scenarios/demo.scenario
     fi
     printf '%11s  The service receives SIGTERM and stops in order.\n' ''
-    "$build/phonectl" timeline "$scene/service.log" --output "$build/demo.html" >/dev/null
+    "$build/phonectl" timeline "$scratch/service.log" --output "$build/demo.html" >/dev/null
     echo "The timeline is drawn in build/demo.html."
     exit
 fi
 
-start_players
+start_phone
 cat <<END
 
 The service and a simulated device run on a private bus. They log to
-  $scene/service.log
-  $scene/device.log
+  $scratch/service.log
+  $scratch/device.log
 Try these commands; Tab completes them:
 
   phonectl enable --wait                   switch the phone on and wait until it has registered
@@ -59,11 +59,11 @@ Try these commands; Tab completes them:
 "exit" ends both programs.
 
 END
-cat >"$scene/bashrc" <<END
+cat >"$scratch/bashrc" <<END
 [ ! -f ~/.bashrc ] || . ~/.bashrc
 . "$PWD/packaging/bash-completion/phonectl"
 . "$PWD/packaging/bash-completion/kova-simulator"
 PATH=$build:\$PATH
 PS1='(phone) \w\\$ '
 END
-PATH=$build:$PATH bash --rcfile "$scene/bashrc" || true
+PATH=$build:$PATH bash --rcfile "$scratch/bashrc" || true

@@ -1,10 +1,10 @@
-# Sourced after stage.sh by scripts that run stock modem stacks: starts a private system bus, the simulated modem behind
-# an AT port, and oFono or ModemManager on that port. All of it ends with the stage.
+# Sourced after session.sh by scripts that run stock modem stacks: starts a private system bus, the simulated modem behind
+# an AT port, and oFono or ModemManager on that port. All of it ends with the session.
 
 # start_system_bus: starts a system bus without restrictions. Sets DBUS_SYSTEM_BUS_ADDRESS.
 start_system_bus() {
-    export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$scene/system-bus
-    cat >"$scene/system-bus.conf" <<END
+    export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$scratch/system-bus
+    cat >"$scratch/system-bus.conf" <<END
 <!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
@@ -26,43 +26,43 @@ start_system_bus() {
   </policy>
 </busconfig>
 END
-    dbus-daemon --config-file="$scene/system-bus.conf" --nofork --nopidfile 2>"$scene/system-bus.log" &
-    players+=($!)
-    await $! "$scene/system-bus.log" test -S "$scene/system-bus"
+    dbus-daemon --config-file="$scratch/system-bus.conf" --nofork --nopidfile 2>"$scratch/system-bus.log" &
+    processes+=($!)
+    await $! "$scratch/system-bus.log" test -S "$scratch/system-bus"
 }
 
 # start_at_device [OPTION...]: starts the simulated modem behind an AT port. Sets AT_PORT, the TCP port, and AT_NAME, the
-# name in the abstract namespace. "kova-simulator send" steers it; its events are in $scene/device.log.
+# name in the abstract namespace. "kova-simulator send" steers it; its events are in $scratch/device.log.
 start_at_device() {
     AT_NAME=kova-$$
     for AT_PORT in $(shuf -n 20 -i 20000-32000); do
-        "$build/kova-simulator" --at-tcp "$AT_PORT" --at-abstract "$AT_NAME" "$@" </dev/null >"$scene/device.log" 2>&1 &
-        players+=($!)
-        if await $! /dev/null grep -qx ready "$scene/device.log"; then
+        "$build/kova-simulator" --at-tcp "$AT_PORT" --at-abstract "$AT_NAME" "$@" </dev/null >"$scratch/device.log" 2>&1 &
+        processes+=($!)
+        if await $! /dev/null grep -qx ready "$scratch/device.log"; then
             export AT_PORT AT_NAME
             return
         fi
-        grep -q 'Address already in use' "$scene/device.log" || break # else another port
+        grep -q 'Address already in use' "$scratch/device.log" || break # else another port
     done
-    cat "$scene/device.log" >&2
+    cat "$scratch/device.log" >&2
     return 1
 }
 
 # prepare_ofono: configures every ofonod of this shell to use the AT port as the modem /phonesim and to store its state in
-# $scene. In the machine's own folder it would find messages that another run has left, and send them again.
+# $scratch. In the machine's own folder it would find messages that another run has left, and send them again.
 prepare_ofono() {
-    export OFONO_PHONESIM_CONFIG=$scene/phonesim.conf
+    export OFONO_PHONESIM_CONFIG=$scratch/phonesim.conf
     printf '[phonesim]\nDriver=phonesim\nAddress=127.0.0.1\nPort=%s\n' "$AT_PORT" >"$OFONO_PHONESIM_CONFIG"
 
     # A user without the right to mount cannot write to the machine's folder either.
     unshare --mount true 2>/dev/null || return 0
-    mkdir "$scene/bin" "$scene/ofono"
-    cat >"$scene/bin/ofonod" <<END
+    mkdir "$scratch/bin" "$scratch/ofono"
+    cat >"$scratch/bin/ofonod" <<END
 #!/bin/sh
-exec unshare --mount sh -c 'mount --bind $scene/ofono /var/lib/ofono && exec $(command -v ofonod) "\$@"' sh "\$@"
+exec unshare --mount sh -c 'mount --bind $scratch/ofono /var/lib/ofono && exec $(command -v ofonod) "\$@"' sh "\$@"
 END
-    chmod +x "$scene/bin/ofonod"
-    PATH=$scene/bin:$PATH
+    chmod +x "$scratch/bin/ofonod"
+    PATH=$scratch/bin:$PATH
 }
 
 # on_system_bus SERVICE OBJECT INTERFACE.METHOD [ARGUMENT...]: makes one call on the private system bus and prints the
@@ -75,22 +75,22 @@ on_system_bus() {
 
 # The command in run_fast, if set, runs the stacks.
 
-# start_ofonod: sets OFONOD to the process ID. The log, with all AT traffic, is $scene/ofonod.log.
+# start_ofonod: sets OFONOD to the process ID. The log, with all AT traffic, is $scratch/ofonod.log.
 start_ofonod() {
     prepare_ofono
-    OFONO_AT_DEBUG=1 ${run_fast:-} ofonod -n -d >>"$scene/ofonod.log" 2>&1 &
+    OFONO_AT_DEBUG=1 ${run_fast:-} ofonod -n -d >>"$scratch/ofonod.log" 2>&1 &
     OFONOD=$!
-    players+=($OFONOD)
-    await $OFONOD "$scene/ofonod.log" on_system_bus org.ofono / org.ofono.Manager.GetModems
+    processes+=($OFONOD)
+    await $OFONOD "$scratch/ofonod.log" on_system_bus org.ofono / org.ofono.Manager.GetModems
 }
 
 # start_modemmanager: starts it with the AT port as its only modem and sets MODEMMANAGER to the process ID. The log is
-# $scene/modemmanager.log.
+# $scratch/modemmanager.log.
 start_modemmanager() {
-    ${run_fast:-} ModemManager --test-session --test-enable --no-auto-scan --debug >>"$scene/modemmanager.log" 2>&1 &
+    ${run_fast:-} ModemManager --test-session --test-enable --no-auto-scan --debug >>"$scratch/modemmanager.log" 2>&1 &
     MODEMMANAGER=$!
-    players+=($MODEMMANAGER)
-    await $MODEMMANAGER "$scene/modemmanager.log" show_virtual_modem
+    processes+=($MODEMMANAGER)
+    await $MODEMMANAGER "$scratch/modemmanager.log" show_virtual_modem
 }
 
 # show_virtual_modem: makes ModemManager forget the modem behind the AT port and look for it again.
@@ -116,26 +116,26 @@ play_stock() {
     sed -e '/^expect gsm /d' -e 's/^daemon leave$/modem unplug/' -e 's/^daemon return$/modem plug/' \
         -e 's/The GSM daemon dies/The modem is unplugged/' -e 's/The daemon is back/The modem is back/' \
         -e 's/0 2 3 71 /0 2 3 70 /' -e 's/strength, 71/strength, 70/' \
-        simulator/scenarios/demo.scenario >"$scene/stock.scenario"
+        simulator/scenarios/demo.scenario >"$scratch/stock.scenario"
     AT_PORT=$(shuf -n 1 -i 20000-32000)
     AT_NAME=kova-$$
-    fast "$build/kova-simulator" --quiet --at-tcp "$AT_PORT" --at-abstract "$AT_NAME" play "$scene/stock.scenario" &
+    fast "$build/kova-simulator" --quiet --at-tcp "$AT_PORT" --at-abstract "$AT_NAME" play "$scratch/stock.scenario" &
     device=$!
-    players+=($device)
+    processes+=($device)
     await $device /dev/null on_bus com.quillmark.kova.simulator
 
     run_fast=fast "start_$1"
     if [ "$1" = modemmanager ]; then
         export DBUS_SYSTEM_BUS_ADDRESS=$DBUS_SESSION_BUS_ADDRESS # In test mode it uses the session bus.
         follow_virtual_modem >/dev/null 2>&1 &
-        players+=($!)
+        processes+=($!)
     fi
-    fast "$build/kova-gsmd" 2>"$scene/gsmd.log" &
-    players+=($!)
-    await $! "$scene/gsmd.log" on_bus com.quillmark.kova.gsmmanager
-    fast "$build/phonemanager" 2>"$scene/service.log" &
+    fast "$build/kova-gsmd" 2>"$scratch/gsmd.log" &
+    processes+=($!)
+    await $! "$scratch/gsmd.log" on_bus com.quillmark.kova.gsmmanager
+    fast "$build/phonemanager" 2>"$scratch/service.log" &
     service=$!
-    players+=($service)
+    processes+=($service)
 
-    finish_play $device $service "$scene/service.log" "$scene/gsmd.log"
+    finish_scenario $device $service "$scratch/service.log" "$scratch/gsmd.log"
 }

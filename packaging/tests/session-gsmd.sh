@@ -45,7 +45,6 @@ ask() {
 
 in_session() {
     program kova-simulator --at-tcp $port --at-abstract kova-$port --register 500 </dev/null >$session/simulator 2>&1 &
-    simulator=$!
     until grep -qx ready $session/simulator; do sleep 0.1; done
     touch $session/port
     ask ModemGetStatus | grep -q 'int32 0' || fail "the first request does not start the GSM daemon"

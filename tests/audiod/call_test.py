@@ -15,7 +15,7 @@ import dbus
 
 from sound_test import BUILD, FAR_END, MODEM, PIPEWIRE, PULSEAUDIO, USER, Machine, await_condition
 
-CONTACT = "+493023125001"  # from the stage; may call in
+CONTACT = "+493023125001"  # in the contacts of the session; may call in
 NETWORK_LIMIT = 60  # s, until the modem is registered and its card checked
 ON_MODEMMANAGER = bool(os.environ["MODEMMANAGER"])
 LOG = tempfile.TemporaryFile("a+", encoding="utf-8")  # of the phone service and kova-gsmd

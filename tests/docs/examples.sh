@@ -1,27 +1,27 @@
 #!/usr/bin/env bash
 # Runs the example clients against the service and the simulated device. usage: examples.sh SOURCE_DIR BUILD_DIR PHONE_CALL
 set -euo pipefail
-. "$1/shell-lib/stage.sh"
-stage "$2"
+. "$1/shell-lib/session.sh"
+start_session "$2"
 PATH=$build:$PATH
 
-start_players fast
+start_phone fast
 
 # expect STATUS OUTPUT COMMAND...: runs a client and compares. The far end hangs up once it has answered.
 expect() {
     local status=0 wanted=$1 output=$2
     shift 2
-    timeout 60 "$@" >"$scene/output" 2>&1 &
+    timeout 60 "$@" >"$scratch/output" 2>&1 &
     local client=$!
     until ! kill -0 $client 2>/dev/null; do
-        ! grep -q answered "$scene/output" || kova-simulator send hangup >/dev/null 2>&1 || true
+        ! grep -q answered "$scratch/output" || kova-simulator send hangup >/dev/null 2>&1 || true
         sleep 0.1
     done
     wait $client || status=$?
-    [ "$status:$(tr '\n' ' ' <"$scene/output")" = "$wanted:$output" ] && return
+    [ "$status:$(tr '\n' ' ' <"$scratch/output")" = "$wanted:$output" ] && return
     echo "$*: exit status $status, wanted $wanted '$output'"
-    cat "$scene/output"
-    tail -n 40 "$scene/service.log"
+    cat "$scratch/output"
+    tail -n 40 "$scratch/service.log"
     exit 1
 }
 

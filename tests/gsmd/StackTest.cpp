@@ -180,7 +180,7 @@ void StackTest::initTestCase()
         environment.insert("DBUS_SYSTEM_BUS_ADDRESS", environment.value("DBUS_SESSION_BUS_ADDRESS"));
     }
     gsmd.setProcessEnvironment(environment);
-    stack.setStandardErrorFile(qEnvironmentVariable("SCENE") + "/stack.log");
+    stack.setStandardErrorFile(qEnvironmentVariable("LOG_FOLDER") + "/stack.log");
     QVERIFY(StartStack());
 }
 

@@ -3,13 +3,13 @@
 # usage: check-gsmd.sh BUILD
 set -euo pipefail
 cd "$(dirname "$0")/../.."
-. shell-lib/stage.sh
+. shell-lib/session.sh
 SPEED=10
-stage "$1"
+start_session "$1"
 
-fast "$build/kova-simulator" --power-up 100 --register 100 --power-down 100 </dev/null >"$scene/device.log" &
-players+=($!)
-await $! "$scene/device.log" grep -qx ready "$scene/device.log"
+fast "$build/kova-simulator" --power-up 100 --register 100 --power-down 100 </dev/null >"$scratch/device.log" &
+processes+=($!)
+await $! "$scratch/device.log" grep -qx ready "$scratch/device.log"
 
 check() {
     report=$(fast "$build/kova-simulator" check-gsmd call +4930 sms +4930)

@@ -4,9 +4,9 @@
 # usage: stock-stacks.sh BUILD ofono|modemmanager
 set -euo pipefail
 cd "$(dirname "$0")/../.."
-. shell-lib/stage.sh
+. shell-lib/session.sh
 . shell-lib/stock.sh
-stage "$1"
+start_session "$1"
 start_system_bus
 start_at_device --power-up 100 --register 100 --power-down 100 --answer 1000
 
@@ -14,13 +14,13 @@ export LC_ALL=C.UTF-8
 LONG="Grüße an {alle} €$(printf '.%.0s' {1..200})"
 send() { "$build/kova-simulator" send "$@"; }
 state() { send state | grep -qx "$1: $2"; }
-happened() { grep -qF -- "$1" "$scene/device.log"; }
+happened() { grep -qF -- "$1" "$scratch/device.log"; }
 
 # soon COMMAND...: waits until it succeeds.
 soon() {
     local end=$((SECONDS + 20))
     until "$@" >/dev/null 2>&1; do
-        [ $SECONDS -lt $end ] || { echo "did not happen: $*" >&2; tail -n 30 "$scene"/*.log >&2; exit 1; }
+        [ $SECONDS -lt $end ] || { echo "did not happen: $*" >&2; tail -n 30 "$scratch"/*.log >&2; exit 1; }
         sleep 0.05
     done
 }
@@ -59,11 +59,11 @@ drive_ofono() {
 
     ofono /phonesim MessageManager.SendMessage +4930 "$LONG"
     soon happened "SendSms(\"+4930\", \"$LONG\")"
-    gdbus monitor --address "$DBUS_SYSTEM_BUS_ADDRESS" --dest org.ofono >"$scene/signals.log" &
-    players+=($!)
-    soon grep -q 'name org.ofono is owned' "$scene/signals.log"
+    gdbus monitor --address "$DBUS_SYSTEM_BUS_ADDRESS" --dest org.ofono >"$scratch/signals.log" &
+    processes+=($!)
+    soon grep -q 'name org.ofono is owned' "$scratch/signals.log"
     send sms +4931 "$LONG"
-    soon grep -qF "IncomingMessage ('$LONG'" "$scene/signals.log"
+    soon grep -qF "IncomingMessage ('$LONG'" "$scratch/signals.log"
 
     send sim out
     soon ofono_says SimManager.GetProperties "'Present': <false>"

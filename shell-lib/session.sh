@@ -3,36 +3,36 @@
 
 SPEED=20
 
-# stage BUILD: prepares to run the programs in that build folder. Sets build, scene (a scratch folder) and players (the
-# processes to end).
-stage() {
+# start_session BUILD: prepares to run the programs in that build folder. Sets build, scratch (a temporary folder) and
+# processes (those to be ended with the session).
+start_session() {
     build=$(cd "$1" && pwd)
-    players=()
-    scene=$(mktemp -d)
-    trap clear_stage EXIT
+    processes=()
+    scratch=$(mktemp -d)
+    trap end_session EXIT
     trap 'exit 129' HUP
     trap 'exit 130' INT
     trap 'exit 143' TERM
-    export KOVA_CONFIG_FILE=$scene/config.ini KOVA_CONTACTS_DB=$scene/contacts.db
+    export KOVA_CONFIG_FILE=$scratch/config.ini KOVA_CONTACTS_DB=$scratch/contacts.db
     sqlite3 "$KOVA_CONTACTS_DB" "
         CREATE TABLE contacts (id INTEGER PRIMARY KEY, name TEXT NOT NULL, phone_number TEXT NOT NULL,
                                flags INTEGER NOT NULL);
         INSERT INTO contacts (name, phone_number, flags) VALUES ('Ada', '+493023125001', 16);"
 
-    export DBUS_SESSION_BUS_ADDRESS=unix:path=$scene/bus
-    dbus-daemon --session --nofork --nopidfile --address="$DBUS_SESSION_BUS_ADDRESS" 2>"$scene/bus.log" &
-    players+=($!)
-    await $! "$scene/bus.log" test -S "$scene/bus"
+    export DBUS_SESSION_BUS_ADDRESS=unix:path=$scratch/bus
+    dbus-daemon --session --nofork --nopidfile --address="$DBUS_SESSION_BUS_ADDRESS" 2>"$scratch/bus.log" &
+    processes+=($!)
+    await $! "$scratch/bus.log" test -S "$scratch/bus"
 }
 
-# Ends the players in reverse order, so that the bus is last.
-clear_stage() {
+# Ends the processes in reverse order, so that the bus is last.
+end_session() {
     local i
-    for ((i = ${#players[@]} - 1; i >= 0; --i)); do
-        kill "${players[i]}" 2>/dev/null || true
-        wait "${players[i]}" 2>/dev/null || true
+    for ((i = ${#processes[@]} - 1; i >= 0; --i)); do
+        kill "${processes[i]}" 2>/dev/null || true
+        wait "${processes[i]}" 2>/dev/null || true
     done
-    rm -rf "$scene"
+    rm -rf "$scratch"
 }
 
 # await PID LOG COMMAND...: waits until the command succeeds. Fails and prints the log if the process ends first.
@@ -58,19 +58,19 @@ fast() {
     LD_PRELOAD=${faketime%% *} FAKETIME="+0 x$SPEED" FAKETIME_DISABLE_SHM=1 exec "$@"
 }
 
-# start_players [fast]: starts device and service, in real or accelerated time, and waits until both are on the bus.
-start_players() {
-    "$@" "$build/kova-simulator" --quiet </dev/null >"$scene/device.log" &
-    players+=($!)
-    await $! "$scene/device.log" on_bus com.quillmark.kova.simulator
-    "$@" "$build/phonemanager" 2>"$scene/service.log" &
-    players+=($!)
-    await $! "$scene/service.log" on_bus com.quillmark.kova.phonemanager
+# start_phone [fast]: starts the simulated device and the service, in real or accelerated time, and waits until both are on the bus.
+start_phone() {
+    "$@" "$build/kova-simulator" --quiet </dev/null >"$scratch/device.log" &
+    processes+=($!)
+    await $! "$scratch/device.log" on_bus com.quillmark.kova.simulator
+    "$@" "$build/phonemanager" 2>"$scratch/service.log" &
+    processes+=($!)
+    await $! "$scratch/service.log" on_bus com.quillmark.kova.phonemanager
 }
 
-# finish_play DEVICE SERVICE LOG...: waits until the device has played its scenario, then stops the service. Fails and
+# finish_scenario DEVICE SERVICE LOG...: waits until the device has played its scenario, then stops the service. Fails and
 # prints the logs if the scenario failed or the service did not exit in order.
-finish_play() {
+finish_scenario() {
     local device=$1 service=$2
     shift 2
     if wait "$device" && kill "$service" && wait "$service"; then
@@ -80,12 +80,12 @@ finish_play() {
     return 1
 }
 
-# play SCENARIO: plays it against the service.
-play() {
+# play_scenario FILE: plays a scenario with the service.
+play_scenario() {
     fast "$build/kova-simulator" --quiet play "$1" &
     local device=$!
-    players+=($device)
-    fast "$build/phonemanager" 2>"$scene/service.log" &
-    players+=($!)
-    finish_play $device $! "$scene/service.log"
+    processes+=($device)
+    fast "$build/phonemanager" 2>"$scratch/service.log" &
+    processes+=($!)
+    finish_scenario $device $! "$scratch/service.log"
 }
