@@ -67,7 +67,7 @@ void DefaultDevice::OnLevel(const std::optional<SoundLevel>& level)
     }
 
     struct Change {
-        int open = 1; ///< unanswered requests; the first stands for this function itself
+        int open = 1; ///< unanswered requests, and one more until all have been sent
         QString problem;
     };
     const auto change = std::make_shared<Change>();

@@ -139,7 +139,7 @@ QList<VoiceLink> LoopbackRoute::Wanted(const SoundSetup& setup)
 
 void LoopbackRoute::OnSetup(const std::optional<SoundSetup>& setup)
 {
-    open = 1; // stands for this function itself
+    open = 1; // one more, until all requests have been sent
     const auto done = [this](const auto& result) {
         if (!result && problem.isEmpty())
             problem = server.Error();

@@ -66,7 +66,7 @@ public:
 
     /// Connects, unless connected or connecting.
     void Connect();
-    /// Ends the connection for good. Pending requests fail.
+    /// Ends the connection permanently. Pending requests fail.
     void Close();
     bool IsReady() const { return ready; }
     /// Returns whether a connection attempt is still unanswered.

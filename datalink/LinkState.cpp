@@ -24,7 +24,7 @@ QByteArray ModulePath()
     return KOVA_LINK_MODULE;
 }
 
-/// Loads the module for good.
+/// Loads the module and never unloads it.
 /// @return null on failure; dlerror() gives the reason.
 decltype(&phone_look_up_link) LoadModule()
 {

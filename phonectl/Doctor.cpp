@@ -54,7 +54,7 @@ struct Board {
     bool isServed;
     std::optional<PhoneState> state = {}; ///< the answer to GetStatus, when there is one
 
-    /// Waits for an event that may be due, and updates the state. @return whether it came.
+    /// Waits for an event that may be due, and updates the state. @return whether it was received.
     bool AwaitEvent(PhoneEvent::Kind kind, const QString& awaited, int limitMs)
     {
         std::optional<PhoneEvent> event;
@@ -173,7 +173,7 @@ Finding CheckSettings(Board& board)
                 QStringLiteral("let the service's user write there, or set KOVA_CONFIG_FILE for the service")};
     if (board.state && board.state->userEnabled != file.phoneEnabled)
         return {Fails,
-                QStringLiteral("the service reads enabled=%1, and %2 says otherwise")
+                QStringLiteral("the service reads enabled=%1, which differs from %2")
                     .arg(board.state->userEnabled ? 1 : 0)
                     .arg(path),
                 QStringLiteral("compare KOVA_CONFIG_FILE here and in the service's unit")};
@@ -251,7 +251,7 @@ Finding CheckSim(Board& board)
                 QStringLiteral("insert a card; the modem is switched off and on until there is one")};
     default:
         return {NotYet, SimStatusWord(board.state->simStatus),
-                QStringLiteral("wait: the check comes 20 s after the modem has power")};
+                QStringLiteral("wait: the check is due 20 s after the modem was powered")};
     }
 }
 

@@ -58,7 +58,7 @@ void FollowOn(PhoneClient& phone, Progress& progress)
         } else if (event.kind == PhoneEvent::SimPresent) {
             checked = event.flag;
             if (!checked)
-                throw Failure{ExitRefused, QStringLiteral("there is no SIM card; the service goes on looking for one, "
+                throw Failure{ExitRefused, QStringLiteral("there is no SIM card; the service keeps looking for one, "
                                                           "switching the modem off and on")};
             progress.Step("sim", QStringLiteral("the SIM card is present"));
         }

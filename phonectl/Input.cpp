@@ -92,7 +92,7 @@ QString CheckedNumber(const QString& number, const Arguments& arguments)
             dialled += character;
         else if (!separates)
             throw Failure{ExitUsage, QStringLiteral("NUMBER \"%1\": '%2' is not allowed in a number (digits, * and #, "
-                                                    "one + in front); --raw passes it on as it is")
+                                                    "one + in front); --raw passes it on unchanged")
                                          .arg(number, character)};
     }
     if (dialled.isEmpty() || dialled == QLatin1String("+"))

@@ -142,10 +142,10 @@ bool PhoneClient::Wait(const QString& awaited, QDeadlineTimer until, const std::
         throw Failure{ExitNotOnBus, QStringLiteral("the session bus is gone")};
     if (interrupted)
         throw Failure{ExitInterrupted,
-                      QStringLiteral("no longer waiting for %1; what was asked for goes on").arg(awaited)};
+                      QStringLiteral("no longer waiting for %1; the operation goes on").arg(awaited)};
     if (deadline.hasExpired())
         throw Failure{ExitTimedOut,
-                      QStringLiteral("timed out waiting for %1; what was asked for goes on").arg(awaited)};
+                      QStringLiteral("timed out waiting for %1; the operation goes on").arg(awaited)};
     return false;
 }
 

@@ -211,7 +211,7 @@ private Q_SLOTS:
     {
         TestBed bed;
         QVERIFY(bed.StartService());
-        QVERIFY(Ctl({"enable"}).Ends("1 phonectl: -51: .* is done when it comes\n"));
+        QVERIFY(Ctl({"enable"}).Ends("1 phonectl: -51: .* takes effect when it appears\n"));
         bed.WriteSettings("[PHONE]\n# switched off in the workshop\nenabled=0\n");
         QVERIFY(bed.StartDevice());
         QVERIFY(Ctl({"enable"}).Ends("1 phonectl: the setting was not stored in .*: line 2 .*"));
