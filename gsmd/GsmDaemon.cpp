@@ -7,6 +7,7 @@
 #include <QPointer>
 
 #include <algorithm>
+#include <utility>
 
 namespace
 {
@@ -115,7 +116,7 @@ void GsmDaemon::Detach()
     step.reset();
     FailLateReplies();
     OnModemChanged();
-    EndDial();
+    EndCalls();
 }
 
 void GsmDaemon::Stop()
@@ -193,6 +194,8 @@ void GsmDaemon::Settle()
         DropCalls();
         FailLateReplies();
         Q_EMIT ModemOff();
+    } else if (status == ModemStatusOff && !calls.isEmpty()) {
+        EndCalls();
     }
     SettlePower();
 }
@@ -527,6 +530,16 @@ void GsmDaemon::DropCalls()
     dialTimer.stop();
     hangupTimer.stop();
     OnCallGone();
+}
+
+/// Reports the end of all calls and of a pending one, after a loss of the modem that no ModemOff has reported.
+void GsmDaemon::EndCalls()
+{
+    const Calls ended = std::exchange(calls, {});
+    hangupTimer.stop();
+    for (const CallRecord& call : ended)
+        ReportEnd(call);
+    EndDial();
 }
 
 // Messages

@@ -104,6 +104,7 @@ private:
     void TryHangup(const QString& id);
     void ReportEnd(const CallRecord& call);
     void DropCalls();
+    void EndCalls();
 
     void OnCallGone();
     Stack::Done AnswerLater(int limitMs);

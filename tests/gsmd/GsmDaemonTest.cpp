@@ -438,7 +438,18 @@ void GsmDaemonTest::strangersInTheStack()
 {
     ChangeCall("/left", StackCall::StateActive);
     QCOMPARE(Asked(), "hang up /left");
-    ChangeCall("/left", StackCall::StateEnded);
+    QVERIFY(stack->Do("hang up /left", false));
+    daemon->Detach();
+    Ask("CallHangup");
+    QCOMPARE(Said(), "CallHangup=0");
+    Attach();
+    stack->SetPower(true);
+    ChangeCall("/foreign", StackCall::StateActive);
+    QCOMPARE(Asked(), "hang up /foreign");
+    stack->SetPower(false); // The call is gone, although its hang-up was not answered.
+    Ask("Call", {"1"});
+    QCOMPARE(Said(), "ModemAdded(/modem) Call=0");
+    QCOMPARE(Asked(), "dial 1");
     ChangeCall("/caller", StackCall::StateIncoming); // while the modem is not wanted
     QCOMPARE(Said(), "");
     QCOMPARE(Asked(), "");
