@@ -25,7 +25,7 @@ constexpr int RetryMs = 5000;
 /// The positions of GetStatus's outputs in its answer.
 enum StatusOutput : int { StatusOutputPhone = 1, StatusOutputForced = 5 };
 
-/// The file exists while this program holds the phone off. Like the service's memory of that, it does not survive a
+/// The file exists while this program holds the phone off. Like the service's own record of that, it does not survive a
 /// reboot.
 QString MarkPath()
 {
@@ -38,6 +38,16 @@ bool IsAnswer(const QDBusMessage& message)
     return message.type() == QDBusMessage::ReplyMessage;
 }
 
+/// @param answer to ForcePhoneOff. @return an empty text after a success.
+QString WhyFailed(const QDBusMessage& answer)
+{
+    if (!IsAnswer(answer))
+        return answer.errorMessage();
+    const QVariant status = answer.arguments().value(0);
+    return status == QVariant(int(StatusCodeSuccess)) ? QString()
+                                                      : QStringLiteral("status %1").arg(status.toString());
+}
+
 }
 
 SleepGuard::SleepGuard(const QDBusConnection& systemBus, const QDBusConnection& sessionBus)
@@ -47,19 +57,19 @@ SleepGuard::SleepGuard(const QDBusConnection& systemBus, const QDBusConnection& 
 {
     logind.setTimeout(LogindAnswerMs);
     phone.setTimeout(AnswerMs);
-    limit.setSingleShot(true);
-    limit.setInterval(OffMs);
-    release.setSingleShot(true);
-    release.setInterval(RetryMs);
+    offTimer.setSingleShot(true);
+    offTimer.setInterval(OffMs);
+    releaseRetryTimer.setSingleShot(true);
+    releaseRetryTimer.setInterval(RetryMs);
 
     connect(&logind, &LogindProxy::PrepareForSleep, this, &SleepGuard::OnPrepareForSleep);
     connect(&logindWatcher, &QDBusServiceWatcher::serviceRegistered, this, &SleepGuard::Inhibit);
     connect(&phone, &PhoneProxy::PhoneStatus, this, &SleepGuard::OnPhoneStatus);
-    connect(&limit, &QTimer::timeout, this, [this] {
+    connect(&offTimer, &QTimer::timeout, this, [this] {
         LOG(LogLevelWarning, "The modem is not off after %d s", OffMs / 1000);
         LetSleep();
     });
-    connect(&release, &QTimer::timeout, this, &SleepGuard::Release);
+    connect(&releaseRetryTimer, &QTimer::timeout, this, &SleepGuard::Release);
 }
 
 void SleepGuard::Start()
@@ -84,7 +94,7 @@ void SleepGuard::Inhibit()
         answer->deleteLater();
         const QDBusPendingReply<QDBusUnixFileDescriptor> reply = *answer;
         if (reply.isError())
-            LOG(LogLevelError, "logind lets no sleep wait: %s", qPrintable(reply.error().message()));
+            LOG(LogLevelError, "Can't delay the sleep: %s", qPrintable(reply.error().message()));
         else if (state == State::Awake)
             inhibitor = reply.value();
     });
@@ -95,7 +105,7 @@ void SleepGuard::OnPrepareForSleep(bool start)
     if (!start) {
         const bool slept = state != State::Awake;
         state = State::Awake;
-        limit.stop();
+        offTimer.stop();
         if (slept)
             Inhibit();
         if (QFile::exists(MarkPath()))
@@ -104,7 +114,7 @@ void SleepGuard::OnPrepareForSleep(bool start)
     }
     if (state != State::Awake)
         return;
-    release.stop();
+    releaseRetryTimer.stop();
     // Without the service the modem is off. Do not start the service for this.
     if (!phone.connection().interface()->isServiceRegistered(QLatin1String(Names::PhoneService))) {
         LetSleep();
@@ -149,7 +159,7 @@ void SleepGuard::Force()
         LOG(LogLevelWarning, "Can't write %s: %s", qPrintable(mark.fileName()), qPrintable(mark.errorString()));
     LOG(LogLevelProgress, "The device is going to sleep: phone off");
     state = State::Forcing;
-    limit.start();
+    offTimer.start();
     Ask([this] { return phone.ForcePhoneOff(true); }, &SleepGuard::OnForced);
 }
 
@@ -157,9 +167,8 @@ void SleepGuard::OnForced(const QDBusMessage& answer)
 {
     if (state != State::Forcing)
         return;
-    if (!IsAnswer(answer) || answer.arguments().value(0) != QVariant(int(StatusCodeSuccess))) {
-        LOG(LogLevelError, "The phone could not be switched off: %s",
-            IsAnswer(answer) ? "refused" : qPrintable(answer.errorMessage()));
+    if (const QString problem = WhyFailed(answer); !problem.isEmpty()) {
+        LOG(LogLevelError, "The phone could not be switched off: %s", qPrintable(problem));
         LetSleep();
         return;
     }
@@ -183,15 +192,14 @@ void SleepGuard::OnPhoneStatus(uint status)
 void SleepGuard::LetSleep()
 {
     state = State::Asleep;
-    limit.stop();
+    offTimer.stop();
     inhibitor = QDBusUnixFileDescriptor();
 }
 
 /// Releases the phone, and keeps trying until that succeeds.
 void SleepGuard::Release()
 {
-    release.stop();
-    LOG(LogLevelProgress, "The device is awake: phone released");
+    releaseRetryTimer.stop();
     Ask([this] { return phone.ForcePhoneOff(false); }, &SleepGuard::OnReleased);
 }
 
@@ -200,10 +208,11 @@ void SleepGuard::OnReleased(const QDBusMessage& answer)
     // The device is about to sleep again and needs the mark.
     if (state != State::Awake)
         return;
-    if (IsAnswer(answer)) {
-        QFile::remove(MarkPath());
+    if (const QString problem = WhyFailed(answer); !problem.isEmpty()) {
+        LOG(LogLevelError, "The phone could not be released: %s", qPrintable(problem));
+        releaseRetryTimer.start();
         return;
     }
-    LOG(LogLevelError, "The phone could not be released: %s", qPrintable(answer.errorMessage()));
-    release.start();
+    LOG(LogLevelProgress, "The device is awake: phone released");
+    QFile::remove(MarkPath());
 }

@@ -24,9 +24,9 @@ public:
 private:
     enum class State {
         Awake,
-        Asking,  ///< the service whether the user holds the phone off
-        Forcing, ///< the service was asked to hold the phone off
-        Waiting, ///< until the modem is off
+        Asking,  ///< GetStatus was sent, to find out whether the user already holds the phone off
+        Forcing, ///< ForcePhoneOff(true) was sent
+        Waiting, ///< the modem is switching off
         Asleep,  ///< the sleep is no longer delayed
     };
 
@@ -49,6 +49,6 @@ private:
     QDBusServiceWatcher logindWatcher;
     QDBusUnixFileDescriptor inhibitor; ///< delays the sleep while it is open
     State state = State::Awake;
-    QTimer limit;   ///< on the time that the modem takes to switch off
-    QTimer release; ///< runs between a failed release and the next try
+    QTimer offTimer; ///< limits the wait for the modem to switch off
+    QTimer releaseRetryTimer;
 };

@@ -87,6 +87,8 @@ class SuspendTest(dbusmock.DBusTestCase):
         self.prepare_for_sleep(True)
         self.await_inhibited(False)
         self.assertEqual(self.phone_status(), (0, True))
+        # The first release is refused.
+        subprocess.run([BUILD + "/kova-simulator", "send", "fault ModemSetEnabled status 1 times 1"], check=True)
         self.prepare_for_sleep(False)
         self.await_inhibited(True)
         self.await_condition(lambda: self.phone_status() == (2, False), "the phone's return")
