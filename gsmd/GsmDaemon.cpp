@@ -62,6 +62,7 @@ public:
         daemon.setDelayedReply(true);
         daemon.lateReplies.insert(this);
         setSingleShot(true);
+        setTimerType(Qt::PreciseTimer); // a coarse one may expire before the stack gives up
         callOnTimeout(this, [this] { OnTimeout(); });
         start(limitMs);
     }

@@ -396,18 +396,18 @@ void ModemManagerStack::Hangup(const QString& id, const Done& done)
 void ModemManagerStack::SendSms(const QString& recipient, const QString& text, const Done& done)
 {
     Await(this, modem->messaging.Create({{QStringLiteral("number"), recipient}, {QStringLiteral("text"), text}}),
-          [this, done](const QDBusPendingReply<QDBusObjectPath>& reply) {
-              if (reply.isError()) {
-                  done(false);
-                  return;
-              }
+          [this, done, deadline = QDeadlineTimer(SmsLimitMs)](const QDBusPendingReply<QDBusObjectPath>& reply) {
+              const auto end = [this, path = reply.isError() ? QDBusObjectPath() : reply.value(), done](bool sent) {
+                  done(sent);
+                  if (modem && !path.path().isEmpty())
+                      modem->messaging.Delete(path);
+              };
+              // The service regards a late message as lost.
+              if (reply.isError() || deadline.hasExpired())
+                  return end(false);
               ModemManagerSms sms(owner, reply.value().path(), bus);
               sms.setTimeout(SmsTimeoutMs);
-              Await(this, sms.Send(), [this, path = reply.value(), done](const QDBusPendingReply<>& sent) {
-                  done(!sent.isError());
-                  if (modem)
-                      modem->messaging.Delete(path);
-              });
+              Await(this, sms.Send(), [end](const QDBusPendingReply<>& sent) { end(!sent.isError()); });
           });
 }
 

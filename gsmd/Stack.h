@@ -11,7 +11,7 @@
 
 /// Access point of the data connection and its credentials.
 struct Apn {
-    QString name; ///< empty for no data connection
+    QString name;
     QString username;
     QString password;
 };

@@ -1,6 +1,6 @@
+#include "BusValues.h"
 #include "ControlNames.h"
 #include "GsmProxy.h"
-#include "BusValues.h"
 #include "Names.h"
 #include "SimulatorProxy.h"
 
@@ -28,10 +28,10 @@ const QStringList callActive = {"device number 491 no-answer", "ask Call 491 = 0
 ///   begin METHOD ARGUMENT...            call a method, and do not wait
 ///   see SIGNAL(VALUE)                   the daemon's next signal, apart from other reports of the strength;
 ///                                       ", perhaps after SIGNAL(VALUE)" allows one more signal before it
-///   device COMMAND                      steer the simulated modem
+///   device COMMAND                      control the simulated modem
 ///   state NAME VALUE                    wait until the modem's state has that value
 ///   ping in vain                        ping until the daemon logs that the modem does not answer
-///   gsmd|stack start|kill               start or kill kova-gsmd or the stack
+///   gsmd|stack start|kill|freeze|thaw   start, kill, stop or continue kova-gsmd or the stack
 ///   stack plug                          make ModemManager detect its virtual modem again
 /// A case or a step that begins with "ofono: " or "modemmanager: " applies to that stack only: ModemManager's
 /// virtual modem does not notice a pulled card or cable, and its second callers are not hung up.
@@ -74,6 +74,8 @@ const Case cases[] = {
     {"messages",
      {"ask SendSms 494 Hello = 0", "state sms-sent 1", "device fault SendSms status 1 times 9",
       "ask SendSms 494 No = 2", "device fault SendSms clear", "device sms 495 Hello", "see MessageReceived(Hello)"}},
+    {"modemmanager: message that is given up before the stack has it",
+     {"stack freeze", "ask SendSms 494 Late = 3", "stack thaw", "ask SendSms 494 Next = 0", "state sms-sent 2"}},
     {"ofono: message that is given up",
      {"device fault SendSms delay 2500 times 1", "begin SendSms 494 Slow", "ask SendSms 494 Second = 3",
       "ask SendSms 494 Third = 0", "state sms-sent 3"}},
@@ -240,6 +242,8 @@ bool StackTest::Steer(QProcess& process, const QString& action)
         return PlugIn();
     if (action == QLatin1String("start"))
         return &process == &stack ? StartStack() : StartGsmd();
+    if (action == QLatin1String("freeze") || action == QLatin1String("thaw"))
+        return kill(pid_t(process.processId()), action == QLatin1String("thaw") ? SIGCONT : SIGSTOP) == 0;
     process.kill();
     return process.waitForFinished();
 }
