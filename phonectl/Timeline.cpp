@@ -3,6 +3,7 @@
 #include "TimelineDrawing.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QSaveFile>
 
 #include <cerrno>
@@ -45,8 +46,14 @@ QJsonObject ToJson(const History& history, const TimelineDrawing& drawing)
 
 void Write(const QString& path, const QByteArray& picture)
 {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(picture) != picture.size() || !file.commit())
+    QSaveFile replacement(path);
+    QFile special(path);
+    // QSaveFile would replace a device or a pipe with a regular file.
+    const bool isSpecial = special.exists() && !QFileInfo(path).isFile();
+    QFileDevice& file = isSpecial ? static_cast<QFileDevice&>(special) : replacement;
+    const bool isWritten = file.open(QIODevice::WriteOnly) && file.write(picture) == picture.size() &&
+                           (isSpecial ? special.flush() : replacement.commit());
+    if (!isWritten)
         throw Failure{ExitRefused, QStringLiteral("--output \"%1\": %2").arg(path, file.errorString())};
 }
 

@@ -424,6 +424,7 @@ private Q_SLOTS:
             QVERIFY(text.contains("no signal report for 10 minutes") && text.contains("Can't &lt;break&gt;"));
             QVERIFY(!text.contains("secret") && !text.contains("\u202e"));
         }
+        QVERIFY(Ctl({"timeline", file.fileName(), "--output", "/dev/stdout"}).Ends("0 <svg .*written, from 12 lines\n"));
         QVERIFY(Ctl({"timeline", "/none"}).Ends("2 .*\"/none\": No such file.*"));
         QVERIFY(Ctl({"timeline"}, "nothing of ours\n").Ends("1 .* no line of .*"));
     }
