@@ -489,10 +489,11 @@ QByteArray TimelineDrawing::Svg() const
         if (number > MostRows)
             continue;
         QString when = Moment(first);
+        const bool isOneDay = Clock(first, "yyyy-MM-dd") == Clock(last, "yyyy-MM-dd");
         if (Moment(last) != when)
             when +=
                 QStringLiteral(" to ") +
-                (reader.HasTimes() ? Clock(last, Clock(first, "d") == Clock(last, "d") ? "HH:mm:ss" : "MM-dd HH:mm:ss")
+                (reader.HasTimes() ? Clock(last, isOneDay ? "HH:mm:ss" : "MM-dd HH:mm:ss")
                                    : Moment(last));
         rows += circle(ChartLeft - 20, y - 4, false) + Label(ChartLeft, y, when, PaleInk) +
                 Label(RowTextLeft, y, Cut(text, MostRowLetters));
