@@ -31,10 +31,11 @@ CallAudioRoute::CallAudioRoute()
     Apply();
 }
 
-void CallAudioRoute::OnOwnerChanged()
+void CallAudioRoute::OnOwnerChanged(const QString&, const QString&, const QString& newOwner)
 {
-    // callaudiod starts in the default mode.
-    inCallMode = false;
+    // callaudiod starts in the default mode. If it was started by a pending SelectMode, that request still follows.
+    if (newOwner.isEmpty())
+        inCallMode = false;
     if (Wish().call)
         Apply();
 }

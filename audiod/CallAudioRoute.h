@@ -19,10 +19,9 @@ protected:
     void Work() override;
 
 private:
-    void SelectMode();
     void EnableSpeaker();
     void Watch(const QDBusPendingCall& call, const QString& name, void (CallAudioRoute::*next)());
-    void OnOwnerChanged();
+    void OnOwnerChanged(const QString& service, const QString& oldOwner, const QString& newOwner);
 
     CallAudioProxy callAudio;
     QDBusServiceWatcher watcher;
