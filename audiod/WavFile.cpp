@@ -44,8 +44,11 @@ void WavFile::Begin()
     format.samplerate = Rate;
     format.channels = Channels;
     format.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-    if (ftruncate(descriptor, 0) == 0)
-        sound = sf_open_fd(descriptor, SFM_WRITE, &format, SF_FALSE);
+    if (ftruncate(descriptor, 0) != 0) {
+        Fail(QString::fromLocal8Bit(std::strerror(errno)));
+        return;
+    }
+    sound = sf_open_fd(descriptor, SFM_WRITE, &format, SF_FALSE);
     if (!sound) {
         Fail(QString::fromLocal8Bit(sf_strerror(nullptr)));
         return;
