@@ -31,21 +31,21 @@ END
     await $! "$scratch/system-bus.log" test -S "$scratch/system-bus"
 }
 
-# start_at_device [OPTION...]: starts the simulated modem behind an AT port. Sets AT_PORT, the TCP port, and AT_NAME, the
-# name in the abstract namespace. "kova-simulator send" steers it; its events are in $scratch/device.log.
-start_at_device() {
-    AT_NAME=kova-$$
+# Sets AT_PORT, a free TCP port, and AT_NAME, a name in the abstract namespace, for the simulated modem.
+choose_at_port() {
+    export AT_NAME=kova-$$ AT_PORT
     for AT_PORT in $(shuf -n 20 -i 20000-32000); do
-        "$build/kova-simulator" --at-tcp "$AT_PORT" --at-abstract "$AT_NAME" "$@" </dev/null >"$scratch/device.log" 2>&1 &
-        processes+=($!)
-        if await $! /dev/null grep -qx ready "$scratch/device.log"; then
-            export AT_PORT AT_NAME
-            return
-        fi
-        grep -q 'Address already in use' "$scratch/device.log" || break # else another port
+        (: <>"/dev/tcp/127.0.0.1/$AT_PORT") 2>/dev/null || return 0
     done
-    cat "$scratch/device.log" >&2
-    return 1
+}
+
+# start_at_device [OPTION...]: starts the simulated modem behind an AT port. "kova-simulator send" controls it; its events
+# are in $scratch/device.log.
+start_at_device() {
+    choose_at_port
+    "$build/kova-simulator" --at-tcp "$AT_PORT" --at-abstract "$AT_NAME" "$@" </dev/null >"$scratch/device.log" 2>&1 &
+    processes+=($!)
+    await $! "$scratch/device.log" grep -qx ready "$scratch/device.log"
 }
 
 # prepare_ofono: configures every ofonod of this shell to use the AT port as the modem /phonesim and to store its state in
@@ -117,8 +117,7 @@ play_stock() {
         -e 's/The GSM daemon dies/The modem is unplugged/' -e 's/The daemon is back/The modem is back/' \
         -e 's/0 2 3 71 /0 2 3 70 /' -e 's/strength, 71/strength, 70/' \
         simulator/scenarios/demo.scenario >"$scratch/stock.scenario"
-    AT_PORT=$(shuf -n 1 -i 20000-32000)
-    AT_NAME=kova-$$
+    choose_at_port
     fast "$build/kova-simulator" --quiet --at-tcp "$AT_PORT" --at-abstract "$AT_NAME" play "$scratch/stock.scenario" &
     device=$!
     processes+=($device)

@@ -27,8 +27,8 @@ public:
     /// Writes one value and keeps all others. Replaces the whole file, so that after a power cut it has either the old
     /// or the new state. Creates a missing folder.
     /// @param mayDefer does not wait until the value is on the disk.
-    /// @return false if the file is not valid, stays locked for 3 seconds or cannot be written. Then nothing is
-    /// changed, and the reason is logged.
+    /// @return false if the file is not valid, stays locked for 3 seconds or cannot be written to the disk. The reason
+    /// is logged.
     bool WriteConfigValue(const QString& section, const QString& key, const QString& value, bool mayDefer);
 
 private:
