@@ -39,6 +39,7 @@ constexpr char GsmVoiceStream[] = "gsmvoice";
 // The audio path of a call.
 constexpr uint CallOutputType = 2;
 constexpr uchar AMPS_MASK_AUX = 2;
+// The names appear in log lines; both inputs have the same number.
 constexpr int INPUT_SOURCE_GSM_EAR_AUX = 3; ///< outgoing calls
 constexpr int INPUT_SOURCE_GSM_EAR_MIC = 3; ///< incoming calls
 constexpr int SoundManagerCallTimeoutMs = 5000;
@@ -68,26 +69,26 @@ bool ReadSetting(const char* section, const char* key,
     return ok && value == QLatin1String(SettingOn);
 }
 
-/// The audio service behind a proxy class. The name in the log is fixed, whatever the device calls its own class.
+/// The audio service behind a proxy class. The name in the log is fixed, because a device may have its own class.
 template <typename Proxy>
-struct AudioService;
+struct AudioPeer;
 
 template <>
-struct AudioService<SoundManagerProxy> {
+struct AudioPeer<SoundManagerProxy> {
     static constexpr const char* nameInLog = "SoundManagerProxy";
     static constexpr const char* name = Names::SoundManagerService;
     static constexpr const char* object = Names::SoundManagerObject;
 };
 
 template <>
-struct AudioService<AudioOutCtlProxy> {
+struct AudioPeer<AudioOutCtlProxy> {
     static constexpr const char* nameInLog = "AudioOutCtlProxy";
     static constexpr const char* name = Names::AudioOutCtlService;
     static constexpr const char* object = Names::AudioOutCtlObject;
 };
 
 template <>
-struct AudioService<AudioInCtlProxy> {
+struct AudioPeer<AudioInCtlProxy> {
     static constexpr const char* nameInLog = "AudioInCtlProxy";
     static constexpr const char* name = Names::AudioInCtlService;
     static constexpr const char* object = Names::AudioInCtlObject;
@@ -100,11 +101,11 @@ class AudioClient : public Proxy
 {
 public:
     explicit AudioClient(int timeoutMs, const std::source_location& where = std::source_location::current())
-        : Proxy(AudioService<Proxy>::name, AudioService<Proxy>::object, QDBusConnection::sessionBus(), nullptr)
+        : Proxy(AudioPeer<Proxy>::name, AudioPeer<Proxy>::object, QDBusConnection::sessionBus(), nullptr)
     {
         this->setTimeout(timeoutMs);
         if (!this->isValid())
-            LOG_AT(where, LogLevelWarning, "Can't create %s", AudioService<Proxy>::nameInLog);
+            LOG_AT(where, LogLevelWarning, "Can't create %s", AudioPeer<Proxy>::nameInLog);
     }
 };
 
@@ -539,7 +540,8 @@ int PhoneManager::VoiceCallMake(const QString& PhoneNumber)
         return StatusCodeCallFailed;
     }
 
-    // Undo nothing if a step fails from here on: the teardown does that, and clears the flag.
+    // Nothing is undone if a step fails from here on. In a loop, VoiceCallPrematureFail() leads to the teardown. A
+    // single call that was placed ends like any other; if it was refused, the phone stays busy until the next teardown.
     outgoingCallInProgress = true;
     if (!gsm.Call(PhoneNumber)) {
         LOG(LogLevelError, "Error making call (Call)");
@@ -607,6 +609,7 @@ void PhoneManager::StartCallLoopSlot()
     RunCallLoop(nullptr, std::source_location::current());
 }
 
+/// Starts the loop by calling the first number. OnGsmCallRejected() calls each of the others.
 /// @param numbers replaces the stored list, unless it is null.
 void PhoneManager::RunCallLoop(const QStringList* numbers, const std::source_location& where)
 {
@@ -750,7 +753,8 @@ void PhoneManager::AbandonCalls()
     OnGsmCallTerminated();
 }
 
-// Audio
+// Audio: an outgoing call switches output, input and voice stream, an incoming one voice stream, output and input. All
+// stop at the first step that fails.
 
 /// Saves the current output type and switches to that of a call.
 bool PhoneManager::RouteOutput()

@@ -31,14 +31,20 @@ public:
     void OnResume() override {}
 
 Q_SIGNALS:
-    /// The current number could not be dialled. Makes the loop move on. Internal.
+    /// A number of the loop could not be called. Makes the loop move on. Not on the bus.
     void VoiceCallPrematureFail();
+    /// @param Status the ModemStatus that the modem has reported.
     void PhoneStatus(uint Status);
+    /// The result of a SIM check that the modem has answered.
     void SimPresent(bool Present);
+    /// A message as the GSM daemon delivered it.
     void SmsReceived(QString Text, QVariantMap Info);
+    /// @param Identifier counts the messages from 1. @param Status false if the message is lost.
     void SmsSent(uint Identifier, bool Status);
+    /// @param Status the VoiceCallStatus that was entered.
     void VoiceCall(uint Status);
-    /// Starts a call loop from the event loop. Internal.
+    /// Starts a call loop from the event loop. Part of the class's interface, but VoiceCallLoopMake() uses a timer. Not
+    /// on the bus.
     void StartCallLoop(QStringList PhoneNumbersList);
 
 public Q_SLOTS:
@@ -118,11 +124,12 @@ private:
     // callLoopInProgress      a rejection makes the    RunCallLoop()        OnGsmCallAnswered(), and
     //                         loop dial on                                  OnGsmCallRejected() of the last number
     //
-    // AbandonCalls() clears all three when the modem or its daemon is gone.
+    // AbandonCalls() clears all three when the modem or its daemon is gone. OnGsmCallTerminated() clears nothing if the
+    // sound manager is missing.
     bool incomingCallInProgress = false;
     bool outgoingCallInProgress = false;
-    bool callLoopInProgress = false; ///< guarded by callLoopMutex
-    QMutex callLoopMutex;
+    bool callLoopInProgress = false;
+    QMutex callLoopMutex; ///< guards the loop's flag, index and list while they change
     QTimer pendingOutgoingCallTimer;
     quint8 savedDefaultAmpliMask = 0;
     quint32 savedOutputType = 0;
