@@ -3,21 +3,12 @@
 #include "Connections.h"
 #include "GsmProxy.h"
 #include "QtCompat.h"
+#include "TimeLimits.h"
 #include "common_qdbus.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusServiceWatcher>
-
-namespace
-{
-
-constexpr int ShortTimeoutMs = 3000;     ///< for methods that the daemon answers at once
-constexpr int CallTimeoutMs = 15000;     ///< dial, answer, hang up: these involve the network
-constexpr int SmsTimeoutMs = 20000;      ///< send a message to the network
-constexpr int PowerOffTimeoutMs = 60000; ///< power off: the modem leaves the network first
-
-}
 
 Gsm& Gsm::Instance()
 {
@@ -205,52 +196,55 @@ bool Gsm::Command(const char* method, const QByteArray& request, int timeoutMs, 
 
 bool Gsm::PingRegistration()
 {
-    return Command("PingRegistration", "PingRegistration()", ShortTimeoutMs,
+    return Command("PingRegistration", "PingRegistration()", TimeLimits::GsmShortMs,
                    [this] { return QDBusReply<int>(gsmProxy->PingRegistration()); });
 }
 
 bool Gsm::IsSimPresent(bool& present)
 {
-    return Command("IsSimPresent", "IsSimPresent()", ShortTimeoutMs, [&] { return gsmProxy->IsSimPresent(present); });
+    return Command("IsSimPresent", "IsSimPresent()", TimeLimits::GsmShortMs,
+                   [&] { return gsmProxy->IsSimPresent(present); });
 }
 
 bool Gsm::Answer()
 {
-    return Command("CallAnswer", "CallAnswer()", CallTimeoutMs, [this] { return gsmProxy->CallAnswer(); });
+    return Command("CallAnswer", "CallAnswer()", TimeLimits::GsmCallMs, [this] { return gsmProxy->CallAnswer(); });
 }
 
 bool Gsm::HangupAll()
 {
-    return Command("CallHangupAll", "CallHangupAll()", CallTimeoutMs, [this] { return gsmProxy->CallHangupAll(); });
+    return Command("CallHangupAll", "CallHangupAll()", TimeLimits::GsmCallMs,
+                   [this] { return gsmProxy->CallHangupAll(); });
 }
 
 bool Gsm::Hangup()
 {
-    return Command("CallHangup", "CallHangup()", CallTimeoutMs, [this] { return gsmProxy->CallHangup(); });
+    return Command("CallHangup", "CallHangup()", TimeLimits::GsmCallMs, [this] { return gsmProxy->CallHangup(); });
 }
 
 bool Gsm::SetGprsApn(const QString& apn, const QString& username, const QString& password)
 {
     const QByteArray arguments = apn.toLocal8Bit() + ',' + username.toLocal8Bit() + ',' + password.toLocal8Bit();
-    return Command("GprsSetApn", "GprsSetApn(" + arguments + ')', ShortTimeoutMs,
+    return Command("GprsSetApn", "GprsSetApn(" + arguments + ')', TimeLimits::GsmShortMs,
                    [&] { return gsmProxy->GprsSetApn(apn, username, password); });
 }
 
 bool Gsm::Call(const QString& number)
 {
-    return Command("Call", "Call(" + number.toLocal8Bit() + ')', CallTimeoutMs, [&] { return gsmProxy->Call(number); });
+    return Command("Call", "Call(" + number.toLocal8Bit() + ')', TimeLimits::GsmCallMs,
+                   [&] { return gsmProxy->Call(number); });
 }
 
 bool Gsm::SendSms(const QString& recipient, const QString& text)
 {
-    return Command("SendSms", "SendSms()", SmsTimeoutMs, [&] { return gsmProxy->SendSms(recipient, text); });
+    return Command("SendSms", "SendSms()", TimeLimits::GsmSmsMs, [&] { return gsmProxy->SendSms(recipient, text); });
 }
 
 bool Gsm::SetEnabled(bool enable)
 {
     const std::source_location where = std::source_location::current();
     const QByteArray request = "ModemSetEnabled(" + QByteArray::number(enable) + ')';
-    return Command("ModemSetEnabled", request, enable ? ShortTimeoutMs : PowerOffTimeoutMs, [&] {
+    return Command("ModemSetEnabled", request, enable ? TimeLimits::GsmShortMs : TimeLimits::GsmPowerOffMs, [&] {
         const QDBusPendingReply<int> reply = gsmProxy->ModemSetEnabled(enable);
         LOG_AT(where, LogLevelProgress, "Gsmd->%s requested", request.constData());
         return reply;

@@ -8,6 +8,7 @@
 #include "LinkState.h"
 #include "QtCompat.h"
 #include "SmsOutController.h"
+#include "TimeLimits.h"
 #include "common_qdbus.h"
 
 #include <Configuration.h>
@@ -21,13 +22,10 @@
 namespace
 {
 
-constexpr int PowerToRegisteredTimeoutMs = 180000;
 constexpr int SignalQualityPingMs = 300000;
 constexpr int SignalQualityTimeoutMs = 600000;
 constexpr int PppPresenceCheckMs = 600000;
-constexpr int SimCheckDelayMs = 20000; ///< the modem reads its SIM card meanwhile
 
-constexpr int OutgoingCallTimeoutS = 30;
 constexpr int SecondHangupDelayMs = 1000;
 constexpr int CallLoopStartDelayMs = 2000;
 constexpr unsigned int AnswerDelayS = 3;
@@ -42,9 +40,6 @@ constexpr uchar AMPS_MASK_AUX = 2;
 // The names appear in log lines; both inputs have the same number.
 constexpr int INPUT_SOURCE_GSM_EAR_AUX = 3; ///< outgoing calls
 constexpr int INPUT_SOURCE_GSM_EAR_MIC = 3; ///< incoming calls
-constexpr int SoundManagerCallTimeoutMs = 5000;
-constexpr int SoundManagerMaskTimeoutMs = 2500;
-constexpr int AudioControlTimeoutMs = 3000;
 
 // The settings that decide whether the modem is wanted.
 constexpr char PhoneSection[] = "PHONE";
@@ -126,7 +121,7 @@ bool FinishRequest(const char* label, const QByteArray& request, const QDBusPend
 bool SelectInput(int source, const char* sourceName,
                  const std::source_location& where = std::source_location::current())
 {
-    AudioClient<AudioInCtlProxy> audioInCtl(AudioControlTimeoutMs, where);
+    AudioClient<AudioInCtlProxy> audioInCtl(TimeLimits::AudioControlMs, where);
     return audioInCtl.isValid() &&
            FinishRequest("audioInCtl->SetInputSource", QByteArray("audioInCtl->SetInputSource(") + sourceName + ')',
                          audioInCtl.SetInputSource(source), where);
@@ -187,14 +182,14 @@ PhoneManager::PhoneManager() : KovaFeatureBase(Names::PhoneObject)
             int intervalMs;
             const char* slot;
         } timers[] = {
-            {gsmPowerToRegisteredTimer, "gsmPowerToRegisteredTimer", PowerToRegisteredTimeoutMs,
+            {gsmPowerToRegisteredTimer, "gsmPowerToRegisteredTimer", TimeLimits::PowerToRegisteredMs,
              SLOT(OnGsmPowerToRegisteredTimeout())},
             {gsmSignalQualityPingTimer, "gsmSignalQualityPingTimer", SignalQualityPingMs,
              SLOT(OnGsmSignalQualityPingTimeout())},
             {gsmSignalQualityNotReceivedTimer, "gsmSignalQualityNotReceivedTimer", SignalQualityTimeoutMs,
              SLOT(OnGsmSignalQualityTimeout())},
             {gsmPPPPresenceTimer, "gsmPPPPresenceTimer", PppPresenceCheckMs, SLOT(OnGsmPPPPresenceTimeout())},
-            {pendingOutgoingCallTimer, "pendingOutgoingCallTimer", OutgoingCallTimeoutS * 1000,
+            {pendingOutgoingCallTimer, "pendingOutgoingCallTimer", TimeLimits::OutgoingCallS * 1000,
              SLOT(OnGsmCallTimeout())},
         };
         for (const auto& [timer, name, intervalMs, slot] : timers) {
@@ -341,7 +336,7 @@ void PhoneManager::OnGsmModemOn()
     LOG(LogLevelWarning, "Gsm modem POWERED");
     Q_EMIT PhoneStatus(ModemStatusOn);
     if (simStatus == SimStatusChecking)
-        QTimer::singleShot(SimCheckDelayMs, Qt::PreciseTimer, this, SLOT(OnSimCheckContinue()));
+        QTimer::singleShot(TimeLimits::SimCheckDelayMs, Qt::PreciseTimer, this, SLOT(OnSimCheckContinue()));
     else
         LOG(LogLevelWarning, "Modem POWERED but not checking sim since already %d", simStatus);
 }
@@ -548,7 +543,7 @@ int PhoneManager::VoiceCallMake(const QString& PhoneNumber)
         return StatusCodeCallFailed;
     }
     LOG(LogLevelWarning, "Call succesfully started");
-    LOG(LogLevelWarning, "Waiting reply in %d seconds...", OutgoingCallTimeoutS);
+    LOG(LogLevelWarning, "Waiting reply in %d seconds...", TimeLimits::OutgoingCallS);
     pendingOutgoingCallTimer.start();
 
     const bool audible = RouteOutput() && SelectInput(INPUT_SOURCE_GSM_EAR_AUX, "INPUT_SOURCE_GSM_EAR_AUX") &&
@@ -706,7 +701,7 @@ void PhoneManager::OnGsmCallTerminated()
     pendingOutgoingCallTimer.stop();
 
     {
-        AudioClient<SoundManagerProxy> soundManager(SoundManagerCallTimeoutMs);
+        AudioClient<SoundManagerProxy> soundManager(TimeLimits::SoundManagerCallMs);
         if (!soundManager.isValid())
             return; // The call flags stay set until the modem goes off or the daemon fails.
 
@@ -765,7 +760,7 @@ bool PhoneManager::RouteOutput()
 /// Saves the current amplifier mask, switches to that of a call and starts the call's voice stream.
 bool PhoneManager::StartGsmVoice(const std::source_location& where)
 {
-    AudioClient<SoundManagerProxy> soundManager(SoundManagerCallTimeoutMs, where);
+    AudioClient<SoundManagerProxy> soundManager(TimeLimits::SoundManagerCallMs, where);
     const auto request = [&](const char* label, const QDBusPendingReply<int>& reply) {
         return FinishRequest(label, label, reply, where);
     };
@@ -777,7 +772,7 @@ bool PhoneManager::StartGsmVoice(const std::source_location& where)
 
 bool PhoneManager::DefaultAmpliMaskSave()
 {
-    AudioClient<SoundManagerProxy> soundManager(SoundManagerMaskTimeoutMs);
+    AudioClient<SoundManagerProxy> soundManager(TimeLimits::SoundManagerMaskMs);
     if (!soundManager.isValid())
         return false;
 
@@ -789,7 +784,7 @@ bool PhoneManager::DefaultAmpliMaskSave()
 
 bool PhoneManager::DefaultAmpliMaskRestore()
 {
-    AudioClient<SoundManagerProxy> soundManager(SoundManagerMaskTimeoutMs);
+    AudioClient<SoundManagerProxy> soundManager(TimeLimits::SoundManagerMaskMs);
     return soundManager.isValid() &&
            FinishRequest("SoundManager->SetAmplifiersDefault()",
                          "SoundManager->SetAmplifiersDefault(" + QByteArray::number(savedDefaultAmpliMask) + ')',
@@ -798,7 +793,7 @@ bool PhoneManager::DefaultAmpliMaskRestore()
 
 bool PhoneManager::OutputTypeSave()
 {
-    AudioClient<AudioOutCtlProxy> audioOutCtl(AudioControlTimeoutMs);
+    AudioClient<AudioOutCtlProxy> audioOutCtl(TimeLimits::AudioControlMs);
     if (!audioOutCtl.isValid())
         return false;
 
@@ -813,7 +808,7 @@ bool PhoneManager::OutputTypeSave()
 /// Always returns true: a call with the wrong output type is better than none.
 bool PhoneManager::OutputTypeSet(uint outputType)
 {
-    AudioClient<AudioOutCtlProxy> audioOutCtl(AudioControlTimeoutMs);
+    AudioClient<AudioOutCtlProxy> audioOutCtl(TimeLimits::AudioControlMs);
     if (audioOutCtl.isValid() &&
         FinishRequest("audioOutCtl->SetOutputType",
                       "audioOutCtl->SetOutputType(" + QByteArray::number(static_cast<int>(outputType)) + ')',

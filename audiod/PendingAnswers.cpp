@@ -1,12 +1,14 @@
 #include "PendingAnswers.h"
 
+#include "TimeLimits.h"
+
 #include <utility>
 
 namespace
 {
 
-/// The contract allows 2 s for an answer. The rest is a margin for a busy machine.
-constexpr int LimitMs = 1500;
+/// Leaves a margin for a busy machine.
+constexpr int LimitMs = TimeLimits::SoundManagerMaskMs - 1000;
 /// Only a runaway client has more.
 constexpr int MostAnswers = 64;
 

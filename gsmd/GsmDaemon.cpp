@@ -2,6 +2,7 @@
 
 #include "LogGsmd.h"
 #include "PhoneCodes.h"
+#include "TimeLimits.h"
 
 #include <QDBusMessage>
 #include <QPointer>
@@ -25,9 +26,9 @@ constexpr int RetryHangupMs = 2000;
 constexpr int DialLimitMs = 40000;       ///< a modem that takes longer to begin a call has failed
 constexpr int HangUpDialLimitMs = 10000; ///< the same for a call that is hung up as soon as it begins
 constexpr int StopLimitMs = 3000;
-// A little less than the service waits for each.
-constexpr int AnswerLimitMs = 12000;
-constexpr int ApnLimitMs = 2500;
+// Answer before the service stops waiting.
+constexpr int AnswerLimitMs = TimeLimits::GsmCallMs - 3000;
+constexpr int ApnLimitMs = TimeLimits::GsmShortMs - 500;
 /// Limits the unanswered requests. The service makes one at a time.
 constexpr int MaxLateReplies = 64;
 

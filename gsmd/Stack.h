@@ -1,5 +1,7 @@
 #pragma once
 
+#include "TimeLimits.h"
+
 #include <QMap>
 #include <QObject>
 #include <QString>
@@ -38,7 +40,7 @@ public:
     /// @param wantedModem the modem's object path, or empty for the first that can carry calls.
     explicit Stack(const QString& wantedModem = QString());
 
-    static constexpr int SmsLimitMs = 18000; ///< a little less than the service waits
+    static constexpr int SmsLimitMs = TimeLimits::GsmSmsMs - 2000; ///< the answer must arrive in time
 
     /// The modem's object path; empty while there is none.
     virtual QString ModemPath() const = 0;

@@ -7,6 +7,7 @@
 #include "Names.h"
 #include "PhoneCodes.h"
 #include "SettingsFile.h"
+#include "TimeLimits.h"
 
 #include <QDBusConnectionInterface>
 #include <QDir>
@@ -29,8 +30,8 @@ constexpr int IntrospectionTimeoutMs = 5000;
 constexpr int VersionTimeoutMs = 5000;
 /// Long enough for a power cycle to end.
 constexpr int PowerUpMs = 10000;
-/// The service checks 20 s after power-on; the check takes up to 3 s.
-constexpr int SimCheckMs = 25000;
+/// The check itself takes time, too.
+constexpr int SimCheckMs = TimeLimits::SimCheckDelayMs + TimeLimits::GsmShortMs + 2000;
 
 enum Verdict { Holds, Fails, NotYet };
 

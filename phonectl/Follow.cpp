@@ -2,14 +2,15 @@
 
 #include "Names.h"
 #include "PhoneCodes.h"
+#include "TimeLimits.h"
 
 #include <algorithm>
 
 namespace
 {
 
-/// The service power-cycles a modem that has not registered within 180 s. Allow for a second try.
-constexpr int BringUpLimitS = 400;
+/// The service power-cycles a modem that does not register in time. Allow for a second try.
+constexpr int BringUpLimitS = 2 * TimeLimits::PowerToRegisteredMs / 1000 + 40;
 constexpr int PowerOffLimitS = 120;
 /// The longest time for one number: dialling 15 s, audio 20 s, ringing 30 s, hanging up 15 s.
 constexpr int LoopStepLimitS = 90;

@@ -4,6 +4,7 @@
 #include "Names.h"
 #include "PhoneCodes.h"
 #include "SignalInput.h"
+#include "TimeLimits.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -19,8 +20,7 @@ namespace
 /// Longer than the service can be blocked by this request and the one before: switching the modem off takes up to 60 s,
 /// a message 20 s, a call with its audio 45 s.
 constexpr int AnswerTimeoutMs = 300000;
-/// The GSM daemon has 15 s to hang up.
-constexpr int GsmTimeoutMs = 20000;
+constexpr int GsmTimeoutMs = TimeLimits::GsmCallMs + 5000;
 
 QDBusConnection SessionBus()
 {
@@ -141,11 +141,9 @@ bool PhoneClient::Wait(const QString& awaited, QDeadlineTimer until, const std::
     if (isBusLost)
         throw Failure{ExitNotOnBus, QStringLiteral("the session bus is gone")};
     if (interrupted)
-        throw Failure{ExitInterrupted,
-                      QStringLiteral("no longer waiting for %1; the operation goes on").arg(awaited)};
+        throw Failure{ExitInterrupted, QStringLiteral("no longer waiting for %1; the operation goes on").arg(awaited)};
     if (deadline.hasExpired())
-        throw Failure{ExitTimedOut,
-                      QStringLiteral("timed out waiting for %1; the operation goes on").arg(awaited)};
+        throw Failure{ExitTimedOut, QStringLiteral("timed out waiting for %1; the operation goes on").arg(awaited)};
     return false;
 }
 

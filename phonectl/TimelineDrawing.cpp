@@ -491,10 +491,8 @@ QByteArray TimelineDrawing::Svg() const
         QString when = Moment(first);
         const bool isOneDay = Clock(first, "yyyy-MM-dd") == Clock(last, "yyyy-MM-dd");
         if (Moment(last) != when)
-            when +=
-                QStringLiteral(" to ") +
-                (reader.HasTimes() ? Clock(last, isOneDay ? "HH:mm:ss" : "MM-dd HH:mm:ss")
-                                   : Moment(last));
+            when += QStringLiteral(" to ") +
+                    (reader.HasTimes() ? Clock(last, isOneDay ? "HH:mm:ss" : "MM-dd HH:mm:ss") : Moment(last));
         rows += circle(ChartLeft - 20, y - 4, false) + Label(ChartLeft, y, when, PaleInk) +
                 Label(RowTextLeft, y, Cut(text, MostRowLetters));
         y += RowHeight;

@@ -2,6 +2,7 @@
 
 #include "BusValues.h"
 #include "Names.h"
+#include "TimeLimits.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -19,19 +20,11 @@ namespace
 constexpr int ExitFaulty = 1;
 constexpr int ExitNoDaemon = 3;
 
-// How long the phone service waits for answers
-constexpr int ShortLimitMs = 3000;
-constexpr int CallLimitMs = 15000;
-constexpr int SmsLimitMs = 20000;
-constexpr int PowerOffLimitMs = 60000;
 /// Late answers are awaited for this much longer, to report how late they are.
 constexpr int LateGraceMs = 5000;
 
-// Other time limits of the service
-constexpr int RegistrationLimitMs = 180000; ///< from power-on; the service then power-cycles the modem
-constexpr int SimCheckDelayMs = 20000;      ///< from ModemPowered; the service then checks the SIM card
-constexpr int RingingLimitMs = 30000;       ///< the service then hangs up
-constexpr int ReportLimitMs = 60000;        ///< strict: the service needs one in ten minutes
+constexpr int RingingLimitMs = TimeLimits::OutgoingCallS * 1000;
+constexpr int ReportLimitMs = 60000; ///< strict: the service needs one in ten minutes
 constexpr int SimRetryIntervalMs = 1000;
 constexpr int PollIntervalMs = 100;
 constexpr int SettlingTimeMs = 500; ///< in which a signal that must not come would come
@@ -154,7 +147,7 @@ bool DaemonCheck::CompareDescriptions()
     const QDBusPendingCall call = QDBusConnection::sessionBus().asyncCall(
         QDBusMessage::createMethodCall(Names::GsmService, Names::GsmObject, "org.freedesktop.DBus.Introspectable",
                                        "Introspect"),
-        CallLimitMs);
+        TimeLimits::GsmCallMs);
     QDBusPendingReply<QString> reply = call;
     reply.waitForFinished();
     if (!QDBusConnection::sessionBus().interface()->isServiceRegistered(Names::GsmService))
@@ -176,18 +169,19 @@ bool DaemonCheck::CompareDescriptions()
 /// The service also starts by switching the modem off.
 bool DaemonCheck::PowerOn()
 {
-    if (!Check("ModemSetEnabled", {false}, PowerOffLimitMs).good)
+    if (!Check("ModemSetEnabled", {false}, TimeLimits::GsmPowerOffMs).good)
         return false;
     // A modem that was off already need not report it.
     Await({"ModemOff"}, SettlingTimeMs);
-    const Reply status = Check("ModemGetStatus", {}, ShortLimitMs);
-    if (status.good && status.values.value(1).toInt() != 0 && Await({"ModemOff"}, PowerOffLimitMs).isEmpty())
-        ReportFault(QStringLiteral("no ModemOff within %1 of power-off").arg(Seconds(PowerOffLimitMs)));
+    const Reply status = Check("ModemGetStatus", {}, TimeLimits::GsmShortMs);
+    if (status.good && status.values.value(1).toInt() != 0 && Await({"ModemOff"}, TimeLimits::GsmPowerOffMs).isEmpty())
+        ReportFault(QStringLiteral("no ModemOff within %1 of power-off").arg(Seconds(TimeLimits::GsmPowerOffMs)));
 
     Forget();
-    const Reply powered = Check("ModemSetEnabled", {true}, ShortLimitMs);
-    if (Await({"ModemPowered", "ModemRegistered"}, RegistrationLimitMs).isEmpty()) {
-        ReportFault(QStringLiteral("no ModemPowered within %1 of power-on").arg(Seconds(RegistrationLimitMs)));
+    const Reply powered = Check("ModemSetEnabled", {true}, TimeLimits::GsmShortMs);
+    if (Await({"ModemPowered", "ModemRegistered"}, TimeLimits::PowerToRegisteredMs).isEmpty()) {
+        ReportFault(
+            QStringLiteral("no ModemPowered within %1 of power-on").arg(Seconds(TimeLimits::PowerToRegisteredMs)));
         return false;
     }
     if (Count("ModemPowered") == 0)
@@ -199,24 +193,25 @@ bool DaemonCheck::PowerOn()
 /// The service checks the SIM card 20 s after ModemPowered. Until then the daemon may fail or not see the card yet.
 bool DaemonCheck::CheckSim()
 {
-    const qint64 end = clock.elapsed() + SimCheckDelayMs;
-    Reply reply = Call("IsSimPresent", {}, ShortLimitMs);
+    const qint64 end = clock.elapsed() + TimeLimits::SimCheckDelayMs;
+    Reply reply = Call("IsSimPresent", {}, TimeLimits::GsmShortMs);
     while (clock.elapsed() < end && !(reply.good && reply.values.value(1).toBool())) {
         Wait(SimRetryIntervalMs);
-        reply = Call("IsSimPresent", {}, ShortLimitMs);
+        reply = Call("IsSimPresent", {}, TimeLimits::GsmShortMs);
     }
     Report(reply);
     const bool present = reply.values.value(1).toBool();
     if (reply.good && !present)
         ReportFault(QStringLiteral("no SIM card %1 after ModemPowered; insert one, the rest needs it")
-                        .arg(Seconds(SimCheckDelayMs)));
+                        .arg(Seconds(TimeLimits::SimCheckDelayMs)));
     return !reply.good || present;
 }
 
 bool DaemonCheck::CheckRegistration()
 {
-    if (Await({"ModemRegistered"}, RegistrationLimitMs).isEmpty()) {
-        ReportFault(QStringLiteral("no ModemRegistered within %1 of power-on").arg(Seconds(RegistrationLimitMs)));
+    if (Await({"ModemRegistered"}, TimeLimits::PowerToRegisteredMs).isEmpty()) {
+        ReportFault(
+            QStringLiteral("no ModemRegistered within %1 of power-on").arg(Seconds(TimeLimits::PowerToRegisteredMs)));
         return false;
     }
     ReportGood(QStringLiteral("ModemPowered and ModemRegistered came"));
@@ -227,22 +222,22 @@ bool DaemonCheck::CheckRegistration()
                         .arg(Seconds(ReportLimitMs)));
     else
         ReportGood(QStringLiteral("SignalQuality came"));
-    Check("PingRegistration", {}, ShortLimitMs);
-    Check("SignalStrength", {}, ShortLimitMs);
+    Check("PingRegistration", {}, TimeLimits::GsmShortMs);
+    Check("SignalStrength", {}, TimeLimits::GsmShortMs);
     return true;
 }
 
 void DaemonCheck::CheckCall(const QString& number)
 {
     Forget();
-    if (!Check("Call", {number}, CallLimitMs).good)
+    if (!Check("Call", {number}, TimeLimits::GsmCallMs).good)
         return;
     std::printf("       (answer at %s within %s)\n", qPrintable(number), qPrintable(Seconds(RingingLimitMs)));
     const QString outcome = Await({"CallAnswered", "CallRejected", "CallTerminated"}, RingingLimitMs);
     const bool answered = outcome == QLatin1String("CallAnswered");
     if (answered || outcome.isEmpty())
-        Check("CallHangup", {}, CallLimitMs);
-    const QString end = Await({"CallRejected", "CallTerminated"}, CallLimitMs);
+        Check("CallHangup", {}, TimeLimits::GsmCallMs);
+    const QString end = Await({"CallRejected", "CallTerminated"}, TimeLimits::GsmCallMs);
     const QString expected = answered ? QStringLiteral("CallTerminated") : QStringLiteral("CallRejected");
     if (end != expected)
         ReportFault(QStringLiteral("a call that was %1 ended with %2, not %3")
@@ -256,10 +251,10 @@ void DaemonCheck::CheckCall(const QString& number)
 void DaemonCheck::CheckLoop(const QString& number)
 {
     Forget();
-    if (!Check("Call", {number}, CallLimitMs).good)
+    if (!Check("Call", {number}, TimeLimits::GsmCallMs).good)
         return;
-    Check("CallHangup", {}, CallLimitMs);
-    const QString end = Await({"CallRejected", "CallTerminated"}, CallLimitMs);
+    Check("CallHangup", {}, TimeLimits::GsmCallMs);
+    const QString end = Await({"CallRejected", "CallTerminated"}, TimeLimits::GsmCallMs);
     if (Count("CallAnswered") == 0 && end != QLatin1String("CallRejected"))
         ReportFault(
             QStringLiteral("a call hung up before it was answered ended with %1, not CallRejected: an emergency loop "
@@ -267,14 +262,14 @@ void DaemonCheck::CheckLoop(const QString& number)
                 .arg(end.isEmpty() ? QStringLiteral("no signal") : end));
     else
         ReportGood(QStringLiteral("a call hung up before it was answered ended with ") + end);
-    Check("CallHangupAll", {}, CallLimitMs);
+    Check("CallHangupAll", {}, TimeLimits::GsmCallMs);
 }
 
 void DaemonCheck::PowerOff()
 {
     Forget();
-    Check("ModemSetEnabled", {false}, PowerOffLimitMs);
-    Await({"ModemOff"}, PowerOffLimitMs);
+    Check("ModemSetEnabled", {false}, TimeLimits::GsmPowerOffMs);
+    Await({"ModemOff"}, TimeLimits::GsmPowerOffMs);
     Await({}, SettlingTimeMs);
     if (const int count = Count("ModemOff"); count != 1)
         ReportFault(QStringLiteral("ModemOff came %1 times, not once, after power-off").arg(count));
@@ -307,7 +302,7 @@ int DaemonCheck::Run(const Numbers& numbers)
             CheckLoop(numbers.call);
         }
         if (!numbers.sms.isEmpty())
-            Check("SendSms", {numbers.sms, QStringLiteral("kova-simulator check-gsmd")}, SmsLimitMs);
+            Check("SendSms", {numbers.sms, QStringLiteral("kova-simulator check-gsmd")}, TimeLimits::GsmSmsMs);
     }
     PowerOff();
     std::printf("%s\n", faults == 0 ? "nothing to mend" : qPrintable(QStringLiteral("%1 to mend").arg(faults)));
