@@ -5,9 +5,9 @@
 #include "AudioLog.h"
 #include "AudioOutCtl.h"
 #include "AudioOutCtlAdaptor.h"
-#include "BusGuard.h"
 #include "CallAudioRoute.h"
 #include "Capture.h"
+#include "Daemon.h"
 #include "DefaultDevice.h"
 #include "LoopbackRoute.h"
 #include "Process.h"
@@ -20,22 +20,14 @@
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusError>
-#include <QSocketNotifier>
 
 #include <algorithm>
-#include <cstdio>
 #include <memory>
 
 Q_DECL_EXPORT LogInterface* _logInterface = nullptr;
 
 namespace
 {
-
-enum ExitStatus : int {
-    ExitStatusDone = 0,
-    ExitStatusFailed = 1, ///< no session bus, or another program has the services' names
-    ExitStatusUsage = 2,
-};
 
 struct Export {
     const char* service;
@@ -57,13 +49,8 @@ bool Register(QDBusConnection& bus, const Export& service)
 int Serve(const QString& modemSource, const QString& modemSink, int signalInput)
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected()) {
-        AUDIO_LOG(LogLevelError, "DBUS: Can't connect session bus");
-        return ExitStatusFailed;
-    }
-
-    const BusGuard busGuard(bus, Names::SoundManagerObject);
-    QObject::connect(&busGuard, &BusGuard::Lost, &busGuard, [] { QCoreApplication::exit(ExitStatusFailed); });
+    if (!Daemon::RequireBus(bus, Names::SoundManagerObject))
+        return Daemon::ExitStatusFailed;
 
     SoundServer server;
     std::unique_ptr<VoiceRoute> route;
@@ -89,16 +76,16 @@ int Serve(const QString& modemSource, const QString& modemSink, int signalInput)
         {Names::SoundManagerService, Names::SoundManagerObject, &soundManager},
     };
     if (!std::all_of(std::begin(exports), std::end(exports), [&](const Export& one) { return Register(bus, one); }))
-        return ExitStatusFailed;
+        return Daemon::ExitStatusFailed;
 
-    const QSocketNotifier signalled(signalInput, QSocketNotifier::Read);
-    QObject::connect(&signalled, &QSocketNotifier::activated, route.get(), [&] {
-        // A second signal ends the process at once.
-        TakeSignals(signalInput);
-        const bool impatient = !route->Wish().call;
+    Daemon::WhenSignalled(signalInput, route.get(), [&route] {
+        // Undo the route of a call first. A second signal ends the process at once.
+        const bool inCall = route->Wish().call;
         route->Want({});
-        impatient ? QCoreApplication::exit(ExitStatusDone)
-                  : route->WhenSettled([] { QCoreApplication::exit(ExitStatusDone); });
+        if (inCall)
+            route->WhenSettled(&QCoreApplication::quit);
+        else
+            QCoreApplication::quit();
     });
 
     // Connect only after claiming the names: another process of this program may still use the loopbacks.
@@ -131,18 +118,15 @@ int main(int argc, char** argv)
     options.setApplicationDescription(QStringLiteral(
         "The audio services of a phone on a stock sound server. With the names of the modem's sound card, "
         "a call's voice is looped to the default devices; without, callaudiod routes it."));
-    options.addHelpOption();
-    options.addVersionOption();
     const QCommandLineOption source(QStringLiteral("modem-source"),
                                     QStringLiteral("Source from which the far end is heard."), QStringLiteral("NAME"));
     const QCommandLineOption sink(QStringLiteral("modem-sink"),
                                   QStringLiteral("Sink on which the far end hears the user."), QStringLiteral("NAME"));
     options.addOptions({source, sink});
-    options.process(application);
+    Daemon::ParseOptions(options);
     if (!options.positionalArguments().isEmpty() || options.value(source).isEmpty() != options.value(sink).isEmpty()) {
-        std::fputs("kova-audiod: takes both --modem-source NAME and --modem-sink NAME, or neither; see --help\n",
-                   stderr);
-        return ExitStatusUsage;
+        Daemon::RefuseUsage(
+            QStringLiteral("takes both --modem-source NAME and --modem-sink NAME, or neither; see --help"));
     }
 
     _logInterface = new LogInterface(QLatin1String(Names::LogObject)); // never deleted: Qt may log to the very end

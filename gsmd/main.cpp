@@ -1,4 +1,4 @@
-#include "BusGuard.h"
+#include "Daemon.h"
 #include "GsmAdaptor.h"
 #include "GsmDaemon.h"
 #include "LogGsmd.h"
@@ -12,19 +12,11 @@
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusObjectPath>
-#include <QSocketNotifier>
-
-#include <cstdio>
 
 Q_DECL_EXPORT LogInterface* _logInterface = nullptr;
 
 namespace
 {
-
-constexpr char LogObject[] = "/com/quillmark/kova/gsmmanager/logobj";
-
-constexpr int ExitFailed = 1;
-constexpr int ExitUsage = 2;
 
 constexpr char About[] = R"(
 The phone service's GSM daemon, for boards whose modem is run by a stock modem stack on the system bus.)";
@@ -49,34 +41,18 @@ constexpr KnownStack knownStacks[] = {
 
 constexpr char AnyStack[] = "auto";
 
-int Complain(int status, const QString& problem)
-{
-    std::fprintf(stderr, "kova-gsmd: %s\n", qPrintable(problem));
-    return status;
-}
-
 int Run(const QString& stackName, const QString& modem, int signalInput)
 {
     QDBusConnection session = QDBusConnection::sessionBus();
     QDBusConnection system = QDBusConnection::systemBus();
-    for (const QDBusConnection& bus : {session, system}) {
-        if (!bus.isConnected()) {
-            GSMD_LOG(LogLevelError, "No %s bus: %s", bus.name() == session.name() ? "session" : "system",
-                     qPrintable(bus.lastError().message()));
-            return ExitFailed;
-        }
-    }
-    // The daemon is useless without one of its buses. Exit, so that systemd starts it again.
-    const BusGuard sessionGuard(session, Names::GsmObject);
-    const BusGuard systemGuard(system, Names::GsmObject);
-    for (const BusGuard* guard : {&sessionGuard, &systemGuard})
-        QObject::connect(guard, &BusGuard::Lost, guard, [] { QCoreApplication::exit(ExitFailed); });
+    if (!Daemon::RequireBus(session, Names::GsmObject) || !Daemon::RequireBus(system, Names::GsmObject))
+        return Daemon::ExitStatusFailed;
 
     GsmDaemon daemon;
     new GsmAdaptor(&daemon);
     if (!session.registerObject(Names::GsmObject, &daemon) || !session.registerService(Names::GsmService)) {
         GSMD_LOG(LogLevelError, "The name %s is taken: another GSM daemon runs", Names::GsmService);
-        return ExitFailed;
+        return Daemon::ExitStatusFailed;
     }
 
     QStringList services;
@@ -93,13 +69,9 @@ int Run(const QString& stackName, const QString& modem, int signalInput)
     });
     QObject::connect(&finder, &StackFinder::Lost, &daemon, &GsmDaemon::Detach);
 
-    const QSocketNotifier signalled(signalInput, QSocketNotifier::Read);
-    QObject::connect(&signalled, &QSocketNotifier::activated, &daemon, [&daemon, signalInput] {
-        TakeSignals(signalInput);
-        daemon.Stop();
-    });
-    QObject::connect(
-        &daemon, &GsmDaemon::Stopped, &daemon, [] { QCoreApplication::exit(0); }, Qt::QueuedConnection);
+    Daemon::WhenSignalled(signalInput, &daemon, [&daemon] { daemon.Stop(); });
+    QObject::connect(&daemon, &GsmDaemon::Stopped, QCoreApplication::instance(), &QCoreApplication::quit,
+                     Qt::QueuedConnection);
 
     GSMD_LOG(LogLevelProgress, "GSM daemon running");
     const int status = QCoreApplication::exec();
@@ -116,7 +88,8 @@ int main(int argc, char** argv)
     const QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("kova-gsmd"));
     QCoreApplication::setApplicationVersion(QStringLiteral(KOVA_VERSION));
-    _logInterface = new LogInterface(QString::fromLatin1(LogObject)); // never deleted: Qt may log to the very end
+    _logInterface =
+        new LogInterface(QString::fromLatin1(Names::GsmLogObject)); // never deleted: Qt may log to the very end
 
     QStringList names{QString::fromLatin1(AnyStack)};
     for (const KnownStack& known : knownStacks)
@@ -124,8 +97,6 @@ int main(int argc, char** argv)
 
     QCommandLineParser options;
     options.setApplicationDescription(QString::fromLatin1(About));
-    options.addHelpOption();
-    options.addVersionOption();
     const QCommandLineOption stackOption(
         QStringLiteral("stack"),
         QStringLiteral("The modem stack: %1 (auto, if not given: the first that is there).").arg(names.join(", ")),
@@ -135,21 +106,15 @@ int main(int argc, char** argv)
         QStringLiteral("The modem's object path (if not given: the first modem that can carry calls)."),
         QStringLiteral("path"));
     options.addOptions({stackOption, modemOption});
-    if (!options.parse(QCoreApplication::arguments()))
-        return Complain(ExitUsage, options.errorText() + QStringLiteral(" See --help."));
-    if (options.isSet(QStringLiteral("help")))
-        options.showHelp();
-    if (options.isSet(QStringLiteral("version")))
-        options.showVersion();
+    Daemon::ParseOptions(options);
 
     const QString stack = options.value(stackOption);
     if (!options.positionalArguments().isEmpty())
-        return Complain(ExitUsage, QStringLiteral("takes options only; see --help"));
+        Daemon::RefuseUsage(QStringLiteral("takes options only; see --help"));
     if (!names.contains(stack))
-        return Complain(ExitUsage,
-                        QStringLiteral("\"%1\" is none of: %2").arg(stack, names.join(QStringLiteral(", "))));
+        Daemon::RefuseUsage(QStringLiteral("\"%1\" is not one of: %2").arg(stack, names.join(QStringLiteral(", "))));
     const QString modem = options.value(modemOption);
     if (options.isSet(modemOption) && QDBusObjectPath(modem).path().isEmpty())
-        return Complain(ExitUsage, QStringLiteral("\"%1\" is no object path").arg(modem));
+        Daemon::RefuseUsage(QStringLiteral("\"%1\" is not an object path").arg(modem));
     return Run(stack, modem, signalInput);
 }

@@ -14,6 +14,7 @@ constexpr char LogObject[] = "/com/quillmark/kova/phonemanager/logobj";
 constexpr char GsmService[] = "com.quillmark.kova.gsmmanager";
 constexpr char GsmObject[] = "/com/quillmark/kova/gsmmanager/gsmobj";
 constexpr char GsmInterface[] = "com.quillmark.kova.gsminterface";
+constexpr char GsmLogObject[] = "/com/quillmark/kova/gsmmanager/logobj";
 
 constexpr char SoundManagerService[] = "com.quillmark.kova.soundmanager";
 constexpr char SoundManagerObject[] = "/com/quillmark/kova/soundmanager/soundobj";
