@@ -46,9 +46,9 @@ int AudioOutCtl::SetOutputType(uint type)
 {
     outputType = type;
     const bool loudspeaker = type == OutputTypeLoudspeaker;
-    if (loudspeaker != route.Wish().loudspeaker) {
-        route.Want({.call = route.Wish().call, .loudspeaker = loudspeaker});
-        route.WhenSettled(SucceedLater());
+    if (loudspeaker != route.Wanted().loudspeaker) {
+        route.SetWanted({.call = route.Wanted().call, .loudspeaker = loudspeaker});
+        route.WhenUpdated(SucceedLater());
     }
     return AudioStatusDone;
 }

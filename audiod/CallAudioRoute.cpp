@@ -28,7 +28,7 @@ CallAudioRoute::CallAudioRoute()
 
     // An earlier process of this program may have left callaudiod in voice call mode.
     inCallMode = QDBusConnection::sessionBus().interface()->isServiceRegistered(QLatin1String(Service));
-    Apply();
+    StartUpdate();
 }
 
 void CallAudioRoute::OnOwnerChanged(const QString&, const QString&, const QString& newOwner)
@@ -36,25 +36,25 @@ void CallAudioRoute::OnOwnerChanged(const QString&, const QString&, const QStrin
     // callaudiod starts in the default mode. If it was started by a pending SelectMode, that request still follows.
     if (newOwner.isEmpty())
         inCallMode = false;
-    if (Wish().call)
-        Apply();
+    if (Wanted().call)
+        StartUpdate();
 }
 
-void CallAudioRoute::Work()
+void CallAudioRoute::Update()
 {
     // Do not start callaudiod only to select its default mode.
-    if (!Wish().call && !inCallMode) {
-        Settle(QString());
+    if (!Wanted().call && !inCallMode) {
+        FinishUpdate(QString());
         return;
     }
-    inCallMode = Wish().call;
+    inCallMode = Wanted().call;
     Watch(callAudio.SelectMode(inCallMode ? AudioModeVoiceCall : AudioModeDefault), QStringLiteral("SelectMode"),
           inCallMode ? &CallAudioRoute::EnableSpeaker : nullptr);
 }
 
 void CallAudioRoute::EnableSpeaker()
 {
-    Watch(callAudio.EnableSpeaker(Wish().loudspeaker), QStringLiteral("EnableSpeaker"), nullptr);
+    Watch(callAudio.EnableSpeaker(Wanted().loudspeaker), QStringLiteral("EnableSpeaker"), nullptr);
 }
 
 /// @param next is called on success; null if there is nothing more to do.
@@ -68,12 +68,12 @@ void CallAudioRoute::Watch(const QDBusPendingCall& call, const QString& name, vo
         if (reply.error().type() == QDBusError::ServiceUnknown)
             inCallMode = false;
         if (reply.isError())
-            Settle(QStringLiteral("callaudiod's %1: %2").arg(name, reply.error().message()));
+            FinishUpdate(QStringLiteral("callaudiod's %1: %2").arg(name, reply.error().message()));
         else if (!reply.value())
-            Settle(QStringLiteral("callaudiod refused %1").arg(name));
+            FinishUpdate(QStringLiteral("callaudiod refused %1").arg(name));
         else if (next && !IsOutdated())
             (this->*next)();
         else
-            Settle(QString());
+            FinishUpdate(QString());
     });
 }

@@ -16,7 +16,7 @@ public:
     CallAudioRoute();
 
 protected:
-    void Work() override;
+    void Update() override;
 
 private:
     void EnableSpeaker();

@@ -67,7 +67,7 @@ void DefaultDevice::OnLevel(const std::optional<SoundLevel>& level)
     }
 
     struct Change {
-        int open = 1; ///< unanswered requests, and one more until all have been sent
+        int pendingRequests = 1; ///< unanswered requests, and one more until all have been sent
         QString problem;
     };
     const auto change = std::make_shared<Change>();
@@ -76,7 +76,7 @@ void DefaultDevice::OnLevel(const std::optional<SoundLevel>& level)
     const auto done = [this, change, newVolume, newMute](const std::optional<bool>& success) {
         if (!success)
             change->problem = server.Error();
-        if (--change->open > 0)
+        if (--change->pendingRequests > 0)
             return;
         // Apply a value that the server has lost to the next one, unless a newer value was set.
         if (!server.IsReady()) {
@@ -90,13 +90,13 @@ void DefaultDevice::OnLevel(const std::optional<SoundLevel>& level)
         // Preserve the balance of the channels.
         pa_cvolume volumes = level->volume;
         pa_cvolume_scale(&volumes, static_cast<pa_volume_t>(std::lround(*newVolume * PA_VOLUME_NORM)));
-        ++change->open;
+        ++change->pendingRequests;
         server.SetVolume(kind, level->index, volumes, done);
     } else if (!wantedVolume) {
         volume = std::min(1.0, static_cast<double>(pa_cvolume_max(&level->volume)) / PA_VOLUME_NORM);
     }
     if (newMute) {
-        ++change->open;
+        ++change->pendingRequests;
         server.SetMute(kind, level->index, *newMute, done);
     } else if (!wantedMute) {
         muted = level->mute;

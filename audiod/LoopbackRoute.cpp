@@ -64,27 +64,28 @@ LoopbackRoute::LoopbackRoute(SoundServer& server, const QString& modemSource, co
 {
     changed.setSingleShot(true);
     changed.setInterval(GroupMs);
-    connect(&changed, &QTimer::timeout, this, &LoopbackRoute::Apply);
+    connect(&changed, &QTimer::timeout, this, &LoopbackRoute::StartUpdate);
 
-    connect(&server, &SoundServer::Ready, this, &LoopbackRoute::Apply);
-    connect(&server, &SoundServer::Lost, this, [this] { Settle(Wish().call ? this->server.Error() : QString()); });
+    connect(&server, &SoundServer::Ready, this, &LoopbackRoute::StartUpdate);
+    connect(&server, &SoundServer::Lost, this,
+            [this] { FinishUpdate(Wanted().call ? this->server.Error() : QString()); });
     connect(&server, &SoundServer::Changed, this, [this] {
         if (!changed.isActive())
             changed.start();
     });
 }
 
-void LoopbackRoute::Work()
+void LoopbackRoute::Update()
 {
-    server.SetInUse(Wish().call);
-    if (!server.IsReady() && Wish().call) {
+    server.SetInUse(Wanted().call);
+    if (!server.IsReady() && Wanted().call) {
         server.Connect();
-        Await();
+        WaitForChange();
         return;
     }
     if (!server.IsReady()) {
         // There is no loopback to remove yet. If the server has one, it is removed once the server is ready.
-        Settle(QString());
+        FinishUpdate(QString());
         return;
     }
     problem.clear();
@@ -108,9 +109,9 @@ QString LoopbackRoute::Microphone(const SoundSetup& setup, const QString& speake
 }
 
 /// Returns the wanted loopbacks. `problem` receives what is missing for them.
-QList<VoiceLink> LoopbackRoute::Wanted(const SoundSetup& setup)
+QList<VoiceLink> LoopbackRoute::WantedLinks(const SoundSetup& setup)
 {
-    if (!Wish().call)
+    if (!Wanted().call)
         return {};
 
     QStringList missing;
@@ -139,16 +140,16 @@ QList<VoiceLink> LoopbackRoute::Wanted(const SoundSetup& setup)
 
 void LoopbackRoute::OnSetup(const std::optional<SoundSetup>& setup)
 {
-    open = 1; // one more, until all requests have been sent
+    pendingRequests = 1; // one more, until all requests have been sent
     const auto done = [this](const auto& result) {
         if (!result && problem.isEmpty())
             problem = server.Error();
-        if (--open == 0)
-            Settle(problem);
+        if (--pendingRequests == 0)
+            FinishUpdate(problem);
     };
 
     if (setup) {
-        QList<VoiceLink> missing = Wanted(*setup);
+        QList<VoiceLink> missing = WantedLinks(*setup);
         QList<uint32_t> surplus;
         for (const SoundModule& module : setup->modules) {
             if (!IsOurs(module))
@@ -162,12 +163,12 @@ void LoopbackRoute::OnSetup(const std::optional<SoundSetup>& setup)
         }
         // Load the new ones first, so that plugging in a headset causes no gap.
         for (const VoiceLink& link : std::as_const(missing)) {
-            ++open;
+            ++pendingRequests;
             AUDIO_LOG(LogLevelProgress, "Voice route: %s to %s", qPrintable(link.source), qPrintable(link.sink));
             server.LoadModule(Loopback, Argument(link), done);
         }
         for (const uint32_t index : std::as_const(surplus)) {
-            ++open;
+            ++pendingRequests;
             server.UnloadModule(index, done);
         }
     }

@@ -23,10 +23,10 @@ public:
     LoopbackRoute(SoundServer& server, const QString& modemSource, const QString& modemSink);
 
 protected:
-    void Work() override;
+    void Update() override;
 
 private:
-    QList<VoiceLink> Wanted(const SoundSetup& setup);
+    QList<VoiceLink> WantedLinks(const SoundSetup& setup);
     QString Speaker(const SoundSetup& setup) const;
     QString Microphone(const SoundSetup& setup, const QString& speaker) const;
     void OnSetup(const std::optional<SoundSetup>& setup);
@@ -35,7 +35,7 @@ private:
     const QString modemSource;
     const QString modemSink;
 
-    int open = 0; ///< changing requests that are not answered yet
+    int pendingRequests = 0; ///< changing requests that are not answered yet
     QString problem;
     QTimer changed;
 };

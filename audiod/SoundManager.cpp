@@ -23,8 +23,8 @@ int SoundManager::SetAmplifiersDefault(uchar mask)
 
 int SoundManager::PlayGsmVoice()
 {
-    route.Want({.call = true, .loudspeaker = route.Wish().loudspeaker});
-    route.WhenSettled(SucceedLater());
+    route.SetWanted({.call = true, .loudspeaker = route.Wanted().loudspeaker});
+    route.WhenUpdated(SucceedLater());
     return AudioStatusDone;
 }
 
@@ -32,7 +32,7 @@ int SoundManager::StopPlay(const QString& name, const QString&)
 {
     if (name != QLatin1String(GsmVoice))
         return AudioStatusDone;
-    route.Want({.call = false, .loudspeaker = route.Wish().loudspeaker});
-    route.WhenSettled(SucceedLater());
+    route.SetWanted({.call = false, .loudspeaker = route.Wanted().loudspeaker});
+    route.WhenUpdated(SucceedLater());
     return AudioStatusDone;
 }

@@ -13,53 +13,53 @@ VoiceRoute::VoiceRoute()
 {
     retry.setSingleShot(true);
     retry.setInterval(RetryMs);
-    connect(&retry, &QTimer::timeout, this, &VoiceRoute::Apply);
+    connect(&retry, &QTimer::timeout, this, &VoiceRoute::StartUpdate);
     connect(&pendingAnswers, &PendingAnswers::TimedOut, this, [this] { Report(QStringLiteral("no answer in time")); });
 }
 
-void VoiceRoute::Want(const VoiceWish& wish)
+void VoiceRoute::SetWanted(const VoiceSetup& wanted)
 {
     // Log a problem anew for each call.
-    if (wish.call != this->wish.call)
+    if (wanted.call != this->wanted.call)
         reported.clear();
-    this->wish = wish;
-    settled = false;
-    Apply();
+    this->wanted = wanted;
+    updated = false;
+    StartUpdate();
 }
 
-void VoiceRoute::Apply()
+void VoiceRoute::StartUpdate()
 {
-    if (working) {
+    if (updating) {
         again = true;
         return;
     }
-    working = true;
+    updating = true;
     again = false;
     retry.stop();
-    Work();
+    Update();
 }
 
-void VoiceRoute::WhenSettled(const std::function<void()>& answer)
+void VoiceRoute::WhenUpdated(const std::function<void()>& answer)
 {
-    if (settled)
+    if (updated)
         answer();
     else
         pendingAnswers.Add(answer);
 }
 
-void VoiceRoute::Settle(const QString& problem)
+void VoiceRoute::FinishUpdate(const QString& problem)
 {
-    working = false;
+    updating = false;
     if (again) {
-        Apply();
+        StartUpdate();
         return;
     }
-    settled = true;
+    updated = true;
     if (problem.isEmpty()) {
         reported.clear();
     } else {
         Report(problem);
-        if (wish.call)
+        if (wanted.call)
             retry.start();
     }
     pendingAnswers.Release();
@@ -71,6 +71,6 @@ void VoiceRoute::Report(const QString& problem)
     if (problem == reported)
         return;
     reported = problem;
-    AUDIO_LOG(LogLevelError, "The call's voice could not be %s: %s", wish.call ? "routed" : "returned",
+    AUDIO_LOG(LogLevelError, "The call's voice could not be %s: %s", wanted.call ? "routed" : "unrouted",
               qPrintable(problem));
 }

@@ -4,14 +4,14 @@
 
 #include <QString>
 
-/// The wanted state of a call's voice route.
-struct VoiceWish {
+/// The state of a call's voice route.
+struct VoiceSetup {
     bool call = false;
     bool loudspeaker = false; ///< rather than the earpiece, where the device has both
 };
 
-/// The route of a call's voice between modem and user. A new wish may be set at any time, and the route works towards
-/// the latest. Failures are logged, and retried during a call.
+/// The route of a call's voice between modem and user. The wanted state may change at any time, and the route is
+/// updated to the latest. Failures are logged, and retried during a call.
 class VoiceRoute : public QObject
 {
     Q_OBJECT
@@ -19,30 +19,30 @@ class VoiceRoute : public QObject
 public:
     VoiceRoute();
 
-    void Want(const VoiceWish& wish);
-    const VoiceWish& Wish() const { return wish; }
-    /// Calls the function once: when the latest wish is met or has failed, at the latest when an answer is due.
-    void WhenSettled(const std::function<void()>& answer);
+    void SetWanted(const VoiceSetup& wanted);
+    const VoiceSetup& Wanted() const { return wanted; }
+    /// Calls the function once: when the route is up to date or the update has failed, or else when an answer is due.
+    void WhenUpdated(const std::function<void()>& answer);
 
 protected:
-    /// Starts to work towards the latest wish, after the current work.
-    void Apply();
-    /// Works towards the wish until Settle() or Await() is called.
-    virtual void Work() = 0;
-    /// @param problem says why the wish could not be met; empty on success.
-    void Settle(const QString& problem);
-    /// Ends the work until something changes.
-    void Await() { working = false; }
-    /// Returns whether the wish has changed since the current work began.
+    /// Starts an update, after the current one if there is one.
+    void StartUpdate();
+    /// Brings the route into the wanted state, and calls FinishUpdate() or WaitForChange() in the end.
+    virtual void Update() = 0;
+    /// @param problem the reason of a failure; empty on success.
+    void FinishUpdate(const QString& problem);
+    /// Ends an update that can only succeed after a further StartUpdate().
+    void WaitForChange() { updating = false; }
+    /// Returns whether the wanted state has changed since the update began.
     bool IsOutdated() const { return again; }
 
 private:
     void Report(const QString& problem);
 
-    VoiceWish wish;
-    bool working = false;
+    VoiceSetup wanted;
+    bool updating = false;
     bool again = false;
-    bool settled = true;
+    bool updated = true;
     QTimer retry;
     QString reported;
     PendingAnswers pendingAnswers;

@@ -80,10 +80,10 @@ int Serve(const QString& modemSource, const QString& modemSink, int signalInput)
 
     Daemon::WhenSignalled(signalInput, route.get(), [&route] {
         // Undo the route of a call first. A second signal ends the process at once.
-        const bool inCall = route->Wish().call;
-        route->Want({});
+        const bool inCall = route->Wanted().call;
+        route->SetWanted({});
         if (inCall)
-            route->WhenSettled(&QCoreApplication::quit);
+            route->WhenUpdated(&QCoreApplication::quit);
         else
             QCoreApplication::quit();
     });

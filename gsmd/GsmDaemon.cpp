@@ -1,6 +1,6 @@
 #include "GsmDaemon.h"
 
-#include "LogGsmd.h"
+#include "GsmdLog.h"
 #include "PhoneCodes.h"
 #include "TimeLimits.h"
 
@@ -21,8 +21,10 @@ enum Answer : int {
     AnswerLate = 3,    ///< not finished, but the service does not wait longer
 };
 
-constexpr int RetryStepMs = 5000;
-constexpr int RetryHangupMs = 2000;
+constexpr int StepRetryMs = 5000;
+/// A modem that goes off earlier after its power-on is powered on again only after this time.
+constexpr int MinOnMs = 5000;
+constexpr int HangupRetryMs = 2000;
 constexpr int DialLimitMs = 40000;       ///< a modem that takes longer to begin a call has failed
 constexpr int HangUpDialLimitMs = 10000; ///< the same for a call that is hung up as soon as it begins
 constexpr int StopLimitMs = 3000;
@@ -93,29 +95,29 @@ GsmDaemon::GsmDaemon() : reported(ModemStatusOff)
 {
     for (QTimer* timer : {&stepTimer, &dialTimer, &hangupTimer})
         timer->setSingleShot(true);
-    connect(&stepTimer, &QTimer::timeout, this, &GsmDaemon::SettlePower);
+    connect(&stepTimer, &QTimer::timeout, this, &GsmDaemon::TakeNextPowerStep);
     connect(&dialTimer, &QTimer::timeout, this, [this] { OnDialled(QString()); });
     connect(&hangupTimer, &QTimer::timeout, this, &GsmDaemon::TryHangups);
 }
 
 GsmDaemon::~GsmDaemon() = default;
 
-void GsmDaemon::Attach(std::unique_ptr<Stack> newStack)
+void GsmDaemon::Attach(std::unique_ptr<ModemStack> newStack)
 {
     stack = std::move(newStack);
     powerOnDelay = QDeadlineTimer();
-    connect(stack.get(), &Stack::ModemChanged, this, &GsmDaemon::OnModemChanged);
-    connect(stack.get(), &Stack::RegistrationChanged, this, &GsmDaemon::Settle);
-    connect(stack.get(), &Stack::StrengthChanged, this, &GsmDaemon::ReportStrength);
-    connect(stack.get(), &Stack::CallChanged, this, &GsmDaemon::OnCallChanged);
-    connect(stack.get(), &Stack::MessageReceived, this, &GsmDaemon::MessageReceived);
+    connect(stack.get(), &ModemStack::ModemChanged, this, &GsmDaemon::OnModemChanged);
+    connect(stack.get(), &ModemStack::RegistrationChanged, this, &GsmDaemon::ReportDueChanges);
+    connect(stack.get(), &ModemStack::StrengthChanged, this, &GsmDaemon::ReportStrength);
+    connect(stack.get(), &ModemStack::CallChanged, this, &GsmDaemon::OnCallChanged);
+    connect(stack.get(), &ModemStack::MessageReceived, this, &GsmDaemon::MessageReceived);
     OnModemChanged();
 }
 
 void GsmDaemon::Detach()
 {
     stack.reset();
-    step.reset();
+    powerStep.reset();
     FailLateReplies();
     OnModemChanged();
     EndCalls();
@@ -140,7 +142,7 @@ int GsmDaemon::Status() const
 
 int GsmDaemon::ModemSetEnabled(bool Enable)
 {
-    GSMD_LOG(LogLevelProgress, "The modem is to be %s", Enable ? "on" : "off");
+    GSMD_LOG(LogLevelProgress, "Power %s requested", Enable ? "on" : "off");
     wanted = Enable;
     if (Enable) {
         modemOffDue = true;
@@ -152,9 +154,9 @@ int GsmDaemon::ModemSetEnabled(bool Enable)
         FailLateReplies();
     }
     stepTimer.stop();
-    SettlePower();
+    TakeNextPowerStep();
     // Answer the request before emitting any signal.
-    QMetaObject::invokeMethod(this, &GsmDaemon::Settle, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, &GsmDaemon::ReportDueChanges, Qt::QueuedConnection);
     return AnswerSuccess;
 }
 
@@ -168,25 +170,25 @@ void GsmDaemon::OnModemChanged()
         GSMD_LOG(LogLevelWarning, "The modem is gone");
     }
     modemKnown = !path.isEmpty();
-    progressed = true;
+    changedSinceStep = true;
     stepTimer.stop();
-    Settle();
+    ReportDueChanges();
 }
 
 /// Compares the modem's state with the requested and the reported one, emits the signals that are due, and takes
-/// the next step.
-void GsmDaemon::Settle()
+/// the next power step.
+void GsmDaemon::ReportDueChanges()
 {
     const int status = Status();
     const bool lost = status == ModemStatusOff && reported != ModemStatusOff;
     if (lost) {
         wanted.reset(); // until the service asks again
         // The service does so at once. Delay the power-on of a modem that does not stay on.
-        if (sincePowered.elapsed() < RetryStepMs)
-            powerOnDelay.setRemainingTime(RetryStepMs);
+        if (sincePowered.elapsed() < MinOnMs)
+            powerOnDelay.setRemainingTime(MinOnMs);
     }
 
-    const bool turning = step && step != wanted;
+    const bool turning = powerStep && powerStep != wanted;
     if (IsWanted() && status != ModemStatusOff && !turning) {
         Report(status);
     } else if (!IsWanted() && status == ModemStatusOff && modemOffDue && (lost || !turning)) {
@@ -199,7 +201,7 @@ void GsmDaemon::Settle()
     } else if (status == ModemStatusOff && !calls.isEmpty()) {
         EndCalls();
     }
-    SettlePower();
+    TakeNextPowerStep();
 }
 
 /// Reports a change of a modem that is on. A loss of the network is reported as ModemPowered alone.
@@ -221,28 +223,28 @@ void GsmDaemon::Report(int status)
     }
 }
 
-void GsmDaemon::SettlePower()
+void GsmDaemon::TakeNextPowerStep()
 {
-    if (!stack || !wanted || step || stepTimer.isActive())
+    if (!stack || !wanted || powerStep || stepTimer.isActive())
         return;
     if (*wanted && !powerOnDelay.hasExpired()) {
         stepTimer.start(powerOnDelay.remainingTime());
         return;
     }
-    progressed = false;
+    changedSinceStep = false;
     if (stack->TakePowerStep(*wanted, [this](bool success) { OnStepDone(success); }))
-        step = wanted;
+        powerStep = wanted;
 }
 
 void GsmDaemon::OnStepDone(bool success)
 {
     if (!success)
-        GSMD_LOG(LogLevelWarning, "The modem did not take a step to power %s", *step ? "on" : "off");
-    step.reset();
+        GSMD_LOG(LogLevelWarning, "The modem did not take a step to power %s", *powerStep ? "on" : "off");
+    powerStep.reset();
     // A step may be reported as successful and have changed nothing.
-    if (!success || !progressed)
-        stepTimer.start(RetryStepMs);
-    Settle();
+    if (!success || !changedSinceStep)
+        stepTimer.start(StepRetryMs);
+    ReportDueChanges();
 }
 
 int GsmDaemon::ModemGetStatus(int& ModemStatus)
@@ -310,7 +312,7 @@ int GsmDaemon::GprsSetApn(const QString& Apn, const QString& Username, const QSt
 int GsmDaemon::Call(const QString& PhoneNumber)
 {
     // Refuse a second call: a signal of its end would make the service stop the sound of the first.
-    if (dial || CallInHand() != calls.end())
+    if (dial || CurrentCall() != calls.end())
         return AnswerRefused;
 
     dial.emplace();
@@ -343,14 +345,14 @@ void GsmDaemon::OnDialled(const QString& id)
 {
     if (id.isEmpty()) {
         GSMD_LOG(LogLevelWarning, "The call could not be made");
-        EndDial();
+        FailDial();
         return;
     }
     AddCall({id, StackCall::StateDialling, dial->call.number});
 }
 
 /// Reports a call that could not be placed.
-void GsmDaemon::EndDial()
+void GsmDaemon::FailDial()
 {
     if (!dial)
         return;
@@ -441,7 +443,7 @@ void GsmDaemon::OnCallGone()
 }
 
 /// Returns the ringing call, or else the current one.
-GsmDaemon::Calls::iterator GsmDaemon::CallInHand()
+GsmDaemon::Calls::iterator GsmDaemon::CurrentCall()
 {
     Calls::iterator found = calls.end();
     for (Calls::iterator call = calls.begin(); call != calls.end(); ++call) {
@@ -455,7 +457,7 @@ GsmDaemon::Calls::iterator GsmDaemon::CallInHand()
 
 int GsmDaemon::CallAnswer()
 {
-    const Calls::iterator call = CallInHand();
+    const Calls::iterator call = CurrentCall();
     if (call == calls.end() || call->state != StackCall::StateIncoming || lateReplies.size() >= MaxLateReplies)
         return AnswerRefused;
     stack->Answer(call.key(), [this, id = call.key(), answer = AnswerLater(AnswerLimitMs)](bool success) {
@@ -469,7 +471,7 @@ int GsmDaemon::CallAnswer()
 
 int GsmDaemon::CallHangup()
 {
-    if (const Calls::iterator call = CallInHand(); call != calls.end())
+    if (const Calls::iterator call = CurrentCall(); call != calls.end())
         HangUp(call, false);
     HangUpDial(false);
     TryHangups();
@@ -520,7 +522,7 @@ void GsmDaemon::TryHangup(const QString& id)
             return;
         call->hangupRequested = false;
         if (!success)
-            hangupTimer.start(RetryHangupMs);
+            hangupTimer.start(HangupRetryMs);
     });
 }
 
@@ -541,7 +543,7 @@ void GsmDaemon::EndCalls()
     hangupTimer.stop();
     for (const CallRecord& call : ended)
         ReportEnd(call);
-    EndDial();
+    FailDial();
 }
 
 // Messages
@@ -550,14 +552,14 @@ int GsmDaemon::SendSms(const QString& Recipient, const QString& Text)
 {
     if (Status() == ModemStatusOff || lateReplies.size() >= MaxLateReplies)
         return AnswerRefused;
-    stack->SendSms(Recipient, Text, AnswerLater(Stack::SmsLimitMs));
+    stack->SendSms(Recipient, Text, AnswerLater(ModemStack::SmsLimitMs));
     return AnswerLate;
 }
 
 // Late answers
 
 /// Delays the answer to the current request. @return a function that sends it.
-Stack::Done GsmDaemon::AnswerLater(int limitMs)
+ModemStack::Done GsmDaemon::AnswerLater(int limitMs)
 {
     return [reply = QPointer<LateReply>(new LateReply(*this, limitMs))](bool success) {
         if (reply)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Stack.h"
+#include "ModemStack.h"
 
 #include <QDBusConnection>
 #include <QDBusContext>
@@ -14,16 +14,16 @@
 #include <memory>
 #include <optional>
 
-/// The contract's view of a call.
+/// A call as the service sees it.
 struct CallRecord {
     StackCall::State state = StackCall::StateDialling;
     QString number;
     bool outgoing = false;
     bool answered = false;
-    bool refused = false;         ///< is never reported to the service
-    bool hangingUp = false;       ///< repeated until the call has ended
-    bool hangupRequested = false; ///< a request is under way in the stack
-    bool terminated = false;      ///< by a request to end all calls
+    bool refused = false;         ///< the service is not notified of the call
+    bool hangingUp = false;       ///< the stack is asked to hang up until the call has ended
+    bool hangupRequested = false; ///< the stack has not answered the last request to hang up
+    bool terminated = false;      ///< CallHangupAll ended it: reported as CallTerminated, which also ends a loop
 };
 
 /// A request to dial for which the stack has not created a call yet.
@@ -43,7 +43,7 @@ public:
     ~GsmDaemon() override;
 
     /// Uses this stack from now on.
-    void Attach(std::unique_ptr<Stack> stack);
+    void Attach(std::unique_ptr<ModemStack> stack);
     /// Handles the loss of the stack, and thus of the modem.
     void Detach();
     /// Hangs up all calls, then emits Stopped(), at the latest when the stack takes too long.
@@ -84,8 +84,8 @@ private:
     int Status() const;
     bool IsWanted() const { return wanted.value_or(false); }
     void OnModemChanged();
-    void Settle();
-    void SettlePower();
+    void ReportDueChanges();
+    void TakeNextPowerStep();
     void OnStepDone(bool success);
     void Report(int status);
     void ReportStrength();
@@ -96,8 +96,8 @@ private:
     Calls::iterator AddCall(const StackCall& call);
     void TryDial();
     void OnDialled(const QString& id);
-    void EndDial();
-    Calls::iterator CallInHand();
+    void FailDial();
+    Calls::iterator CurrentCall();
     void HangUp(Calls::iterator call, bool all);
     void HangUpDial(bool all);
     void TryHangups();
@@ -107,18 +107,18 @@ private:
     void EndCalls();
 
     void OnCallGone();
-    Stack::Done AnswerLater(int limitMs);
+    ModemStack::Done AnswerLater(int limitMs);
     void FailLateReplies();
 
-    std::unique_ptr<Stack> stack;
+    std::unique_ptr<ModemStack> stack;
     bool modemKnown = false; ///< ModemAdded was emitted
 
-    std::optional<bool> wanted; ///< by the last request; empty before the first one and after a loss
-    bool modemOffDue = false;   ///< a power-on was accepted and no ModemOff was emitted since
-    int reported;               ///< the last ModemStatus that the service was notified of
-    std::optional<bool> step;   ///< the direction of the step that the stack is taking
-    bool progressed = false;    ///< the modem has changed since the step began
-    QTimer stepTimer;           ///< runs between a step and the next try
+    std::optional<bool> wanted;    ///< the power last requested; empty before the first request and after a loss
+    bool modemOffDue = false;      ///< a power-on was accepted and no ModemOff was emitted since
+    int reported;                  ///< the last ModemStatus that the service was notified of
+    std::optional<bool> powerStep; ///< the direction of the step that the stack is taking
+    bool changedSinceStep = false; ///< the modem has changed since the step began
+    QTimer stepTimer;              ///< runs between a step and the next try
     QElapsedTimer sincePowered;
     QDeadlineTimer powerOnDelay; ///< while it runs, the modem is not powered on again
 

@@ -1,11 +1,11 @@
 #include "ModemManagerStack.h"
 
-#include "Await.h"
-#include "LogGsmd.h"
+#include "GsmdLog.h"
 #include "ModemManagerBearer.h"
 #include "ModemManagerCall.h"
 #include "ModemManagerProperties.h"
 #include "ModemManagerSms.h"
+#include "WhenAnswered.h"
 
 #include <QDBusArgument>
 #include <QDBusMetaType>
@@ -89,7 +89,7 @@ ModemManagerStack::Modem::Modem(const QString& owner, const QString& path, const
 }
 
 ModemManagerStack::ModemManagerStack(const QDBusConnection& bus, const QString& owner, const QString& wantedModem)
-    : Stack(wantedModem),
+    : ModemStack(wantedModem),
       bus(bus),
       owner(owner),
       objects(owner, ManagerPath, bus)
@@ -106,7 +106,7 @@ ModemManagerStack::ModemManagerStack(const QDBusConnection& bus, const QString& 
         GSMD_LOG(LogLevelError, "Can't follow ModemManager");
     connect(&objects, &ModemManagerObjects::InterfacesAdded, this, &ModemManagerStack::OnInterfacesAdded);
     connect(&objects, &ModemManagerObjects::InterfacesRemoved, this, &ModemManagerStack::OnInterfacesRemoved);
-    Await(this, objects.GetManagedObjects(), [this](const QDBusPendingReply<ManagedObjects>& reply) {
+    WhenAnswered(this, objects.GetManagedObjects(), [this](const QDBusPendingReply<ManagedObjects>& reply) {
         const ManagedObjects found = reply.isValid() ? reply.value() : ManagedObjects();
         for (auto object = found.begin(); object != found.end(); ++object)
             OnInterfacesAdded(object.key(), *object);
@@ -164,20 +164,21 @@ void ModemManagerStack::ChooseModem()
     });
     Fetch(chosen, ModemManagerModem::staticInterfaceName(),
           [this](const QVariantMap& properties) { OnModemProperties(properties); });
-    Await(&modem->voice, modem->voice.ListCalls(), [this](const QDBusPendingReply<QList<QDBusObjectPath>>& reply) {
-        for (const QDBusObjectPath& path : reply.isValid() ? reply.value() : QList<QDBusObjectPath>())
-            AddCall(path.path());
-    });
+    WhenAnswered(&modem->voice, modem->voice.ListCalls(),
+                 [this](const QDBusPendingReply<QList<QDBusObjectPath>>& reply) {
+                     for (const QDBusObjectPath& path : reply.isValid() ? reply.value() : QList<QDBusObjectPath>())
+                         AddCall(path.path());
+                 });
     Q_EMIT ModemChanged();
 }
 
 void ModemManagerStack::Fetch(const QString& path, const char* interface, const Properties& then)
 {
-    Await(this, ModemManagerProperties(owner, path, bus).GetAll(QLatin1String(interface)),
-          [this, then, of = ModemPath()](const QDBusPendingReply<QVariantMap>& reply) {
-              if (reply.isValid() && modem && of == ModemPath())
-                  then(reply.value());
-          });
+    WhenAnswered(this, ModemManagerProperties(owner, path, bus).GetAll(QLatin1String(interface)),
+                 [this, then, of = ModemPath()](const QDBusPendingReply<QVariantMap>& reply) {
+                     if (reply.isValid() && modem && of == ModemPath())
+                         then(reply.value());
+                 });
 }
 
 void ModemManagerStack::OnPropertiesChanged(const QString& interface, const QVariantMap& changed, const QStringList&,
@@ -259,16 +260,17 @@ bool ModemManagerStack::TakePowerStep(bool on, const Done& done)
     if (newlyWanted && wasOn)
         ReadStoredMessages();
     if (wasOn != IsOn())
-        QMetaObject::invokeMethod(this, &Stack::ModemChanged, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(this, &ModemStack::ModemChanged, Qt::QueuedConnection);
 
     const bool disabled = modem->state == ModemStateDisabled;
     const bool enabled = modem->state >= ModemStateEnabled;
     if (on ? disabled : enabled) {
-        Await(this, modem->modem.Enable(on), [done](const QDBusPendingReply<>& reply) { done(!reply.isError()); });
+        WhenAnswered(this, modem->modem.Enable(on),
+                     [done](const QDBusPendingReply<>& reply) { done(!reply.isError()); });
         return true;
     }
     if (!on && disabled && modem->powerState == PowerStateOn && modem->canPowerDown) {
-        Await(this, modem->modem.SetPowerState(PowerStateLow), [this, done](const QDBusPendingReply<>& reply) {
+        WhenAnswered(this, modem->modem.SetPowerState(PowerStateLow), [this, done](const QDBusPendingReply<>& reply) {
             // Many modems do not support this and stay disabled but powered.
             if (reply.isError() && modem)
                 modem->canPowerDown = false;
@@ -287,8 +289,8 @@ void ModemManagerStack::Ping(const Done& done)
             this, [done] { done(true); }, Qt::QueuedConnection);
         return;
     }
-    Await(this, modem->voice.CallWaitingQuery(),
-          [done](const QDBusPendingReply<bool>& reply) { done(ModemAnswered(reply.error())); });
+    WhenAnswered(this, modem->voice.CallWaitingQuery(),
+                 [done](const QDBusPendingReply<bool>& reply) { done(ModemAnswered(reply.error())); });
 }
 
 // Calls
@@ -353,27 +355,27 @@ void ModemManagerStack::Dial(const QString& number, const std::function<void(con
             this, [done] { done(QString()); }, Qt::QueuedConnection);
         return;
     }
-    Await(this, modem->voice.CreateCall({{QStringLiteral("number"), number}}),
-          [this, number, done](const QDBusPendingReply<QDBusObjectPath>& reply) {
-              const QString path = reply.isValid() ? reply.value().path() : QString();
-              if (!path.isEmpty())
-                  calls.insert(path, {path, StackCall::StateDialling, number});
-              done(path);
-              if (path.isEmpty())
-                  return;
-              ModemManagerCall call(owner, path, bus);
-              call.setTimeout(CallTimeoutMs);
-              Await(this, call.Start(), [this, path](const QDBusPendingReply<>& started) {
-                  if (started.isError())
-                      EndCall(path);
-              });
-          });
+    WhenAnswered(this, modem->voice.CreateCall({{QStringLiteral("number"), number}}),
+                 [this, number, done](const QDBusPendingReply<QDBusObjectPath>& reply) {
+                     const QString path = reply.isValid() ? reply.value().path() : QString();
+                     if (!path.isEmpty())
+                         calls.insert(path, {path, StackCall::StateDialling, number});
+                     done(path);
+                     if (path.isEmpty())
+                         return;
+                     ModemManagerCall call(owner, path, bus);
+                     call.setTimeout(CallTimeoutMs);
+                     WhenAnswered(this, call.Start(), [this, path](const QDBusPendingReply<>& started) {
+                         if (started.isError())
+                             EndCall(path);
+                     });
+                 });
 }
 
 void ModemManagerStack::Answer(const QString& id, const Done& done)
 {
-    Await(this, ModemManagerCall(owner, id, bus).Accept(),
-          [done](const QDBusPendingReply<>& reply) { done(!reply.isError()); });
+    WhenAnswered(this, ModemManagerCall(owner, id, bus).Accept(),
+                 [done](const QDBusPendingReply<>& reply) { done(!reply.isError()); });
 }
 
 void ModemManagerStack::Hangup(const QString& id, const Done& done)
@@ -384,7 +386,7 @@ void ModemManagerStack::Hangup(const QString& id, const Done& done)
             this, [done] { done(false); }, Qt::QueuedConnection);
         return;
     }
-    Await(this, ModemManagerCall(owner, id, bus).Hangup(), [this, id, done](const QDBusPendingReply<>& reply) {
+    WhenAnswered(this, ModemManagerCall(owner, id, bus).Hangup(), [this, id, done](const QDBusPendingReply<>& reply) {
         if (reply.isError() && IsGone(reply.error()))
             EndCall(id);
         done(!reply.isError());
@@ -395,20 +397,21 @@ void ModemManagerStack::Hangup(const QString& id, const Done& done)
 
 void ModemManagerStack::SendSms(const QString& recipient, const QString& text, const Done& done)
 {
-    Await(this, modem->messaging.Create({{QStringLiteral("number"), recipient}, {QStringLiteral("text"), text}}),
-          [this, done, deadline = QDeadlineTimer(SmsLimitMs)](const QDBusPendingReply<QDBusObjectPath>& reply) {
-              const auto end = [this, path = reply.isError() ? QDBusObjectPath() : reply.value(), done](bool sent) {
-                  done(sent);
-                  if (modem && !path.path().isEmpty())
-                      modem->messaging.Delete(path);
-              };
-              // The service regards a late message as lost.
-              if (reply.isError() || deadline.hasExpired())
-                  return end(false);
-              ModemManagerSms sms(owner, reply.value().path(), bus);
-              sms.setTimeout(SmsTimeoutMs);
-              Await(this, sms.Send(), [end](const QDBusPendingReply<>& sent) { end(!sent.isError()); });
-          });
+    WhenAnswered(this, modem->messaging.Create({{QStringLiteral("number"), recipient}, {QStringLiteral("text"), text}}),
+                 [this, done, deadline = QDeadlineTimer(SmsLimitMs)](const QDBusPendingReply<QDBusObjectPath>& reply) {
+                     const auto end = [this, path = reply.isError() ? QDBusObjectPath() : reply.value(),
+                                       done](bool sent) {
+                         done(sent);
+                         if (modem && !path.path().isEmpty())
+                             modem->messaging.Delete(path);
+                     };
+                     // The service regards a late message as lost.
+                     if (reply.isError() || deadline.hasExpired())
+                         return end(false);
+                     ModemManagerSms sms(owner, reply.value().path(), bus);
+                     sms.setTimeout(SmsTimeoutMs);
+                     WhenAnswered(this, sms.Send(), [end](const QDBusPendingReply<>& sent) { end(!sent.isError()); });
+                 });
 }
 
 /// Reads the messages that arrived while this daemon did not listen. It waits until the service has asked for the
@@ -417,10 +420,11 @@ void ModemManagerStack::ReadStoredMessages()
 {
     if (!wantedOn)
         return;
-    Await(&modem->messaging, modem->messaging.List(), [this](const QDBusPendingReply<QList<QDBusObjectPath>>& reply) {
-        for (const QDBusObjectPath& path : reply.isValid() ? reply.value() : QList<QDBusObjectPath>())
-            ReadMessage(path.path());
-    });
+    WhenAnswered(&modem->messaging, modem->messaging.List(),
+                 [this](const QDBusPendingReply<QList<QDBusObjectPath>>& reply) {
+                     for (const QDBusObjectPath& path : reply.isValid() ? reply.value() : QList<QDBusObjectPath>())
+                         ReadMessage(path.path());
+                 });
 }
 
 void ModemManagerStack::ReadMessage(const QString& path)
@@ -443,11 +447,11 @@ void ModemManagerStack::OnMessageProperties(const QString& path, const QVariantM
     const QVariantMap info{{QStringLiteral("Sender"), properties.value(QStringLiteral("Number")).toString()},
                            {QStringLiteral("SentTime"), properties.value(QStringLiteral("Timestamp")).toString()}};
     Q_EMIT MessageReceived(properties.value(QStringLiteral("Text")).toString(), info);
-    Await(&modem->messaging, modem->messaging.Delete(QDBusObjectPath(path)),
-          [this, path](const QDBusPendingReply<>& deleted) {
-              if (!deleted.isError())
-                  reported.remove(path);
-          });
+    WhenAnswered(&modem->messaging, modem->messaging.Delete(QDBusObjectPath(path)),
+                 [this, path](const QDBusPendingReply<>& deleted) {
+                     if (!deleted.isError())
+                         reported.remove(path);
+                 });
 }
 
 // Data connection
@@ -455,11 +459,12 @@ void ModemManagerStack::OnMessageProperties(const QString& path, const QVariantM
 void ModemManagerStack::SetApn(const Apn& apn, const Done& done)
 {
     // There is one connection at a time: delete the existing bearers, which also disconnects them.
-    Await(this, modem->modem.ListBearers(), [this, apn, done](const QDBusPendingReply<QList<QDBusObjectPath>>& reply) {
-        for (const QDBusObjectPath& path : reply.isValid() && modem ? reply.value() : QList<QDBusObjectPath>())
-            modem->modem.DeleteBearer(path);
-        CreateBearer(apn, done);
-    });
+    WhenAnswered(
+        this, modem->modem.ListBearers(), [this, apn, done](const QDBusPendingReply<QList<QDBusObjectPath>>& reply) {
+            for (const QDBusObjectPath& path : reply.isValid() && modem ? reply.value() : QList<QDBusObjectPath>())
+                modem->modem.DeleteBearer(path);
+            CreateBearer(apn, done);
+        });
 }
 
 void ModemManagerStack::CreateBearer(const Apn& apn, const Done& done)
@@ -474,11 +479,12 @@ void ModemManagerStack::CreateBearer(const Apn& apn, const Done& done)
         properties.insert(QStringLiteral("user"), apn.username);
     if (!apn.password.isEmpty())
         properties.insert(QStringLiteral("password"), apn.password);
-    Await(this, modem->modem.CreateBearer(properties), [this, done](const QDBusPendingReply<QDBusObjectPath>& reply) {
-        if (reply.isValid())
-            bearer = reply.value().path();
-        done(reply.isValid());
-    });
+    WhenAnswered(this, modem->modem.CreateBearer(properties),
+                 [this, done](const QDBusPendingReply<QDBusObjectPath>& reply) {
+                     if (reply.isValid())
+                         bearer = reply.value().path();
+                     done(reply.isValid());
+                 });
 }
 
 void ModemManagerStack::Connect(const Apn& apn, const Done& done)
@@ -489,7 +495,7 @@ void ModemManagerStack::Connect(const Apn& apn, const Done& done)
     }
     ModemManagerBearer proxy(owner, bearer, bus);
     proxy.setTimeout(PowerTimeoutMs);
-    Await(this, proxy.Connect(), [this, done](const QDBusPendingReply<>& reply) {
+    WhenAnswered(this, proxy.Connect(), [this, done](const QDBusPendingReply<>& reply) {
         if (reply.isError() && IsGone(reply.error()))
             bearer.clear();
         done(!reply.isError());

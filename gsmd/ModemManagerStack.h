@@ -5,7 +5,7 @@
 #include "ModemManagerModem.h"
 #include "ModemManagerObjects.h"
 #include "ModemManagerVoice.h"
-#include "Stack.h"
+#include "ModemStack.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -15,7 +15,7 @@
 #include <memory>
 
 /// The modem stack ModemManager.
-class ModemManagerStack : public Stack
+class ModemManagerStack : public ModemStack
 {
     Q_OBJECT
 

@@ -1,10 +1,10 @@
 #include "OfonoStack.h"
 
-#include "Await.h"
-#include "LogGsmd.h"
+#include "GsmdLog.h"
 #include "OfonoConnectionContext.h"
 #include "OfonoMessage.h"
 #include "OfonoVoiceCall.h"
+#include "WhenAnswered.h"
 
 #include <QDBusMetaType>
 
@@ -68,7 +68,7 @@ OfonoStack::Modem::Modem(const QString& owner, const QString& path, const QDBusC
 }
 
 OfonoStack::OfonoStack(const QDBusConnection& bus, const QString& owner, const QString& wantedModem)
-    : Stack(wantedModem),
+    : ModemStack(wantedModem),
       bus(bus),
       owner(owner),
       manager(owner, ManagerPath, bus)
@@ -89,7 +89,7 @@ OfonoStack::OfonoStack(const QDBusConnection& bus, const QString& owner, const Q
         GSMD_LOG(LogLevelError, "Can't follow the calls and messages of oFono");
     connect(&manager, &OfonoManager::ModemAdded, this, &OfonoStack::OnModemAdded);
     connect(&manager, &OfonoManager::ModemRemoved, this, &OfonoStack::OnModemRemoved);
-    Await(this, manager.GetModems(), [this](const QDBusPendingReply<ObjectList>& reply) {
+    WhenAnswered(this, manager.GetModems(), [this](const QDBusPendingReply<ObjectList>& reply) {
         for (const RemoteObject& object : reply.isValid() ? reply.value() : ObjectList())
             OnModemAdded(object.path, object.properties);
     });
@@ -154,11 +154,12 @@ void OfonoStack::Follow(Interface& interface, Property onProperty)
 template <typename Interface>
 void OfonoStack::Fetch(Interface& interface, Property onProperty)
 {
-    Await(&interface, interface.GetProperties(), [this, onProperty](const QDBusPendingReply<QVariantMap>& reply) {
-        const QVariantMap properties = reply.isValid() ? reply.value() : QVariantMap();
-        for (auto property = properties.begin(); property != properties.end(); ++property)
-            (this->*onProperty)(property.key(), *property);
-    });
+    WhenAnswered(&interface, interface.GetProperties(),
+                 [this, onProperty](const QDBusPendingReply<QVariantMap>& reply) {
+                     const QVariantMap properties = reply.isValid() ? reply.value() : QVariantMap();
+                     for (auto property = properties.begin(); property != properties.end(); ++property)
+                         (this->*onProperty)(property.key(), *property);
+                 });
 }
 
 void OfonoStack::OnModemProperty(const QString& name, const QVariant& value)
@@ -205,7 +206,7 @@ void OfonoStack::OnInterfaces(const QSet<QString>& interfaces)
             SubmitMessage(id);
     }
     if (gained.contains(OfonoVoiceCallManager::staticInterfaceName())) {
-        Await(&modem->voice, modem->voice.GetCalls(), [this](const QDBusPendingReply<ObjectList>& reply) {
+        WhenAnswered(&modem->voice, modem->voice.GetCalls(), [this](const QDBusPendingReply<ObjectList>& reply) {
             for (const RemoteObject& object : reply.isValid() ? reply.value() : ObjectList())
                 OnCallAdded(object.path, object.properties);
         });
@@ -253,20 +254,20 @@ bool OfonoStack::TakePowerStep(bool on, const Done& done)
 
 bool OfonoStack::SetModem(const QString& name, bool value, const Done& done)
 {
-    Await(this, modem->modem.SetProperty(name, QDBusVariant(value)),
-          [this, path = modem->path, name, value, done](const QDBusPendingReply<>& reply) {
-              // The answer arrives before the signal.
-              if (!reply.isError() && path == ModemPath())
-                  OnModemProperty(name, value);
-              done(!reply.isError());
-          });
+    WhenAnswered(this, modem->modem.SetProperty(name, QDBusVariant(value)),
+                 [this, path = modem->path, name, value, done](const QDBusPendingReply<>& reply) {
+                     // The answer arrives before the signal.
+                     if (!reply.isError() && path == ModemPath())
+                         OnModemProperty(name, value);
+                     done(!reply.isError());
+                 });
     return true;
 }
 
 void OfonoStack::Ping(const Done& done)
 {
-    Await(this, modem->network.Register(),
-          [done](const QDBusPendingReply<>& reply) { done(ModemAnswered(reply.error())); });
+    WhenAnswered(this, modem->network.Register(),
+                 [done](const QDBusPendingReply<>& reply) { done(ModemAnswered(reply.error())); });
 }
 
 // Calls
@@ -326,20 +327,20 @@ void OfonoStack::Dial(const QString& number, const std::function<void(const QStr
             this, [done] { done(QString()); }, Qt::QueuedConnection);
         return;
     }
-    Await(this, modem->voice.Dial(number, QString()), [done](const QDBusPendingReply<QDBusObjectPath>& reply) {
+    WhenAnswered(this, modem->voice.Dial(number, QString()), [done](const QDBusPendingReply<QDBusObjectPath>& reply) {
         done(reply.isValid() ? reply.value().path() : QString());
     });
 }
 
 void OfonoStack::Answer(const QString& id, const Done& done)
 {
-    Await(this, OfonoVoiceCall(owner, id, bus).Answer(),
-          [done](const QDBusPendingReply<>& reply) { done(!reply.isError()); });
+    WhenAnswered(this, OfonoVoiceCall(owner, id, bus).Answer(),
+                 [done](const QDBusPendingReply<>& reply) { done(!reply.isError()); });
 }
 
 void OfonoStack::Hangup(const QString& id, const Done& done)
 {
-    Await(this, OfonoVoiceCall(owner, id, bus).Hangup(), [this, id, done](const QDBusPendingReply<>& reply) {
+    WhenAnswered(this, OfonoVoiceCall(owner, id, bus).Hangup(), [this, id, done](const QDBusPendingReply<>& reply) {
         if (reply.isError() && IsGone(reply.error())) {
             calls.remove(id);
             Q_EMIT CallChanged({id, StackCall::StateEnded, QString()});
@@ -363,15 +364,15 @@ void OfonoStack::SendSms(const QString& recipient, const QString& text, const Do
 void OfonoStack::SubmitMessage(int id)
 {
     const Message& message = messages[id];
-    Await(this, modem->messages.SendMessage(message.recipient, message.text),
-          [this, id](const QDBusPendingReply<QDBusObjectPath>& reply) {
-              if (reply.isError())
-                  EndMessage(id, false);
-              else if (const auto submitted = messages.find(id); submitted != messages.end())
-                  submitted->path = reply.value().path();
-              else
-                  OfonoMessage(owner, reply.value().path(), bus).Cancel();
-          });
+    WhenAnswered(this, modem->messages.SendMessage(message.recipient, message.text),
+                 [this, id](const QDBusPendingReply<QDBusObjectPath>& reply) {
+                     if (reply.isError())
+                         EndMessage(id, false);
+                     else if (const auto submitted = messages.find(id); submitted != messages.end())
+                         submitted->path = reply.value().path();
+                     else
+                         OfonoMessage(owner, reply.value().path(), bus).Cancel();
+                 });
 }
 
 /// Cancels a message that the service regards as lost. oFono cannot cancel what the modem is already sending.
@@ -426,7 +427,7 @@ void OfonoStack::SetApn(const Apn& apn, const Done& done)
 /// Finds the context of the internet connection, or creates it.
 void OfonoStack::FindContext(const Done& done)
 {
-    Await(this, modem->connections.GetContexts(), [this, done](const QDBusPendingReply<ObjectList>& reply) {
+    WhenAnswered(this, modem->connections.GetContexts(), [this, done](const QDBusPendingReply<ObjectList>& reply) {
         const ObjectList contexts = reply.isValid() ? reply.value() : ObjectList();
         const auto found = std::find_if(contexts.begin(), contexts.end(), [](const RemoteObject& object) {
             return object.properties.value(QStringLiteral("Type")).toString() == QLatin1String(InternetContext);
@@ -437,12 +438,12 @@ void OfonoStack::FindContext(const Done& done)
         } else if (reply.isError() || !modem) {
             done(false);
         } else {
-            Await(this, modem->connections.AddContext(InternetContext),
-                  [this, done](const QDBusPendingReply<QDBusObjectPath>& added) {
-                      if (added.isValid())
-                          context = added.value().path();
-                      done(added.isValid());
-                  });
+            WhenAnswered(this, modem->connections.AddContext(InternetContext),
+                         [this, done](const QDBusPendingReply<QDBusObjectPath>& added) {
+                             if (added.isValid())
+                                 context = added.value().path();
+                             done(added.isValid());
+                         });
         }
     });
 }
@@ -455,13 +456,13 @@ void OfonoStack::WriteContext(const QList<QPair<QString, QVariant>>& properties,
         return;
     }
     OfonoConnectionContext proxy(owner, context, bus);
-    Await(this, proxy.SetProperty(properties.first().first, QDBusVariant(properties.first().second)),
-          [this, properties, done](const QDBusPendingReply<>& reply) {
-              if (reply.isError())
-                  done(false);
-              else
-                  WriteContext(properties.mid(1), done);
-          });
+    WhenAnswered(this, proxy.SetProperty(properties.first().first, QDBusVariant(properties.first().second)),
+                 [this, properties, done](const QDBusPendingReply<>& reply) {
+                     if (reply.isError())
+                         done(false);
+                     else
+                         WriteContext(properties.mid(1), done);
+                 });
 }
 
 bool OfonoStack::CanConnect() const

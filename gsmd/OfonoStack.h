@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ModemStack.h"
 #include "ObjectList.h"
 #include "OfonoConnectionManager.h"
 #include "OfonoManager.h"
@@ -8,7 +9,6 @@
 #include "OfonoNetworkRegistration.h"
 #include "OfonoSimManager.h"
 #include "OfonoVoiceCallManager.h"
-#include "Stack.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -18,7 +18,7 @@
 #include <memory>
 
 /// The modem stack oFono.
-class OfonoStack : public Stack
+class OfonoStack : public ModemStack
 {
     Q_OBJECT
 

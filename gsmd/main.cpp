@@ -1,12 +1,12 @@
 #include "Daemon.h"
 #include "GsmAdaptor.h"
 #include "GsmDaemon.h"
-#include "LogGsmd.h"
+#include "GsmdLog.h"
 #include "ModemManagerStack.h"
+#include "ModemStackFinder.h"
 #include "OfonoStack.h"
 #include "Process.h"
 #include "SignalInput.h"
-#include "StackFinder.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -25,11 +25,11 @@ The phone service's GSM daemon, for boards whose modem is run by a stock modem s
 struct KnownStack {
     const char* name;
     const char* service;
-    std::unique_ptr<Stack> (*make)(const QDBusConnection& bus, const QString& owner, const QString& modem);
+    std::unique_ptr<ModemStack> (*make)(const QDBusConnection& bus, const QString& owner, const QString& modem);
 };
 
 template <typename S>
-std::unique_ptr<Stack> Make(const QDBusConnection& bus, const QString& owner, const QString& modem)
+std::unique_ptr<ModemStack> Make(const QDBusConnection& bus, const QString& owner, const QString& modem)
 {
     return std::make_unique<S>(bus, owner, modem);
 }
@@ -60,14 +60,14 @@ int Run(const QString& stackName, const QString& modem, int signalInput)
         if (stackName == QLatin1String(AnyStack) || stackName == QLatin1String(known.name))
             services.append(QString::fromLatin1(known.service));
     }
-    StackFinder finder(system, services);
-    QObject::connect(&finder, &StackFinder::Found, &daemon, [&](const QString& service, const QString& owner) {
+    ModemStackFinder finder(system, services);
+    QObject::connect(&finder, &ModemStackFinder::Found, &daemon, [&](const QString& service, const QString& owner) {
         for (const KnownStack& known : knownStacks) {
             if (service == QLatin1String(known.service))
                 daemon.Attach(known.make(system, owner, modem));
         }
     });
-    QObject::connect(&finder, &StackFinder::Lost, &daemon, &GsmDaemon::Detach);
+    QObject::connect(&finder, &ModemStackFinder::Lost, &daemon, &GsmDaemon::Detach);
 
     Daemon::WhenSignalled(signalInput, &daemon, [&daemon] { daemon.Stop(); });
     QObject::connect(&daemon, &GsmDaemon::Stopped, QCoreApplication::instance(), &QCoreApplication::quit,

@@ -119,11 +119,12 @@ QJsonObject FollowSms(PhoneClient& phone, Progress& progress, const QString& siz
     const auto sent =
         std::count_if(reports.begin(), reports.end(), [](const PhoneEvent& report) { return report.flag; });
     if (sent == 0)
-        throw Failure{ExitRefused, QStringLiteral("the message is lost: the GSM daemon or the network did not take it, "
-                                                  "and nothing tries again")};
+        throw Failure{ExitRefused,
+                      QStringLiteral("the message is lost: the GSM daemon or the network did not accept it, "
+                                     "and it is not sent again")};
     if (sent < reports.size())
-        throw Failure{ExitRefused, QStringLiteral("%1 of the %2 messages that were queued together are lost; whether "
-                                                  "this is among them cannot be told")
+        throw Failure{ExitRefused, QStringLiteral("%1 of the %2 messages that were queued together are lost; it is "
+                                                  "unknown whether this is one of them")
                                        .arg(reports.size() - sent)
                                        .arg(reports.size())};
     QJsonObject details;
@@ -152,7 +153,7 @@ QJsonObject FollowCall(PhoneClient& phone, Progress& progress, const QString& nu
         } else if (event.value == VoiceCallStatusTerminated) {
             throw Failure{ExitRefused, endedBelow
                                            ? QStringLiteral("the call was not answered: it was rejected, could not be "
-                                                            "connected, or nobody came within 30 s")
+                                                            "connected, or nobody answered within 30 s")
                                            : QStringLiteral("the call was lost: the modem went off, or the GSM daemon "
                                                             "left the bus")};
         }
@@ -174,7 +175,7 @@ QJsonObject FollowCallLoop(PhoneClient& phone, Progress& progress, const QString
         if (answeredBy.isEmpty())
             phone.LimitTo(LoopStepLimitS);
         const PhoneEvent event =
-            NextEvent(phone, answeredBy.isEmpty() ? QStringLiteral("an answer (a number that rings in vain is "
+            NextEvent(phone, answeredBy.isEmpty() ? QStringLiteral("an answer (a number that does not answer is "
                                                                    "hung up after 30 s)")
                                                   : QStringLiteral("the end of the call"));
         endedBelow |= event.kind == PhoneEvent::CallEndedBelow;

@@ -56,7 +56,7 @@ const History::Rule History::rules[] = {
     {"Starting Phone Manager...",
      [](History& history, std::string_view) {
          if (history.Current(Service) != None)
-             history.Add(Warning, QStringLiteral("the service began anew without an orderly stop"));
+             history.Add(Warning, QStringLiteral("the service was restarted without a clean shutdown"));
          for (int lane = 0; lane < LaneCount; ++lane)
              history.Leave(static_cast<Lane>(lane));
          history.isForcedOff = history.isStopping = false;

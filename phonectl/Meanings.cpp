@@ -49,7 +49,7 @@ QString StatusCodeMeaning(int status, bool isGsmDaemonPresent)
         {StatusCodeUnreadable, "the modem's state could not be read; ask again"},
         {StatusCodePowerFailed,
          isGsmDaemonPresent ? "the GSM daemon did not take the power command; ask again, nothing tries by itself"
-                            : "the GSM daemon is not on the bus; the request takes effect when it appears"},
+                            : "the GSM daemon is not on the bus; the request takes effect when the daemon appears"},
         {StatusCodeSmsNotQueued, "the message's number has wrapped to 0; it is queued all the same, do not repeat it"},
         {StatusCodeApnNotSet, "the GSM daemon refused or failed the access point; check the values and ask again"},
         {StatusCodeCallFailed,

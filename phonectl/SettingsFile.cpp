@@ -43,7 +43,7 @@ QString WhyUnwritable(const QString& path)
     while (!folder.exists() && !folder.isRoot())
         folder = QFileInfo(folder.absolutePath());
     if (!folder.isDir())
-        return QStringLiteral("\"%1\" is no folder").arg(folder.filePath());
+        return QStringLiteral("\"%1\" is not a folder").arg(folder.filePath());
     if (access(QFile::encodeName(folder.filePath()).constData(), W_OK | X_OK) != 0)
         return QStringLiteral("folder \"%1\": %2").arg(folder.filePath(), QString::fromLocal8Bit(std::strerror(errno)));
     return {};
@@ -76,7 +76,7 @@ SettingsFile::SettingsFile(const ServiceEnvironment& environment)
         return;
     QFile file(path);
     if (!QFileInfo(path).isFile()) {
-        problem = QStringLiteral("it is no file");
+        problem = QStringLiteral("it is not a regular file");
     } else if (file.size() > LargestFile) {
         problem = QStringLiteral("it is larger than 1 MiB");
     } else if (!file.open(QIODevice::ReadOnly)) {
@@ -89,7 +89,7 @@ SettingsFile::SettingsFile(const ServiceEnvironment& environment)
         gprsEnabled = isOn("DEVICES_SETUP/gprs-enabled");
         static_cast<void>(settings.allKeys()); // sections are parsed when first needed: now all of them
         if (settings.status() != QSettings::NoError)
-            problem = line == 0 ? QStringLiteral("it is no INI file")
+            problem = line == 0 ? QStringLiteral("it is not an INI file")
                                 : QStringLiteral("line %1 is no [section], key=value or ;comment").arg(line);
     }
 }

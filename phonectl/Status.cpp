@@ -68,8 +68,8 @@ Outcome Describe(PhoneClient& phone, const PhoneState& state)
     QStringList rows;
     if (!details.value(QLatin1String(peers[0].key)).toBool()) {
         absent.removeFirst();
-        rows.append(
-            Row("GSM daemon", QStringLiteral("not on the bus; modem to SIM card are what it reported last"), Red));
+        rows.append(Row("GSM daemon",
+                        QStringLiteral("not on the bus; the rows from Modem to SIM card show its last report"), Red));
     }
     rows +=
         {Row("Modem", off ? QStringLiteral("off") : QStringLiteral("on"), off ? Plain : Green),

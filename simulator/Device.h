@@ -3,7 +3,7 @@
 #include "AtModem.h"
 #include "AtPort.h"
 #include "Audio.h"
-#include "GsmDaemon.h"
+#include "GsmFrontEnd.h"
 
 #include <array>
 
@@ -58,7 +58,7 @@ private:
     BusService audioOut;
     BusService audioIn;
     Modem modem;
-    GsmDaemon daemon;
+    GsmFrontEnd daemon;
     AtModem atModem;
     AtPort atPort;
     Audio audio;

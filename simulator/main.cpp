@@ -1,8 +1,8 @@
 #include "Console.h"
-#include "Control.h"
+#include "ControlClient.h"
+#include "ControlService.h"
 #include "DaemonCheck.h"
 #include "LineEditor.h"
-#include "RemoteControl.h"
 #include "Scenario.h"
 #include "SignalInput.h"
 
@@ -116,7 +116,7 @@ int RunDevice(const DeviceTimes& times, const DeviceOptions& options, const QStr
     const bool isPlaying = !scenarioFile.isEmpty();
     Device device(times, options);
     Commands commands(device);
-    Control control(device, commands);
+    ControlService control(device, commands);
     std::unique_ptr<Scenario> scenario;
     if (isPlaying) {
         scenario = std::make_unique<Scenario>(device, commands);

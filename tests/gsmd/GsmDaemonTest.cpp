@@ -11,7 +11,7 @@
 Q_DECL_EXPORT LogInterface* _logInterface = nullptr;
 
 /// A stack that acts only when the test tells it to.
-class ScriptedStack : public Stack
+class ScriptedStack : public ModemStack
 {
 public:
     QString ModemPath() const override { return QStringLiteral("/modem"); }

@@ -211,7 +211,7 @@ private Q_SLOTS:
     {
         TestBed bed;
         QVERIFY(bed.StartService());
-        QVERIFY(Ctl({"enable"}).Ends("1 phonectl: -51: .* takes effect when it appears\n"));
+        QVERIFY(Ctl({"enable"}).Ends("1 phonectl: -51: .* takes effect when the daemon appears\n"));
         bed.WriteSettings("[PHONE]\n# switched off in the workshop\nenabled=0\n");
         QVERIFY(bed.StartDevice());
         QVERIFY(Ctl({"enable"}).Ends("1 phonectl: the setting was not stored in .*: line 2 .*"));
@@ -296,7 +296,7 @@ private Q_SLOTS:
         Ctl ours({"sms", "--wait", "110", "x"});
         QVERIFY(ours.Tells("queued"));
         bed.PassTime(QueueDelayMs);
-        QVERIFY(ours.Ends("1 .*message 9 of the queue was lost.*message 10 of the queue was sent.*cannot be told.*"));
+        QVERIFY(ours.Ends("1 .*message 9 of the queue was lost.*message 10 of the queue was sent.*it is unknown.*"));
 
         QVERIFY(Ctl({"apn", "internet", "me", "--password-file", "-"}, "a b\r\nmore\n").Ends("0 access point set\n"));
         QVERIFY(bed.WaitForEvent(R"(-> gsm GprsSetApn("internet", "me", "a b"))"));
@@ -424,7 +424,8 @@ private Q_SLOTS:
             QVERIFY(text.contains("no signal report for 10 minutes") && text.contains("Can't &lt;break&gt;"));
             QVERIFY(!text.contains("secret") && !text.contains("\u202e"));
         }
-        QVERIFY(Ctl({"timeline", file.fileName(), "--output", "/dev/stdout"}).Ends("0 <svg .*written, from 12 lines\n"));
+        QVERIFY(
+            Ctl({"timeline", file.fileName(), "--output", "/dev/stdout"}).Ends("0 <svg .*written, from 12 lines\n"));
         QVERIFY(Ctl({"timeline", "/none"}).Ends("2 .*\"/none\": No such file.*"));
         QVERIFY(Ctl({"timeline"}, "nothing of ours\n").Ends("1 .* no line of .*"));
     }

@@ -3,12 +3,12 @@
 #include "Commands.h"
 
 /// Controls the device over the bus.
-class Control : public QObject
+class ControlService : public QObject
 {
     Q_OBJECT
 
 public:
-    Control(Device& device, Commands& commands);
+    ControlService(Device& device, Commands& commands);
 
     /// Claims the name on the bus. @return an error message, empty on success.
     QString Join();

@@ -6,7 +6,7 @@
 /// Calls a function with the answer to a remote call as soon as it arrives, unless the owner has been destroyed by
 /// then.
 template <typename Reply, typename Then>
-void Await(QObject* owner, const Reply& reply, Then then)
+void WhenAnswered(QObject* owner, const Reply& reply, Then then)
 {
     auto* watcher = new QDBusPendingCallWatcher(reply, owner);
     QObject::connect(watcher, &QDBusPendingCallWatcher::finished, owner, [watcher, then] {

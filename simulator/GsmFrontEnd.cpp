@@ -1,4 +1,4 @@
-#include "GsmDaemon.h"
+#include "GsmFrontEnd.h"
 
 #include <QDateTime>
 
@@ -20,7 +20,7 @@ QVariantList CallInfo(const Call& call)
 
 }
 
-GsmDaemon::GsmDaemon(BusService& service, Modem& modem) : service(service), modem(modem)
+GsmFrontEnd::GsmFrontEnd(BusService& service, Modem& modem) : service(service), modem(modem)
 {
     const auto announce = [this] {
         if (this->modem.IsPlugged())
@@ -28,7 +28,7 @@ GsmDaemon::GsmDaemon(BusService& service, Modem& modem) : service(service), mode
     };
     connect(&service, &BusService::Joined, this, announce);
     connect(&modem, &Modem::PluggedChanged, this, announce);
-    connect(&modem, &Modem::PowerChanged, this, &GsmDaemon::ReportPower);
+    connect(&modem, &Modem::PowerChanged, this, &GsmFrontEnd::ReportPower);
     connect(&modem, &Modem::SignalMeasured, this,
             [this](uchar quality) { this->service.Send("SignalQuality", {quality}); });
     connect(&modem, &Modem::CallReceived, this,
@@ -50,7 +50,7 @@ GsmDaemon::GsmDaemon(BusService& service, Modem& modem) : service(service), mode
     AddHandlers();
 }
 
-void GsmDaemon::AddHandlers()
+void GsmFrontEnd::AddHandlers()
 {
     service.Handle("ModemSetEnabled", [this](const QVariantList& arguments) {
         return Status(modem.SetEnabled(arguments.at(0).toBool()));
@@ -78,7 +78,7 @@ void GsmDaemon::AddHandlers()
     service.Handle("SendSms", [this](const QVariantList&) { return Status(modem.SendSms()); });
 }
 
-void GsmDaemon::ReportPower(Modem::Power power)
+void GsmFrontEnd::ReportPower(Modem::Power power)
 {
     switch (power) {
     case Modem::Off: service.Send("ModemOff"); break;

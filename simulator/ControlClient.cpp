@@ -1,4 +1,4 @@
-#include "RemoteControl.h"
+#include "ControlClient.h"
 
 #include "ControlNames.h"
 #include "SimulatorProxy.h"

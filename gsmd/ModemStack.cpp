@@ -1,6 +1,6 @@
-#include "Stack.h"
+#include "ModemStack.h"
 
-#include "LogGsmd.h"
+#include "GsmdLog.h"
 
 namespace
 {
@@ -9,20 +9,20 @@ constexpr int RetryLinkMs = 60000; ///< spares a network that refuses the connec
 
 }
 
-Stack::Stack(const QString& wantedModem) : wantedModem(wantedModem)
+ModemStack::ModemStack(const QString& wantedModem) : wantedModem(wantedModem)
 {
     linkTimer.setSingleShot(true);
-    connect(&linkTimer, &QTimer::timeout, this, &Stack::TryLink);
+    connect(&linkTimer, &QTimer::timeout, this, &ModemStack::TryLink);
 }
 
-void Stack::BringUpLink(const Apn& apn)
+void ModemStack::BringUpLink(const Apn& apn)
 {
     linkApn = apn;
     linkTimer.stop();
     TryLink();
 }
 
-void Stack::TryLink()
+void ModemStack::TryLink()
 {
     if (!linkApn || !CanConnect() || linkTimer.isActive())
         return;

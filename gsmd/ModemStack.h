@@ -30,7 +30,7 @@ struct StackCall {
 /// A modem stack on the system bus, with the one modem that is in use. An object exists for as long as one process owns
 /// the stack's bus name. Nothing here blocks: a request that takes time calls the given function when it ends, at most
 /// once, and never before it has returned. The function is not called any more when the stack is destroyed.
-class Stack : public QObject
+class ModemStack : public QObject
 {
     Q_OBJECT
 
@@ -38,7 +38,7 @@ public:
     using Done = std::function<void(bool success)>;
 
     /// @param wantedModem the modem's object path, or empty for the first that can carry calls.
-    explicit Stack(const QString& wantedModem = QString());
+    explicit ModemStack(const QString& wantedModem = QString());
 
     static constexpr int SmsLimitMs = TimeLimits::GsmSmsMs - 2000; ///< the answer must arrive in time
 

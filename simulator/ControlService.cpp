@@ -1,15 +1,15 @@
-#include "Control.h"
+#include "ControlService.h"
 
 #include "ControlNames.h"
 #include "SimulatorAdaptor.h"
 
-Control::Control(Device& device, Commands& commands) : device(device), commands(commands)
+ControlService::ControlService(Device& device, Commands& commands) : device(device), commands(commands)
 {
     new SimulatorAdaptor(this); // owned by its parent, whose signals it relays
-    connect(&device, &Device::Event, this, &Control::Event);
+    connect(&device, &Device::Event, this, &ControlService::Event);
 }
 
-QString Control::Join()
+QString ControlService::Join()
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected())
@@ -23,12 +23,12 @@ QString Control::Join()
 }
 
 /// The device is useless without its bus.
-void Control::OnBusLost()
+void ControlService::OnBusLost()
 {
     Q_EMIT commands.Quit();
 }
 
-int Control::Command(const QString& line, QString& answer)
+int ControlService::Command(const QString& line, QString& answer)
 {
     const Commands::Result result = commands.Run(line);
     answer = result.text;

@@ -1,12 +1,12 @@
-#include "StackFinder.h"
+#include "ModemStackFinder.h"
 
-#include "Await.h"
-#include "LogGsmd.h"
+#include "GsmdLog.h"
+#include "WhenAnswered.h"
 
 #include <QDBusConnectionInterface>
 #include <QDBusPendingReply>
 
-StackFinder::StackFinder(const QDBusConnection& bus, const QStringList& services) : services(services)
+ModemStackFinder::ModemStackFinder(const QDBusConnection& bus, const QStringList& services) : services(services)
 {
     watcher.setConnection(bus);
     watcher.setWatchMode(QDBusServiceWatcher::WatchForOwnerChange);
@@ -17,14 +17,14 @@ StackFinder::StackFinder(const QDBusConnection& bus, const QStringList& services
     // serviceOwner() would block until the answer.
     for (const QString& service : services) {
         const QDBusPendingReply<QString> reply = bus.interface()->asyncCall(QStringLiteral("GetNameOwner"), service);
-        Await(this, reply, [this, service](const QDBusPendingReply<QString>& owner) {
+        WhenAnswered(this, reply, [this, service](const QDBusPendingReply<QString>& owner) {
             if (owner.isValid())
                 OnOwner(service, owner.value());
         });
     }
 }
 
-void StackFinder::OnOwner(const QString& service, const QString& owner)
+void ModemStackFinder::OnOwner(const QString& service, const QString& owner)
 {
     if (owners.value(service) == owner)
         return;
@@ -38,7 +38,7 @@ void StackFinder::OnOwner(const QString& service, const QString& owner)
         if (!current.isEmpty() || owners.value(candidate).isEmpty())
             continue;
         current = candidate;
-        GSMD_LOG(LogLevelProgress, "%s is there", qPrintable(candidate));
+        GSMD_LOG(LogLevelProgress, "Using %s", qPrintable(candidate));
         Q_EMIT Found(candidate, owners.value(candidate));
     }
 }

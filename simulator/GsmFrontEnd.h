@@ -4,12 +4,12 @@
 #include "Modem.h"
 
 /// Offers the modem as the GSM daemon on the bus.
-class GsmDaemon : public QObject
+class GsmFrontEnd : public QObject
 {
     Q_OBJECT
 
 public:
-    GsmDaemon(BusService& service, Modem& modem);
+    GsmFrontEnd(BusService& service, Modem& modem);
 
 private:
     void AddHandlers();

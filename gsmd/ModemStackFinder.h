@@ -7,12 +7,12 @@
 #include <QStringList>
 
 /// Watches the system bus for modem stacks and uses the first one that appears, until it leaves.
-class StackFinder : public QObject
+class ModemStackFinder : public QObject
 {
     Q_OBJECT
 
 public:
-    StackFinder(const QDBusConnection& bus, const QStringList& services);
+    ModemStackFinder(const QDBusConnection& bus, const QStringList& services);
 
 Q_SIGNALS:
     /// @param owner the unique name of the process that owns the service's name.
