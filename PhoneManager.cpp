@@ -31,11 +31,8 @@ constexpr int CallLoopStartDelayMs = 2000;
 constexpr unsigned int AnswerDelayS = 3;
 
 constexpr char PppInterface[] = "ppp0";
-constexpr char CallerNumberKey[] = "LineIdentification";
-constexpr char GsmVoiceStream[] = "gsmvoice";
 
 // The audio path of a call.
-constexpr uint CallOutputType = 2;
 constexpr uchar AMPS_MASK_AUX = 2;
 // The names appear in log lines; both inputs have the same number.
 constexpr int INPUT_SOURCE_GSM_EAR_AUX = 3; ///< outgoing calls
@@ -667,7 +664,7 @@ void PhoneManager::OnGsmCallIncoming(const QVariantMap& CallInfo)
     Q_EMIT VoiceCall(VoiceCallStatusIncoming);
     incomingCallInProgress = true;
 
-    const QString number = CallInfo.value(CallerNumberKey).toString();
+    const QString number = CallInfo.value(LineIdentificationKey).toString();
     LOG(LogLevelProgress, "LineIdentification: %s", number.toLocal8Bit().constData());
 
     if (!IsAuthorised(number)) {
@@ -754,7 +751,7 @@ void PhoneManager::AbandonCalls()
 /// Saves the current output type and switches to that of a call.
 bool PhoneManager::RouteOutput()
 {
-    return OutputTypeSave() && OutputTypeSet(CallOutputType);
+    return OutputTypeSave() && OutputTypeSet(OutputTypeCall);
 }
 
 /// Saves the current amplifier mask, switches to that of a call and starts the call's voice stream.

@@ -1,13 +1,12 @@
 #include "AudioOutCtl.h"
 
 #include "DefaultDevice.h"
+#include "PeerCodes.h"
 #include "VoiceRoute.h"
 
 namespace
 {
 
-/// The output type of a call.
-constexpr uint OutputTypeLoudspeaker = 2;
 constexpr uint FullVolume = 100;
 
 }
@@ -45,7 +44,7 @@ int AudioOutCtl::GetOutputType(uint& type)
 int AudioOutCtl::SetOutputType(uint type)
 {
     outputType = type;
-    const bool loudspeaker = type == OutputTypeLoudspeaker;
+    const bool loudspeaker = type == OutputTypeCall;
     if (loudspeaker != route.Wanted().loudspeaker) {
         route.SetWanted({.call = route.Wanted().call, .loudspeaker = loudspeaker});
         route.WhenUpdated(SucceedLater());

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "PeerCodes.h"
+
 #include <QDBusContext>
 #include <QObject>
 #include <QVariantList>
@@ -8,7 +10,7 @@
 
 /// The status that each method answers.
 enum AudioStatus : int {
-    AudioStatusDone = 0,
+    AudioStatusDone = PeerStatusSuccess,
     AudioStatusRefused = -1, ///< a value out of range, or a recording that cannot be made
 };
 

@@ -1,13 +1,7 @@
 #include "SoundManager.h"
 
+#include "PeerCodes.h"
 #include "VoiceRoute.h"
-
-namespace
-{
-
-constexpr char GsmVoice[] = "gsmvoice";
-
-}
 
 int SoundManager::GetAmplifiersDefault(uchar& mask)
 {
@@ -30,7 +24,7 @@ int SoundManager::PlayGsmVoice()
 
 int SoundManager::StopPlay(const QString& name, const QString&)
 {
-    if (name != QLatin1String(GsmVoice))
+    if (name != QLatin1String(GsmVoiceStream))
         return AudioStatusDone;
     route.SetWanted({.call = false, .loudspeaker = route.Wanted().loudspeaker});
     route.WhenUpdated(SucceedLater());

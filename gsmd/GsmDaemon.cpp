@@ -1,6 +1,7 @@
 #include "GsmDaemon.h"
 
 #include "GsmdLog.h"
+#include "PeerCodes.h"
 #include "PhoneCodes.h"
 #include "TimeLimits.h"
 
@@ -15,7 +16,7 @@ namespace
 
 /// The status that the contract's methods answer.
 enum Answer : int {
-    AnswerSuccess = 0,
+    AnswerSuccess = PeerStatusSuccess,
     AnswerRefused = 1, ///< impossible at the moment
     AnswerFailed = 2,  ///< the stack, the modem or the network did not do it
     AnswerLate = 3,    ///< not finished, but the service does not wait longer
@@ -47,7 +48,7 @@ const char* StatusName(int status)
 
 QVariantMap CallInfo(const QString& number)
 {
-    return {{QStringLiteral("LineIdentification"), number}};
+    return {{QString::fromLatin1(LineIdentificationKey), number}};
 }
 
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "LogLevel.h"
 #include "Names.h"
 #include "SourcePlace.h"
 
@@ -14,15 +15,6 @@
 /// The process's log client. main() creates it before anything logs, and never deletes it, because static objects log
 /// until the end. The executable exports it for the device's libraries.
 extern LogInterface* _logInterface;
-
-/// How much a log line matters, in the log service's own numbers.
-enum LogLevel : unsigned int {
-    LogLevelError = 1,    ///< an error or fatal condition
-    LogLevelWarning = 2,  ///< a refusal, a failed remote request or a notable change of state
-    LogLevelProgress = 4, ///< normal progress
-    LogLevelRequest = 5,  ///< a request to the GSM daemon succeeded
-    LogLevelTrace = 9,    ///< finest trace
-};
 
 /// Formats one line, "[file:line] signature: message", and passes it to the log. A line is cut after 511 bytes.
 /// @param where the place that the line names; a shared procedure passes on that of its caller.

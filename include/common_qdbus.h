@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Log.h"
+#include "PeerCodes.h"
 
 #include <QDBusError>
 #include <QDBusPendingReply>
@@ -17,7 +18,7 @@ inline void PRINT_DBUS_RESULT(const char* origin, const QString& name, const QDB
     if (!reply.isValid())
         LOG_FROM(origin, LogLevelWarning, "Dbus %s sync call: valid=false, value=nd", call.constData());
     else
-        LOG_FROM(origin, reply.value() == 0 ? LogLevelTrace : LogLevelWarning,
+        LOG_FROM(origin, reply.value() == PeerStatusSuccess ? LogLevelTrace : LogLevelWarning,
                  "Dbus %s sync call: valid=true, value=%d", call.constData(), reply.value());
 }
 
@@ -41,18 +42,15 @@ inline void PRINT_DBUS_RESULT(const char* origin, const QString& name, const QDB
     }
 }
 
-/// The status that every method of the device's services returns on success.
-constexpr int RemoteSuccess = 0;
-
 /// True if the answer arrived in time, without an error and with the status of success.
 inline bool Succeeded(const QDBusReply<int>& reply)
 {
-    return reply.isValid() && reply.value() == RemoteSuccess;
+    return reply.isValid() && reply.value() == PeerStatusSuccess;
 }
 
 inline bool Succeeded(const QDBusPendingReply<int>& reply)
 {
-    return reply.isFinished() && reply.isValid() && !reply.isError() && reply.value() == RemoteSuccess;
+    return reply.isFinished() && reply.isValid() && !reply.isError() && reply.value() == PeerStatusSuccess;
 }
 
 /// Traces the answer of a synchronous call.

@@ -1,5 +1,6 @@
 #include "History.h"
 
+#include "LogLevel.h"
 #include "Meanings.h"
 
 #include <algorithm>
@@ -243,7 +244,7 @@ void History::Follow(const LogEntry& entry)
                                    [&](const Rule& rule) { return Begins(entry.message, rule.text); });
     if (rule != std::end(rules))
         rule->apply(*this, entry.message.substr(rule->text.size()));
-    else if (entry.level <= 2 && !isStopping)
+    else if (entry.level <= LogLevelWarning && !isStopping)
         AddTrouble(entry);
 }
 
@@ -256,7 +257,7 @@ void History::AddTrouble(const LogEntry& entry)
     if (!remoteError.isEmpty())
         text += QStringLiteral(" (%1)").arg(remoteError);
     remoteError.clear();
-    Add(entry.level == 1 ? Error : Warning, text);
+    Add(entry.level == LogLevelError ? Error : Warning, text);
 }
 
 void History::Enter(Lane lane, State state, const QString& note)

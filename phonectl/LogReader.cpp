@@ -129,7 +129,7 @@ bool LogReader::Parse(std::string_view line, LogEntry& entry)
     const size_t start = FindEntry(line);
     if (start == std::string_view::npos)
         return false;
-    entry.level = line[start + 1] - '0';
+    entry.level = static_cast<unsigned>(line[start + 1] - '0');
     entry.message = line.substr(start);
     // "[file:line] signature: message"; no signature holds a colon before a blank.
     const size_t place = entry.message.find("] ");

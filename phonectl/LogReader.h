@@ -11,7 +11,7 @@
 /// One line of the phone service's log.
 struct LogEntry {
     double time = 0; ///< seconds of the local clock since 1970; without a time in the line, the number of the line
-    int level = 0;
+    unsigned level = 0;
     std::string_view message; ///< without source place and function; valid until the next line is read
 };
 

@@ -1,5 +1,6 @@
 #include "PhoneClient.h"
 
+#include "BusLoss.h"
 #include "Meanings.h"
 #include "Names.h"
 #include "PhoneCodes.h"
@@ -63,9 +64,7 @@ PhoneClient::PhoneClient(const Arguments& arguments, Progress& progress)
       watcher(Names::PhoneService, proxy.connection(), QDBusServiceWatcher::WatchForOwnerChange)
 {
     proxy.setTimeout(AnswerTimeoutMs);
-    proxy.connection().connect({}, QStringLiteral("/org/freedesktop/DBus/Local"),
-                               QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
-                               SLOT(OnBusLost()));
+    ConnectBusLoss(proxy.connection(), this, SLOT(OnBusLost()));
     connect(&interrupt, &QSocketNotifier::activated, this, [this] {
         interrupt.setEnabled(false);
         interrupted = true;

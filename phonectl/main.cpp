@@ -1,13 +1,12 @@
 #include "Commands.h"
 #include "Help.h"
 #include "Input.h"
+#include "StandardStreams.h"
 
 #include <QCoreApplication>
 
 #include <algorithm>
 #include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace
 {
@@ -19,16 +18,6 @@ QStringList CommandLine(int argc, char** argv)
     for (int index = 1; index < argc; ++index)
         words.append(FromUtf8(argv[index], QStringLiteral("argument %1").arg(index)));
     return words;
-}
-
-/// Opens /dev/null for each closed standard stream, or the connection to the bus would get its descriptor. The wrong
-/// access mode lets reads and writes fail as on a closed stream.
-void FillClosedStreams()
-{
-    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        if (fcntl(stream, F_GETFD) < 0)
-            open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
-    }
 }
 
 Outcome Help(Arguments arguments)
@@ -62,7 +51,8 @@ Outcome Run(Arguments arguments, Progress& progress)
 
 int main(int argc, char** argv)
 {
-    FillClosedStreams();
+    // The wrong access modes let reads and writes fail as on a closed stream.
+    FillClosedStreams(O_WRONLY, O_RDONLY);
     QCoreApplication application(argc, argv);
     // Look for --json before parsing, so that parse errors are reported as JSON too.
     const bool json = std::any_of(argv + 1, argv + argc, [](const char* word) { return !std::strcmp(word, "--json"); });

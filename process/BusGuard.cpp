@@ -1,5 +1,6 @@
 #include "BusGuard.h"
 
+#include "BusLoss.h"
 #include "Log.h"
 
 #include <dbus/dbus.h>
@@ -38,10 +39,7 @@ BusGuard::BusGuard(QDBusConnection connection, const char* logOrigin) : logOrigi
 {
     RaiseDescriptorLimit();
     LiftReceiveLimits(connection);
-    // libdbus emits this signal inside the process.
-    connection.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
-                       QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
-                       SLOT(OnDisconnected()));
+    ConnectBusLoss(connection, this, SLOT(OnDisconnected()));
 }
 
 void BusGuard::OnDisconnected()

@@ -1,14 +1,13 @@
 #include "Process.h"
 
 #include "Log.h"
+#include "StandardStreams.h"
 
 #include <QCoreApplication>
 #include <QTimer>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace
@@ -44,11 +43,7 @@ void MaskTermination(int how)
 
 void Process::Prepare(const char* logOrigin)
 {
-    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
-        // open() returns the lowest free number, which is this one: those below are open by now.
-        if (fcntl(descriptor, F_GETFD) < 0 && errno == EBADF)
-            static_cast<void>(open("/dev/null", O_RDWR));
-    }
+    FillClosedStreams(O_RDWR, O_RDWR);
     std::signal(SIGPIPE, SIG_IGN);
     messageOrigin = logOrigin;
     qInstallMessageHandler(LogQtMessage);

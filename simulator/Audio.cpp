@@ -1,12 +1,14 @@
 #include "Audio.h"
 
+#include "PeerCodes.h"
+
 Audio::Audio(BusService& soundManager, BusService& outputControl, BusService& inputControl)
 {
     AddSetter(soundManager, "SetAmplifiersDefault", "amplifiers", QVariant::fromValue<uchar>(1));
     AddGetter(soundManager, "GetAmplifiersDefault", "amplifiers");
     state["playing"] = "";
     soundManager.Handle("PlayGsmVoice", [this](const QVariantList&) {
-        state["playing"] = "gsmvoice";
+        state["playing"] = GsmVoiceStream;
         return Answer();
     });
     soundManager.Handle("StopPlay", [this](const QVariantList& arguments) {

@@ -1,5 +1,6 @@
 #include "ControlService.h"
 
+#include "BusLoss.h"
 #include "ControlNames.h"
 #include "SimulatorAdaptor.h"
 
@@ -16,9 +17,7 @@ QString ControlService::Join()
         return QStringLiteral("no session bus");
     if (!bus.registerObject(ControlNames::Object, this) || !bus.registerService(ControlNames::Service))
         return QStringLiteral("the name %1 is taken: another simulator is on this bus").arg(ControlNames::Service);
-    // The bus library emits this signal itself when the connection is lost.
-    bus.connect(QString(), "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local", "Disconnected", this,
-                SLOT(OnBusLost()));
+    ConnectBusLoss(bus, this, SLOT(OnBusLost()));
     return {};
 }
 

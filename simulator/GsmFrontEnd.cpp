@@ -1,5 +1,7 @@
 #include "GsmFrontEnd.h"
 
+#include "PeerCodes.h"
+
 #include <QDateTime>
 
 namespace
@@ -15,7 +17,7 @@ Answer Status(bool done)
 
 QVariantList CallInfo(const Call& call)
 {
-    return {QVariantMap{{"LineIdentification", call.number}}};
+    return {QVariantMap{{LineIdentificationKey, call.number}}};
 }
 
 }

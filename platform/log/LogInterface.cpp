@@ -1,5 +1,6 @@
 #include "LogInterface.h"
 
+#include "LogLevel.h"
 #include "LogStream.h"
 #include "SourcePlace.h"
 
@@ -15,8 +16,7 @@
 namespace
 {
 
-constexpr unsigned int DefaultLevel = 5;
-constexpr unsigned int LogLevelError = 1;
+constexpr unsigned int DefaultLevel = LogLevelRequest;
 
 constexpr char LossText[] = "Lines lost, since the log's reader did not keep up: %llu";
 constexpr std::size_t LossSize = 512;
@@ -47,9 +47,9 @@ bool StandardErrorIsJournal()
 const char* JournalPriority(unsigned int level)
 {
     switch (level) {
-    case 1: return "<3>";
-    case 2: return "<4>";
-    case 9: return "<7>";
+    case LogLevelError: return "<3>";
+    case LogLevelWarning: return "<4>";
+    case LogLevelTrace: return "<7>";
     default: return "<6>";
     }
 }
