@@ -57,11 +57,12 @@ QVariantMap CallInfo(const QString& number)
 class GsmDaemon::LateReply : public QTimer
 {
 public:
-    LateReply(GsmDaemon& daemon, int limitMs)
+    LateReply(GsmDaemon& daemon, int limitMs, const std::function<void()>& onTimeout)
         : QTimer(&daemon),
           daemon(daemon),
           bus(daemon.connection()),
-          request(daemon.message())
+          request(daemon.message()),
+          onTimeout(onTimeout)
     {
         daemon.setDelayedReply(true);
         daemon.lateReplies.insert(this);
@@ -85,11 +86,14 @@ private:
     {
         GSMD_LOG(LogLevelWarning, "%s takes too long", qPrintable(request.member()));
         Send(AnswerLate);
+        if (onTimeout)
+            onTimeout();
     }
 
     GsmDaemon& daemon;
     QDBusConnection bus;
     const QDBusMessage request;
+    const std::function<void()> onTimeout;
 };
 
 GsmDaemon::GsmDaemon() : reported(ModemStatusOff)
@@ -461,11 +465,15 @@ int GsmDaemon::CallAnswer()
     const Calls::iterator call = CurrentCall();
     if (call == calls.end() || call->state != StackCall::StateIncoming || lateReplies.size() >= MaxLateReplies)
         return AnswerRefused;
-    stack->Answer(call.key(), [this, id = call.key(), answer = AnswerLater(AnswerLimitMs)](bool success) {
-        answer(success);
-        // The service regards the call as ended.
-        if (const Calls::iterator unanswered = calls.find(id); !success && unanswered != calls.end())
+    // The service regards a call that was not answered, or not in time, as ended.
+    const auto giveUp = [this, id = call.key()] {
+        if (const Calls::iterator unanswered = calls.find(id); unanswered != calls.end())
             HangUp(unanswered, false);
+    };
+    stack->Answer(call.key(), [giveUp, answer = AnswerLater(AnswerLimitMs, giveUp)](bool success) {
+        answer(success);
+        if (!success)
+            giveUp();
     });
     return AnswerLate;
 }
@@ -559,10 +567,12 @@ int GsmDaemon::SendSms(const QString& Recipient, const QString& Text)
 
 // Late answers
 
-/// Delays the answer to the current request. @return a function that sends it.
-ModemStack::Done GsmDaemon::AnswerLater(int limitMs)
+/// Delays the answer to the current request.
+/// @param onTimeout is called if the time limit expires first.
+/// @return a function that sends the answer.
+ModemStack::Done GsmDaemon::AnswerLater(int limitMs, const std::function<void()>& onTimeout)
 {
-    return [reply = QPointer<LateReply>(new LateReply(*this, limitMs))](bool success) {
+    return [reply = QPointer<LateReply>(new LateReply(*this, limitMs, onTimeout))](bool success) {
         if (reply)
             reply->Send(success ? AnswerSuccess : AnswerFailed);
     };

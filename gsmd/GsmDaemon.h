@@ -107,7 +107,7 @@ private:
     void EndCalls();
 
     void OnCallGone();
-    ModemStack::Done AnswerLater(int limitMs);
+    ModemStack::Done AnswerLater(int limitMs, const std::function<void()>& onTimeout = {});
     void FailLateReplies();
 
     std::unique_ptr<ModemStack> stack;
