@@ -280,6 +280,8 @@ void GsmDaemonTest::modemGoesByItself()
     stack->SetPower(false);
     Ask("ModemSetEnabled", {false});
     QCOMPARE(Said(), "ModemSetEnabled=0");
+    Ask("ModemSetEnabled", {true});
+    QCOMPARE(Said(), "ModemSetEnabled=0"); // The power-on is delayed, since the modem did not stay on.
     QCOMPARE(Asked(), "sms 3");
 }
 
@@ -367,16 +369,18 @@ void GsmDaemonTest::outgoingCall()
 void GsmDaemonTest::hangUpBeforeTheCallIsKnown()
 {
     BringUp();
-    Ask("Call", {"1"});
-    Ask("CallHangup");
-    QCOMPARE(Said(), "Call=0 CallHangup=0");
-    ChangeCall("/call1", StackCall::StateDialling); // before the answer
-    QVERIFY(stack->Do("dial 1"));
-    ChangeCall("/call1", StackCall::StateActive); // too late
-    QVERIFY(stack->Do("hang up /call1"));
-    ChangeCall("/call1", StackCall::StateEnded);
-    QCOMPARE(Said(), "CallRejected(1)");
-    QCOMPARE(Asked(), "dial 1, hang up /call1");
+    for (const QString& request : {QString("CallHangup"), QString("CallHangupAll")}) {
+        Ask("Call", {"1"});
+        Ask(request);
+        QCOMPARE(Said(), "Call=0 " + request + "=0");
+        ChangeCall("/call1", StackCall::StateDialling); // before the answer
+        QVERIFY(stack->Do("dial 1"));
+        ChangeCall("/call1", StackCall::StateActive); // too late
+        QVERIFY(stack->Do("hang up /call1"));
+        ChangeCall("/call1", StackCall::StateEnded);
+        QCOMPARE(Said(), request.endsWith("All") ? "CallTerminated(1)" : "CallRejected(1)");
+        QCOMPARE(Asked(), "dial 1, hang up /call1");
+    }
 }
 
 /// No call is rejected, so that an emergency loop ends, too.

@@ -14,9 +14,32 @@
 #include <optional>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
+
+namespace
+{
+
+QStringList diskSteps;
+
+}
+
+// The library's calls of these functions are recorded.
+
+extern "C" int fsync(int descriptor)
+{
+    const QString path = QFile::symLinkTarget(QStringLiteral("/proc/self/fd/%1").arg(descriptor));
+    diskSteps.append("sync " + QFileInfo(path).fileName());
+    return static_cast<int>(syscall(SYS_fsync, descriptor));
+}
+
+extern "C" int rename(const char* from, const char* to)
+{
+    diskSteps.append("rename " + QFileInfo(to).fileName());
+    return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
+}
 
 namespace
 {
@@ -104,6 +127,17 @@ private Q_SLOTS:
         }
         QVERIFY(QFileInfo("config.ini").isSymLink());
         QCOMPARE(QDir("new/folder").entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList("kova.ini"));
+    }
+
+    /// A power cut at any moment leaves the old file or the new one, and the new one after the write.
+    void IsOnTheDiskAtTheEnd()
+    {
+        QVERIFY(Write("0"));
+        diskSteps.clear();
+        QVERIFY(Write("1"));
+        diskSteps = diskSteps.mid(diskSteps.indexOf("sync config")); // after the making of the copy
+        diskSteps.removeAll("rename config.ini.lock");
+        QCOMPARE(diskSteps.join(", "), "sync config, rename config.ini, sync " + QFileInfo(folder->path()).fileName());
     }
 
     void KeepsEveryOtherValue()

@@ -8,6 +8,7 @@ namespace
 
 constexpr int AnswerTimeoutMs = 30000;
 constexpr int LoopStartMs = 2000;
+constexpr int NearlyMs = 5000; ///< margin for a busy machine
 constexpr int MayCallIn = TestBed::MayCallIn;
 
 const QStringList outgoingAudio = {"-> audio-out GetOutputType()",     "-> audio-out SetOutputType(2)",
@@ -43,9 +44,9 @@ private Q_SLOTS:
         QVERIFY(bed.BringUp({"number +49222 no-answer"}));
         QCOMPARE(bed.Ask("VoiceCallMake", "+49222"), 0);
         QVERIFY(bed.Command("answer") && bed.WaitForEvent("phone VoiceCall(2)"));
+        bed.PassTime(3 * AnswerTimeoutMs); // An answered call is not hung up.
         QCOMPARE(bed.Ask("VoiceCallMake", "+49333"), -55);
         QVERIFY(bed.Command("hangup") && bed.WaitForLog("GSM CALL SUCCESFULLY STOPPED"));
-        bed.PassTime(3 * AnswerTimeoutMs); // The timer is stopped: no hang-up follows.
         QCOMPARE(bed.Events(), (QStringList{Dial("+49222")} + outgoingAudio +
                                 QStringList{Reported("CallAnswered", "+49222"), "phone VoiceCall(2)",
                                             Reported("CallTerminated", "+49222")} +
@@ -78,6 +79,8 @@ private Q_SLOTS:
         TestBed bed;
         QVERIFY(bed.BringUp({"number +49222 no-answer", "fault CallHangup status 1 times 2"}));
         QCOMPARE(bed.Ask("VoiceCallMake", "+49222"), 0);
+        bed.PassTime(AnswerTimeoutMs - NearlyMs);
+        QCOMPARE(bed.Events("-> gsm CallHangup()"), QStringList());
         for (int hangups : {1, 2, 3, 3}) {
             bed.PassTime(AnswerTimeoutMs);
             QCOMPARE(bed.Events("-> gsm CallHangup()").size(), hangups);
@@ -305,6 +308,12 @@ private Q_SLOTS:
         VERIFY_IN_ORDER(bed.LogTexts(), {"2 Gsm modem OFF", "2 Gsm phone call TERMINATED",
                                          "4 EMERGENCY GSM CALL SUCCESFULLY STOPPED", "4 RESET to OFF"});
         QCOMPARE(bed.Events("-> gsm Call"), QStringList());
+        // So does an incoming call, here a stranger's that could not be hung up.
+        QVERIFY(bed.Commands({"fault CallHangup status 1", "ring +49999"}));
+        QVERIFY(bed.WaitForLog("Can't hungup outgoing call"));
+        bed.ForgetRecords();
+        QVERIFY(bed.Command("modem drop") && bed.WaitForEvent("phone PhoneStatus(0)"));
+        QCOMPARE(bed.Events("phone VoiceCall"), QStringList{"phone VoiceCall(0)"});
         QCOMPARE(bed.Ask("VoiceCallLoopMake", QStringList{"+49444"}), 0);
     }
 
@@ -324,6 +333,9 @@ private Q_SLOTS:
         QTest::newRow("answer fails") << "+49111"
                                       << "fault CallAnswer status 1" << QStringList{"2 Can't answer incoming call"}
                                       << incomingAudio + QStringList{answer};
+        QTest::newRow("caller gives up") << "+49111"
+                                         << "hangup" << QStringList{"2 Can't answer incoming call"}
+                                         << incomingAudio + QStringList{Reported("CallTerminated", "+49111"), answer};
         for (const char* number : {"+49999", "0049111", "+491110", "+49112"})
             QTest::newRow(number)
                 << number << QString()
@@ -349,6 +361,8 @@ private Q_SLOTS:
             bed.WriteContacts({{"+49110", MayCallIn}, {"+49111", MayCallIn | 1}, {"+49112", 0x7f & ~MayCallIn}});
         QVERIFY(bed.BringUp(fault.startsWith("fault") ? QStringList{fault} : QStringList()));
         QVERIFY(bed.Command("ring " + number));
+        if (fault == "hangup") // while the service waits before it answers
+            QVERIFY(bed.WaitForEvent(incomingAudio.last()) && bed.Command(fault));
         if (log.contains("5 Gsmd->CallAnswer() request success"))
             QVERIFY(bed.WaitForLog("GSM STREAM SUCCESFULLY STARTED") && bed.Command("hangup"));
         QVERIFY(bed.WaitForLog("GSM STREAM SUCCESFULLY STOPPED"));

@@ -19,6 +19,20 @@
 namespace
 {
 
+int syncs = 0;
+
+}
+
+/// Takes the place of the system's function in the settings library.
+extern "C" int fsync(int)
+{
+    ++syncs;
+    return 0;
+}
+
+namespace
+{
+
 QStringList Texts(const QList<Logged>& lines)
 {
     QStringList texts;
@@ -282,6 +296,16 @@ private Q_SLOTS:
                                 "QString&, const ") +
                          (line.Message().contains(" sync ") ? "QDBusReply<int>&)" : "QDBusPendingReply<int>&)"));
         }
+    }
+
+    /// A setting must survive a power cut right after the answer.
+    void settingIsOnTheDisk()
+    {
+        qputenv("KOVA_CONFIG_FILE", QFile::encodeName(bed.SettingsPath()));
+        PhoneManager phone;
+        syncs = 0;
+        QCOMPARE(phone.PhoneSetEnabled(true), 0);
+        QVERIFY(syncs > 0);
     }
 
     /// The device's introspecting tools depend on the members and their order.

@@ -88,10 +88,14 @@ private Q_SLOTS:
 
         QCOMPARE(bed.Ask("PhoneSetEnabled", true), 0);
         QVERIFY(bed.WaitForLog("Gsm modem POWERED"));
+        // A network that is found and lost again lets the modem report its power twice. The card is checked once.
+        QVERIFY(bed.Command("network found") && bed.WaitForLog("Gsm modem REGISTERED"));
+        QVERIFY(bed.Command("network lost") && bed.WaitForLog("Gsm modem POWERED", 2));
+        bed.PassTime(SimCheckMs - NearlyMs);
         QCOMPARE(bed.PhoneStatus(), "(0, 1, 1, 0, 1, false)");
-        bed.PassTime(SimCheckMs);
+        bed.PassTime(NearlyMs);
         QCOMPARE(bed.PhoneStatus(), "(0, 1, 3, 0, 1, false)");
-        QVERIFY(bed.Command("network found") && bed.WaitForLog("Gsm signal: 71"));
+        QVERIFY(bed.Command("network found") && bed.WaitForLog("Gsm signal: 71", 2));
         QCOMPARE(bed.PhoneStatus(), "(0, 2, 3, 71, 1, false)");
         QVERIFY(bed.Command("network lost") && bed.WaitForLog("Modem POWERED but not checking sim since already 3"));
         QCOMPARE(bed.PhoneStatus(), "(0, 1, 3, 0, 1, false)"); // no signal strength without a network
@@ -100,8 +104,8 @@ private Q_SLOTS:
         QVERIFY(bed.WaitForEvent("phone PhoneStatus(0)"));
         QCOMPARE(bed.PhoneStatus(), "(0, 0, 3, 0, 0, false)");
         QCOMPARE(bed.Events("phone "),
-                 QStringList({"phone PhoneStatus(1)", "phone SimPresent(true)", "phone PhoneStatus(2)",
-                              "phone PhoneStatus(1)", "phone PhoneStatus(0)"}));
+                 QStringList({"phone PhoneStatus(1)", "phone PhoneStatus(1)", "phone SimPresent(true)",
+                              "phone PhoneStatus(2)", "phone PhoneStatus(1)", "phone PhoneStatus(0)"}));
         VERIFY_IN_ORDER(bed.LogTexts(), {"4 PHONE config succesfully saved (enabled=1)", "4 New PhoneEnabled 1",
                                          "2 Now Sim is 1 (try 0)", "4 PHONE config succesfully saved (enabled=0)",
                                          "2 EvaluatePhonePower() users 0, sim check try 0, sim status 3"});
@@ -151,6 +155,8 @@ private Q_SLOTS:
         QCOMPARE(bed.Events("phone SimPresent"), QStringList()); // not checked, so not reported
         QVERIFY(bed.LogTexts().contains("2 Sim check failed (error reply) on try 1"));
         QVERIFY(bed.PassSimCheck() && bed.WaitForLog("Now Sim is 1 (try 2)"));
+        QCOMPARE(bed.Ask("PhoneSetEnabled", true), 0);
+        QVERIFY(bed.LogTexts().contains("2 EvaluatePhonePower() users 1, sim check try 0, sim status 3"));
     }
 
     void watchdogs_data()
@@ -193,6 +199,13 @@ private Q_SLOTS:
             // A card that was found once is not checked again.
             QVERIFY(bed.WaitForLog(registered ? "Gsm signal: " : "Gsm modem POWERED", signalInTheMiddle ? 2 : 1));
             VERIFY_IN_ORDER(bed.Events(), powerCycle);
+            QVERIFY(bed.LogTexts().contains(log));
+        }
+        if (signalInTheMiddle) { // The data link's watchdog runs on while the modem is off.
+            bed.PassTime(8 * MinuteMs);
+            bed.ForgetRecords();
+            QVERIFY(bed.Commands({"network lost", "modem drop"}) && bed.WaitForLog("Gsm modem POWERED"));
+            bed.PassTime(2 * MinuteMs);
             QVERIFY(bed.LogTexts().contains(log));
         }
     }
@@ -247,12 +260,16 @@ private Q_SLOTS:
         QCOMPARE(bed.Ask("PhoneSetEnabled", false), 0);
         QCOMPARE(bed.PhoneStatus(), "(0, 2, 3, 71, 0, false)");
         QVERIFY(bed.LogTexts().contains("4 phoneEnabled 0, gprsEnabled 1 (forcedOff 0)"));
+        bed.PassTime(3 * MinuteMs); // A decision that changes nothing starts no watchdog.
         QCOMPARE(bed.Events("-> "), QStringList());
 
         QCOMPARE(bed.Ask("ForcePhoneOff", true), 0);
         QVERIFY(bed.WaitForEvent("phone PhoneStatus(0)"));
         QCOMPARE(bed.Ask("PhoneSetEnabled", true), 0);
         QCOMPARE(bed.PhoneStatus(), "(0, 0, 3, 0, 1, true)");
+        for (int minutes : {5, 5})
+            bed.PassTime(minutes * MinuteMs); // The signal's watchdogs are stopped.
+        QCOMPARE(bed.LogTexts().filter("Signal Quality"), QStringList());
         QCOMPARE(bed.Events("-> "), QStringList{"-> gsm ModemSetEnabled(false)"});
 
         QVERIFY(bed.Command("fault ModemSetEnabled status 1 times 1"));
@@ -363,6 +380,11 @@ private Q_SLOTS:
                 bed.PassTime(SimCheckMs);
                 QVERIFY(bed.WaitForLog(checked));
                 QCOMPARE(bed.Events("phone ").filter("SimPresent(true)"), QStringList());
+                // A report starts no watchdog while no card is known.
+                peers.Send("SignalQuality", {QVariant::fromValue<uchar>(71)});
+                QVERIFY(bed.WaitForLog("Gsm signal: 71"));
+                bed.PassTime(5 * MinuteMs);
+                QCOMPARE(bed.LogTexts().filter("Ping modem"), QStringList());
             }
             QVERIFY(bed.WaitForLog("Gsmd detached"));
             bed.ForgetRecords();

@@ -96,6 +96,13 @@ private Q_SLOTS:
 
     void stops()
     {
+        { // A request to stop during the start, which the device holds up, is not lost.
+            TestBed bed;
+            QVERIFY(bed.StartDevice() && bed.Command("fault ModemSetEnabled delay 500 times 1"));
+            bed.LaunchService();
+            QVERIFY(bed.WaitForEvent("-> gsm ModemSetEnabled(false)"));
+            QCOMPARE(bed.StopService(), 0);
+        }
         for (const int signal : {SIGTERM, SIGINT}) {
             const bool attached = signal == SIGTERM;
             TestBed bed;
