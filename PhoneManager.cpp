@@ -17,6 +17,7 @@
 #include <QMutexLocker>
 #include <SoundManagerProxy.h>
 
+#include <algorithm>
 #include <unistd.h>
 
 namespace

@@ -6,8 +6,6 @@
 #include <QDir>
 #include <QMetaObject>
 
-#include <pulse/error.h>
-
 namespace
 {
 

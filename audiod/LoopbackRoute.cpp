@@ -94,17 +94,17 @@ void LoopbackRoute::Update()
 
 QString LoopbackRoute::Speaker(const SoundSetup& setup) const
 {
-    // Without another device the server makes the modem's own the default. The far end would hear itself.
+    // If there is no other device, the modem's own is the default. Routed to it, the far end would hear itself.
     return Choose(setup.sinks, setup.defaults.sink, [this](const SoundDevice& sink) { return sink.name != modemSink; });
 }
 
 QString LoopbackRoute::Microphone(const SoundSetup& setup, const QString& speaker) const
 {
-    // The same applies to monitors of the speaker and the modem.
+    // The same holds for monitors of the speaker and the modem.
     return Choose(setup.sources, setup.defaults.source, [&](const SoundDevice& source) {
-        const bool chosen = source.name == setup.defaults.source;
+        const bool isDefault = source.name == setup.defaults.source;
         return source.name != modemSource && source.monitorOf != speaker && source.monitorOf != modemSink &&
-               (chosen || source.monitorOf.isEmpty());
+               (isDefault || source.monitorOf.isEmpty());
     });
 }
 

@@ -70,7 +70,6 @@ public:
     void Close();
     bool IsReady() const { return ready; }
     /// Returns whether a connection attempt is still unanswered.
-    bool IsConnecting() const { return context && !ready; }
     /// Returns why the last request or connection failed.
     QString Error() const;
     /// The context of a ready connection, for streams.

@@ -186,8 +186,9 @@ void ModemManagerStack::OnPropertiesChanged(const QString& interface, const QVar
 {
     if (interface == QLatin1String(ModemManagerModem::staticInterfaceName()) && signal.path() == ModemPath())
         OnModemProperties(changed);
+    // Ignore changes of a call whose properties are being fetched: the answer is newer.
     else if (interface == QLatin1String(ModemManagerCall::staticInterfaceName()) && !fetching.contains(signal.path()))
-        OnCallProperties(signal.path(), changed); // else outdated by the properties being fetched
+        OnCallProperties(signal.path(), changed);
     else if (interface == QLatin1String(ModemManagerSms::staticInterfaceName()) && incomplete.contains(signal.path()))
         ReadMessage(signal.path());
 }
@@ -227,7 +228,8 @@ void ModemManagerStack::OnModemProperties(const QVariantMap& properties)
         Q_EMIT StrengthChanged();
 }
 
-/// Returns whether the modem has failed for want of a card. It counts as on, so that the service learns of the reason.
+/// Returns whether the modem has failed because it has no SIM card. It counts as on, so that the service's SIM check
+/// finds the cause.
 bool ModemManagerStack::IsCardMissing() const
 {
     return modem && modem->state == ModemStateFailed && modem->failedReason == FailedReasonSimMissing;

@@ -66,6 +66,7 @@ public:
     /// within SmsLimitMs is cancelled, if the stack can still do that.
     virtual void SendSms(const QString& recipient, const QString& text, const Done& done) = 0;
 
+    /// Stores the access point for the next connection.
     virtual void SetApn(const Apn& apn, const Done& done) = 0;
     /// Connects to the access point that was set, now or as soon as the network allows it. Tries again if refused.
     void BringUpLink(const Apn& apn);

@@ -15,7 +15,6 @@
 #include <QFileInfo>
 #include <QProcess>
 
-#include <algorithm>
 #include <iterator>
 #include <net/if.h>
 #include <optional>

@@ -7,7 +7,7 @@
 #include <array>
 #include <vector>
 
-/// The phone's past, read from its service's log.
+/// The states and events of the phone, reconstructed from the service's log.
 class History
 {
 public:

@@ -55,7 +55,7 @@ ServiceEnvironment::ServiceEnvironment(PhoneClient& phone)
 {
     const QDBusReply<uint> pid = phone.Proxy().connection().interface()->servicePid(QLatin1String(Names::PhoneService));
     QFile file(QStringLiteral("/proc/%1/environ").arg(pid.value()));
-    isService = pid.isValid() && file.open(QIODevice::ReadOnly);
+    const bool isService = pid.isValid() && file.open(QIODevice::ReadOnly);
     QStringList lines;
     if (isService) {
         for (const QByteArray& line : file.readAll().split('\0'))

@@ -12,7 +12,6 @@ class ServiceEnvironment
 public:
     explicit ServiceEnvironment(PhoneClient& phone);
 
-    bool IsService() const { return isService; }
     /// @return the path of the file that the process uses.
     QString Path(const DeviceFiles::DeviceFile& file) const
     {
@@ -21,7 +20,6 @@ public:
 
 private:
     QMap<QString, QString> values;
-    bool isService = false;
 };
 
 /// The state of the service's settings file. Reading it changes nothing.

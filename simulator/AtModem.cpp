@@ -651,7 +651,7 @@ void AtModem::OnCallReceived(const Call& call)
         ringTimer.start();
 }
 
-/// The last field of +CLIP tells whether the number is withheld (3GPP TS 27.007, 7.11).
+/// The last field of +CLIP is 1 if the number is withheld (3GPP TS 27.007, 7.11).
 void AtModem::ReportRing()
 {
     for (const Call& call : modem.Calls()) {

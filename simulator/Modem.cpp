@@ -10,7 +10,8 @@ Modem::Modem(const DeviceTimes& times) : times(times)
     connect(&signalTimer, &QTimer::timeout, this, &Modem::ReportSignal);
     connect(&farEndTimer, &QTimer::timeout, this, [this] {
         const Call* call = FindCall(Call::Dialling);
-        call&& farEnds.value(call->number, FarEndAnswers) == FarEndRejects ? FarEndReject() : FarEndAnswer();
+        const bool rejects = call && farEnds.value(call->number, FarEndAnswers) == FarEndRejects;
+        rejects ? FarEndReject() : FarEndAnswer();
     });
 }
 

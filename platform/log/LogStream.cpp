@@ -1,6 +1,5 @@
 #include "LogStream.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <csignal>
