@@ -29,6 +29,22 @@ PhoneEvent NextEvent(PhoneClient& phone, const QString& awaited)
     return event;
 }
 
+/// Throws a Failure if the loop has ended.
+/// @param wasOff whether the modem was off at the start of the loop.
+QString WhyNotDialled(PhoneClient& phone, bool wasOff)
+{
+    const PhoneState state = phone.State(PhoneClient::KeepEarlier);
+    if (!phone.IsOnBus(Names::GsmService))
+        throw Failure{ExitRefused, QStringLiteral("the GSM daemon is not on the bus, which ends the loop")};
+    if (state.phoneStatus == ModemStatusOff && !wasOff)
+        throw Failure{ExitRefused, QStringLiteral("the modem went off, which ended the loop")};
+    if (state.simStatus != SimStatusPresent)
+        return QStringLiteral("was not dialled: no SIM card is known");
+    if (state.phoneStatus != ModemStatusRegistered)
+        return QStringLiteral("was not dialled: the modem is not registered to the network");
+    return QStringLiteral("could not be dialled: the GSM daemon refused it, or the call had no sound");
+}
+
 }
 
 void FollowOn(PhoneClient& phone, Progress& progress)
@@ -190,21 +206,10 @@ QJsonObject FollowCallLoop(PhoneClient& phone, Progress& progress, const QString
             return {{QStringLiteral("number"), answeredBy}};
         } else if (event.value == VoiceCallStatusTerminated) {
             // The GSM daemon reports the end of each call that it has placed. Without a report, nothing was dialled.
-            if (endedBelow) {
+            if (endedBelow)
                 report("unanswered", QStringLiteral("%1 did not answer"));
-            } else {
-                const PhoneState state = phone.State(PhoneClient::KeepEarlier);
-                if (!phone.IsOnBus(Names::GsmService))
-                    throw Failure{ExitRefused, QStringLiteral("the GSM daemon is not on the bus, which ends the loop")};
-                if (state.phoneStatus == ModemStatusOff && !wasOff)
-                    throw Failure{ExitRefused, QStringLiteral("the modem went off, which ended the loop")};
-                report("undialled",
-                       state.simStatus != SimStatusPresent ? QStringLiteral("%1 was not dialled: no SIM card is known")
-                       : state.phoneStatus != ModemStatusRegistered
-                           ? QStringLiteral("%1 was not dialled: the modem is not registered to the network")
-                           : QStringLiteral("%1 could not be dialled: the GSM daemon refused it, or the call had no "
-                                            "sound"));
-            }
+            else
+                report("undialled", QStringLiteral("%1 ") + WhyNotDialled(phone, wasOff));
             endedBelow = false;
             if (++number == numbers.end())
                 throw Failure{ExitRefused, QStringLiteral("none of the numbers answered")};
