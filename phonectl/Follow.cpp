@@ -31,6 +31,7 @@ PhoneEvent NextEvent(PhoneClient& phone, const QString& awaited)
 
 /// Throws a Failure if the loop has ended.
 /// @param wasOff whether the modem was off at the start of the loop.
+/// @return the reason, to be shown after the number.
 QString WhyNotDialled(PhoneClient& phone, bool wasOff)
 {
     const PhoneState state = phone.State(PhoneClient::KeepEarlier);

@@ -58,7 +58,8 @@ fast() {
     LD_PRELOAD=${faketime%% *} FAKETIME="+0 x$SPEED" FAKETIME_DISABLE_SHM=1 exec "$@"
 }
 
-# start_phone [fast]: starts the simulated device and the service, in real or accelerated time, and waits until both are on the bus.
+# start_phone [fast]: starts the simulated device and the service, in real or accelerated time, and waits until both are
+# on the bus.
 start_phone() {
     "$@" "$build/kova-simulator" --quiet </dev/null >"$scratch/device.log" &
     processes+=($!)

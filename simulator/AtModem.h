@@ -87,7 +87,7 @@ private:
     AtMessages messages;
     QMap<QString, Handler> handlers;
     Settings settings;
-    bool sendsOfonoReports = true; ///< persists when the port is closed, as ModemManager does while probing it
+    bool sendsOfonoReports = true; ///< kept across Close(): ModemManager reopens the port while probing it
     AtInput input;
     bool open = false;
     int session = 0;        ///< counts how often the port was opened: a delayed answer must not reach a later session

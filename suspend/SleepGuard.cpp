@@ -44,8 +44,7 @@ QString WhyFailed(const QDBusMessage& answer)
     if (!IsAnswer(answer))
         return answer.errorMessage();
     const QVariant status = answer.arguments().value(0);
-    return status == QVariant(int(StatusCodeSuccess)) ? QString()
-                                                      : QStringLiteral("status %1").arg(status.toString());
+    return status == QVariant(int(StatusCodeSuccess)) ? QString() : QStringLiteral("status %1").arg(status.toString());
 }
 
 }

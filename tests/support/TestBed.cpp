@@ -1,7 +1,7 @@
 #include "TestBed.h"
 
-#include "ControlNames.h"
 #include "BusValues.h"
+#include "ControlNames.h"
 #include "Names.h"
 #include "SimulatorProxy.h"
 
